@@ -1,0 +1,35 @@
+#pragma once
+
+#include <filesystem>
+#include <ostream>
+
+#include "platform/function_ref.h"
+#include "platform/result.h"
+
+namespace platform {
+
+// Writers never leave a half-written file behind: they write beside the target under a
+// temporary name and rename it into place only when everything was written.
+class PendingFile {
+ public:
+  explicit PendingFile(std::filesystem::path target);
+  ~PendingFile();  // removes the temporary file unless it was committed
+  PendingFile(const PendingFile&) = delete;
+  PendingFile& operator=(const PendingFile&) = delete;
+
+  [[nodiscard]] const std::filesystem::path& TemporaryPath() const { return temporary_; }
+  [[nodiscard]] const std::filesystem::path& TargetPath() const { return target_; }
+  // Moves the temporary file onto the target.
+  Status Commit();
+
+ private:
+  std::filesystem::path target_;
+  std::filesystem::path temporary_;
+  bool committed_ = false;
+};
+
+// Opens a binary stream on a pending file, lets `write` fill it, and commits it when the
+// stream is good and `write` succeeded.
+Status WriteFileAtomically(const std::filesystem::path& target, FunctionRef<Status(std::ostream&)> write);
+
+}  // namespace platform
