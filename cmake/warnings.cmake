@@ -2,5 +2,5 @@
 add_library(vellgrund_warnings INTERFACE)
 target_compile_options(vellgrund_warnings INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual
-  -Wimplicit-fallthrough -Wcast-align -Wnull-dereference -Wdouble-promotion
+  -Wimplicit-fallthrough -Wcast-align -Wdouble-promotion
   $<$<BOOL:${VELLGRUND_WERROR}>:-Werror>)

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/large_array.h"
 #include "platform/matrix.h"
 #include "platform/result.h"
 #include "platform/types.h"
@@ -54,7 +55,7 @@ class UVWTag final : public Tag {
   [[nodiscard]] std::span<const UVWStruct> GetDataAddressR() const { return data_; }
 
  private:
-  std::vector<UVWStruct> data_;
+  LargeArray<UVWStruct> data_;
 };
 
 // Marks a mesh for smooth shading: writers then emit normals averaged over the polygons
@@ -115,8 +116,8 @@ class PolygonObject final : public GeometryObject {
   std::unique_ptr<LineObject> isoparm;
 
  private:
-  std::vector<Vector> points_;
-  std::vector<CPolygon> polygons_;
+  LargeArray<Vector> points_;
+  LargeArray<CPolygon> polygons_;
 };
 
 // Polylines: the points of every line one after another, and per line its point count.

@@ -9,6 +9,5 @@ using Int32 = std::int32_t;
 using UInt32 = std::uint32_t;
 using UInt64 = std::uint64_t;
 using Float = double;
-using Float32 = float;
 
 }  // namespace platform

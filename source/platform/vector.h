@@ -80,9 +80,9 @@ constexpr UInt64 HashVector(const Vector& v) { return (HashFloat(v.x) * 31 + Has
 
 // Three floats; for bulk data where single precision is enough (texture coordinates).
 struct Vector32 {
-  Float32 x = 0.0f;
-  Float32 y = 0.0f;
-  Float32 z = 0.0f;
+  float x = 0.0f;
+  float y = 0.0f;
+  float z = 0.0f;
   friend constexpr bool operator==(const Vector32&, const Vector32&) = default;
 };
 

@@ -20,4 +20,7 @@ class TempDir {
   std::filesystem::path path_;
 };
 
+// The whole content of a file, byte for byte; empty when it cannot be read.
+std::string ReadFileBytes(const std::filesystem::path& path);
+
 }  // namespace testing_support

@@ -1,0 +1,30 @@
+#pragma once
+
+#include <filesystem>
+#include <string>
+
+#include "platform/result.h"
+#include "platform/types.h"
+
+namespace vellgrund_cli {
+
+// Exit codes: what went wrong decides, so scripts can tell bad input from a failed build.
+enum ExitCode : int {
+  kExitSuccess = 0,
+  kExitFailed = 1,    // the work itself failed (could not write, out of memory, ...)
+  kExitBadUsage = 2,  // the command line or its input is wrong
+};
+
+struct PlaneOptions {
+  platform::Float sizeX = 500.0;
+  platform::Float sizeZ = 500.0;
+  platform::Int32 segmentsX = 100;
+  platform::Int32 segmentsZ = 100;
+  platform::Int32 mode = 0;  // PLANETESSELATIONMODE
+  bool phong = false;
+  std::filesystem::path output;
+};
+
+platform::Status RunPlane(const PlaneOptions& options);
+
+}  // namespace vellgrund_cli
