@@ -1,6 +1,7 @@
 #pragma once
 
 #include <new>
+#include <stdexcept>
 #include <vector>
 
 #include "platform/result.h"

@@ -1,0 +1,174 @@
+#include "platform/spline_data.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+#include "platform/memory.h"
+
+namespace platform {
+namespace {
+
+// The solve for t stops once Bx(t) is this close to x, relative to the segment's width.
+constexpr Float kSolveTolerance = 1e-14;
+// ... or once the bracket around t is this narrow, which only happens where the curve is
+// vertical and x hardly moves with t.
+constexpr Float kMinBracket = 1e-15;
+// Bisection alone needs about 50 halvings to reach kMinBracket.
+constexpr int kMaxSolveSteps = 64;
+
+bool IsFinite(const Vector& v) { return std::isfinite(v.x) && std::isfinite(v.y) && std::isfinite(v.z); }
+
+// The first knot right of x.
+template <class Iterator>
+Iterator FirstKnotAfter(Iterator begin, Iterator end, Float x) {
+  return std::upper_bound(begin, end, x, [](Float value, const SplineKnot& knot) { return value < knot.position.x; });
+}
+
+// y of the Bezier segment from a to b at x, a.x < x < b.x.
+Float EvaluateSegment(const SplineKnot& a, const SplineKnot& b, Float x) {
+  const Float width = b.position.x - a.position.x;
+  // Inner control points with their x kept within the segment make Bx(t) monotone, so
+  // every x has exactly one t. Coordinates are taken relative to knot a.
+  const Float x1 = std::clamp(a.rightTangent.x, 0.0, width);
+  const Float x2 = std::clamp(width + b.leftTangent.x, 0.0, width);
+  const Float rise = b.position.y - a.position.y;
+  const Float y1 = a.rightTangent.y;
+  const Float y2 = rise + b.leftTangent.y;
+
+  // Power basis: B(t) = ((c3 t + c2) t + c1) t.
+  const Float ax3 = width - 3.0 * x2 + 3.0 * x1;
+  const Float ax2 = 3.0 * x2 - 6.0 * x1;
+  const Float ax1 = 3.0 * x1;
+  const Float ay3 = rise - 3.0 * y2 + 3.0 * y1;
+  const Float ay2 = 3.0 * y2 - 6.0 * y1;
+  const Float ay1 = 3.0 * y1;
+
+  // Newton from the chord's guess, which is exact for evenly spread control points;
+  // a step leaving the bracket falls back to bisection.
+  const Float u = x - a.position.x;
+  const Float tolerance = kSolveTolerance * width;
+  Float t = u / width;
+  Float low = 0.0;
+  Float high = 1.0;
+  for (int step = 0; step < kMaxSolveSteps; ++step) {
+    const Float error = ((ax3 * t + ax2) * t + ax1) * t - u;
+    if (std::abs(error) <= tolerance) break;
+    if (error < 0.0)
+      low = t;
+    else
+      high = t;
+    if (high - low <= kMinBracket) break;
+    const Float slope = (3.0 * ax3 * t + 2.0 * ax2) * t + ax1;
+    const Float next = t - error / slope;
+    t = next > low && next < high ? next : 0.5 * (low + high);
+  }
+  return a.position.y + ((ay3 * t + ay2) * t + ay1) * t;
+}
+
+}  // namespace
+
+SplineData::SplineData(const SplineData& other) noexcept { (void)CopyFrom(other); }
+
+SplineData& SplineData::operator=(const SplineData& other) noexcept {
+  (void)CopyFrom(other);
+  return *this;
+}
+
+Status SplineData::CopyFrom(const SplineData& other) {
+  if (this == &other) return Ok();
+  if (knots_.capacity() >= other.knots_.size()) {
+    knots_.assign(other.knots_.begin(), other.knots_.end());  // no allocation
+    return Ok();
+  }
+  std::vector<SplineKnot> copy;
+  VLGD_RETURN_IF_ERROR(TryCopy(copy, other.knots_));
+  knots_.swap(copy);
+  return Ok();
+}
+
+const SplineKnot* SplineData::GetKnot(Int32 index) const {
+  if (index < 0 || static_cast<std::size_t>(index) >= knots_.size()) return nullptr;
+  return &knots_[static_cast<std::size_t>(index)];
+}
+
+SplineKnot* SplineData::GetKnot(Int32 index) { return MutableKnot(index); }
+
+SplineKnot* SplineData::MutableKnot(Int32 index) {
+  if (index < 0 || static_cast<std::size_t>(index) >= knots_.size()) return nullptr;
+  return &knots_[static_cast<std::size_t>(index)];
+}
+
+Result<Int32> SplineData::InsertKnot(Float x, Float y, Int32 flags) {
+  if (!std::isfinite(x) || !std::isfinite(y)) return IllegalArgumentError("A knot coordinate is not a finite number!");
+  if (knots_.size() >= static_cast<std::size_t>(std::numeric_limits<Int32>::max()))
+    return IllegalArgumentError("Too many knots!");
+  // Reserve first so that the insert itself cannot fail halfway; grow geometrically so
+  // that building a curve knot by knot stays linear.
+  if (knots_.size() == knots_.capacity())
+    VLGD_RETURN_IF_ERROR(TryReserve(knots_, std::max<Int>(8, 2 * static_cast<Int>(knots_.size()))));
+
+  const auto at = FirstKnotAfter(knots_.begin(), knots_.end(), x);
+  SplineKnot knot;
+  knot.position = Vector(x, y, 0.0);
+  knot.flags = flags;
+  if (at != knots_.begin()) knot.leftTangent = Vector((std::prev(at)->position.x - x) / 3.0, 0.0, 0.0);
+  if (at != knots_.end()) knot.rightTangent = Vector((at->position.x - x) / 3.0, 0.0, 0.0);
+  const auto index = static_cast<Int32>(at - knots_.begin());
+  knots_.insert(at, knot);
+  return index;
+}
+
+bool SplineData::SetKnotLeftTangent(Int32 index, const Vector& tangent) {
+  SplineKnot* knot = MutableKnot(index);
+  if (knot == nullptr || !IsFinite(tangent)) return false;
+  knot->leftTangent = Vector(tangent.x, tangent.y, 0.0);
+  return true;
+}
+
+bool SplineData::SetKnotRightTangent(Int32 index, const Vector& tangent) {
+  SplineKnot* knot = MutableKnot(index);
+  if (knot == nullptr || !IsFinite(tangent)) return false;
+  knot->rightTangent = Vector(tangent.x, tangent.y, 0.0);
+  return true;
+}
+
+bool SplineData::SetKnotFlags(Int32 index, Int32 flags) {
+  SplineKnot* knot = MutableKnot(index);
+  if (knot == nullptr) return false;
+  knot->flags = flags;
+  return true;
+}
+
+Status SplineData::MakeLinearSpline(Int32 knotCount) {
+  if (knotCount < 2) return IllegalArgumentError("A linear spline needs at least 2 knots!");
+  std::vector<SplineKnot> knots;
+  VLGD_RETURN_IF_ERROR(TryResize(knots, Int{knotCount}));
+  const Int32 last = knotCount - 1;
+  const Float third = 1.0 / (3.0 * last);
+  const Vector handle(third, third, 0.0);
+  for (Int32 i = 0; i <= last; ++i) {
+    SplineKnot& knot = knots[static_cast<std::size_t>(i)];
+    // Divided rather than stepped so that the last knot lands on 1 exactly.
+    const Float position = static_cast<Float>(i) / static_cast<Float>(last);
+    knot.position = Vector(position, position, 0.0);
+    if (i > 0) knot.leftTangent = -handle;
+    if (i < last) knot.rightTangent = handle;
+  }
+  knots_.swap(knots);
+  return Ok();
+}
+
+Vector SplineData::GetPoint(Float x) const {
+  if (knots_.empty()) return Vector(x, x, 0.0);
+  const SplineKnot& first = knots_.front();
+  const SplineKnot& last = knots_.back();
+  if (!(x > first.position.x)) return Vector(x, first.position.y, 0.0);
+  if (x >= last.position.x) return Vector(x, last.position.y, 0.0);
+  // first.x < x < last.x: the segment found has a positive width, also where knots share
+  // an x (the curve steps there, and x at the step reads the later knot).
+  const auto after = FirstKnotAfter(knots_.begin(), knots_.end(), x);
+  return Vector(x, EvaluateSegment(*std::prev(after), *after, x), 0.0);
+}
+
+}  // namespace platform

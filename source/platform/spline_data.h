@@ -1,0 +1,82 @@
+#pragma once
+
+#include <vector>
+
+#include "platform/result.h"
+#include "platform/types.h"
+#include "platform/vector.h"
+
+namespace platform {
+
+// Left and right tangents of a knot are edited independently. Evaluation always uses both
+// tangents as stored; the flag only tells editors and files how the knot was made.
+constexpr Int32 kKnotFlagBreakTangents = 0x10;
+
+// A knot of a curve in the x/y plane. The tangents are offsets from the position; z is 0
+// throughout.
+struct SplineKnot {
+  Vector position;
+  Vector leftTangent;
+  Vector rightTangent;
+  Int32 flags = 0;
+
+  friend bool operator==(const SplineKnot&, const SplineKnot&) = default;
+};
+
+// A curve y(x) through knots sorted by x, used for transfer curves and gradient profiles
+// over the unit square. Between two neighbouring knots it is the cubic Bezier with control
+// points P_i, P_i + right_i, P_{i+1} + left_{i+1}, P_{i+1}; before the first knot and
+// after the last it stays at that knot's y.
+class SplineData {
+ public:
+  SplineData() = default;
+  // Knot lists are small, so plain copies are offered; a copy whose allocation fails
+  // yields no knots (construction) or keeps the old knots (assignment). Code that must
+  // know uses CopyFrom.
+  SplineData(const SplineData& other) noexcept;
+  SplineData& operator=(const SplineData& other) noexcept;
+  SplineData(SplineData&&) noexcept = default;
+  SplineData& operator=(SplineData&&) noexcept = default;
+
+  // A deep copy; on failure this curve is left as it was.
+  Status CopyFrom(const SplineData& other);
+
+  [[nodiscard]] Int32 GetKnotCount() const { return static_cast<Int32>(knots_.size()); }
+  // nullptr for an index out of range. Moving a knot's position through the writable
+  // pointer must keep the knots sorted by x.
+  [[nodiscard]] const SplineKnot* GetKnot(Int32 index) const;
+  [[nodiscard]] SplineKnot* GetKnot(Int32 index);
+
+  // Adds a knot at (x, y) and returns its index; a knot at the x of existing ones goes
+  // after them. Its tangents are horizontal, each a third of the x distance to the
+  // neighbour on that side long, and zero on a side without a neighbour. Other knots are
+  // not touched. Non-finite coordinates are refused.
+  Result<Int32> InsertKnot(Float x, Float y, Int32 flags = 0);
+  void DeleteAllKnots() { knots_.clear(); }
+
+  // Each returns false and changes nothing for an index out of range (presets rely on
+  // that) or for a non-finite tangent. The z component is stored as 0.
+  bool SetKnotLeftTangent(Int32 index, const Vector& tangent);
+  bool SetKnotRightTangent(Int32 index, const Vector& tangent);
+  bool SetKnotFlags(Int32 index, Int32 flags);
+
+  // Replaces the knots by knotCount knots evenly spaced on y = x from (0, 0) to (1, 1),
+  // tangents along the diagonal a third of the spacing long (none on the open ends), so
+  // that the curve maps every x in 0 .. 1 to itself. At least 2 knots; on failure the
+  // curve is left as it was.
+  Status MakeLinearSpline(Int32 knotCount);
+
+  // The curve point (x, y, 0) above x. Without knots the curve is the identity, with one
+  // knot it is that knot's y; a NaN x reads the first knot's y. Const, free of
+  // allocation and safe to call from any number of threads.
+  [[nodiscard]] Vector GetPoint(Float x) const;
+
+  friend bool operator==(const SplineData& a, const SplineData& b) { return a.knots_ == b.knots_; }
+
+ private:
+  SplineKnot* MutableKnot(Int32 index);
+
+  std::vector<SplineKnot> knots_;
+};
+
+}  // namespace platform

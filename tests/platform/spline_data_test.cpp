@@ -1,0 +1,201 @@
+#include "platform/spline_data.h"
+
+#include <cmath>
+#include <limits>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "platform/parallel.h"
+
+namespace platform {
+namespace {
+
+SplineData TwoKnots(Vector right0, Vector left1) {
+  SplineData curve;
+  EXPECT_TRUE(curve.InsertKnot(0.0, 0.0));
+  EXPECT_TRUE(curve.InsertKnot(1.0, 1.0));
+  EXPECT_TRUE(curve.SetKnotRightTangent(0, right0));
+  EXPECT_TRUE(curve.SetKnotLeftTangent(1, left1));
+  return curve;
+}
+
+// A point of the segment's Bezier by de Casteljau, independent of GetPoint's solve.
+Vector BezierPoint(const SplineKnot& a, const SplineKnot& b, Float t) {
+  const Vector p[4] = {a.position, a.position + a.rightTangent, b.position + b.leftTangent, b.position};
+  auto lerp = [t](const Vector& u, const Vector& v) { return u + (v - u) * t; };
+  const Vector q0 = lerp(p[0], p[1]), q1 = lerp(p[1], p[2]), q2 = lerp(p[2], p[3]);
+  return lerp(lerp(q0, q1), lerp(q1, q2));
+}
+
+TEST(SplineDataTest, LinearSplineIsIdentity) {
+  for (const Int32 knots : {2, 3, 7, 50}) {
+    SCOPED_TRACE(std::to_string(knots) + " knots");
+    SplineData curve;
+    ASSERT_TRUE(curve.MakeLinearSpline(knots));
+    ASSERT_EQ(curve.GetKnotCount(), knots);
+    EXPECT_EQ(curve.GetKnot(knots - 1)->position, Vector(1.0, 1.0, 0.0));
+    for (int i = 0; i <= 1000; ++i) {
+      const Float x = i / 1000.0;
+      const Vector point = curve.GetPoint(x);
+      EXPECT_EQ(point.x, x);
+      ASSERT_NEAR(point.y, x, 1e-12) << "x " << x;
+      EXPECT_EQ(point.z, 0.0);
+    }
+  }
+  SplineData curve;
+  ASSERT_TRUE(curve.MakeLinearSpline(3));
+  const SplineData before = curve;
+  EXPECT_EQ(curve.MakeLinearSpline(1).error().kind, ErrorKind::IllegalArgument);
+  EXPECT_EQ(curve, before);
+}
+
+TEST(SplineDataTest, EvaluatesTheBezierSegments) {
+  // Horizontal tangents a third of the width long: a smooth S from (0, 0) to (1, 1),
+  // symmetric about the middle.
+  SplineData s;
+  ASSERT_TRUE(s.InsertKnot(0.0, 0.0));
+  ASSERT_TRUE(s.InsertKnot(1.0, 1.0));
+  ASSERT_TRUE(s.SetKnotRightTangent(0, Vector(1.0 / 3.0, 0.0, 0.0)));
+  EXPECT_EQ(s.GetPoint(0.0).y, 0.0);
+  EXPECT_EQ(s.GetPoint(1.0).y, 1.0);
+  Float previous = -1.0;
+  for (int i = 0; i <= 1000; ++i) {
+    const Float x = i / 1000.0;
+    const Float y = s.GetPoint(x).y;
+    EXPECT_GT(y, previous) << "x " << x;
+    EXPECT_NEAR(y, 1.0 - s.GetPoint(1.0 - x).y, 1e-12) << "x " << x;
+    previous = y;
+  }
+
+  // Zero tangents put both inner control points on the knots: the straight diagonal,
+  // although Bx has no slope at either end, where Newton alone would stall.
+  const SplineData straight = TwoKnots(Vector(), Vector());
+  for (const Float x : {1e-12, 1e-6, 0.001, 0.3, 0.999, 1.0 - 1e-9}) EXPECT_NEAR(straight.GetPoint(x).y, x, 1e-13);
+
+  // Points of the Bezier itself, taken by parameter, must be met within the solve's
+  // tolerance: uneven tangents, a vertical one and a curve that falls.
+  SplineData curve;
+  for (const auto& [x, y] : {std::pair{0.0, 0.2}, {0.3, 0.9}, {0.7, 0.1}, {1.0, 0.6}})
+    ASSERT_TRUE(curve.InsertKnot(x, y));
+  curve.SetKnotRightTangent(0, Vector(0.05, 0.5, 0.0));
+  curve.SetKnotLeftTangent(1, Vector(0.0, -0.3, 0.0));
+  curve.SetKnotRightTangent(1, Vector(0.35, 0.1, 0.0));
+  curve.SetKnotLeftTangent(2, Vector(-0.1, 0.2, 0.0));
+  curve.SetKnotRightTangent(2, Vector(0.2, -0.4, 0.0));
+  curve.SetKnotLeftTangent(3, Vector(-0.01, 0.0, 0.0));
+  for (Int32 k = 0; k + 1 < curve.GetKnotCount(); ++k) {
+    for (int i = 0; i <= 200; ++i) {
+      const Vector expected = BezierPoint(*curve.GetKnot(k), *curve.GetKnot(k + 1), i / 200.0);
+      EXPECT_NEAR(curve.GetPoint(expected.x).y, expected.y, 1e-9) << "segment " << k << ", t " << i / 200.0;
+    }
+  }
+
+  // A tangent reaching past the neighbour is cut back to the segment, so Bx does not
+  // fold and the curve stays continuous.
+  const SplineData overshoot = TwoKnots(Vector(3.0, 0.5, 0.0), Vector(-0.1, 0.0, 0.0));
+  Float last = 0.0;
+  for (int i = 0; i <= 1000; ++i) {
+    const Float y = overshoot.GetPoint(i / 1000.0).y;
+    ASSERT_TRUE(std::isfinite(y));
+    EXPECT_NEAR(y, last, 0.02) << "x " << i / 1000.0;  // no jumps between folds of Bx
+    last = y;
+  }
+  EXPECT_EQ(overshoot.GetPoint(1.0).y, 1.0);
+}
+
+TEST(SplineDataTest, OutsideTheKnotsAndDegenerateCurves) {
+  SplineData curve;
+  EXPECT_EQ(curve.GetPoint(0.3), Vector(0.3, 0.3, 0.0));  // no knots: identity
+
+  ASSERT_TRUE(curve.InsertKnot(0.4, 0.7));
+  for (const Float x : {-1.0, 0.0, 0.4, 0.9, 5.0}) EXPECT_EQ(curve.GetPoint(x), Vector(x, 0.7, 0.0));
+
+  ASSERT_TRUE(curve.InsertKnot(0.8, 0.2));
+  EXPECT_EQ(curve.GetPoint(-1.0).y, 0.7);
+  EXPECT_EQ(curve.GetPoint(0.1).y, 0.7);
+  EXPECT_EQ(curve.GetPoint(0.9).y, 0.2);
+  EXPECT_EQ(curve.GetPoint(std::numeric_limits<Float>::infinity()).y, 0.2);
+  EXPECT_EQ(curve.GetPoint(std::numeric_limits<Float>::quiet_NaN()).y, 0.7);
+
+  // Two knots at one x make a step; x at the step reads the later knot.
+  ASSERT_TRUE(curve.InsertKnot(0.6, 0.0));
+  ASSERT_EQ(curve.InsertKnot(0.6, 1.0).value(), 2);
+  EXPECT_EQ(curve.GetPoint(0.6).y, 1.0);
+  EXPECT_LT(curve.GetPoint(0.6 - 1e-9).y, 0.01);
+  EXPECT_GT(curve.GetPoint(0.6 + 1e-9).y, 0.99);
+}
+
+TEST(SplineDataTest, KnotEditing) {
+  SplineData curve;
+  EXPECT_EQ(curve.InsertKnot(0.5, 0.1).value(), 0);
+  EXPECT_EQ(curve.GetKnot(0)->leftTangent, Vector());  // alone: no neighbour on either side
+  EXPECT_EQ(curve.GetKnot(0)->rightTangent, Vector());
+  EXPECT_EQ(curve.InsertKnot(1.0, 0.3).value(), 1);
+  EXPECT_EQ(curve.InsertKnot(0.0, 0.2, kKnotFlagBreakTangents).value(), 0);
+  EXPECT_EQ(curve.InsertKnot(0.2, 0.4).value(), 1);
+  ASSERT_EQ(curve.GetKnotCount(), 4);
+  const Float xs[] = {0.0, 0.2, 0.5, 1.0};
+  for (Int32 k = 0; k < 4; ++k) EXPECT_EQ(curve.GetKnot(k)->position.x, xs[k]);
+  EXPECT_EQ(curve.GetKnot(0)->flags, kKnotFlagBreakTangents);
+  EXPECT_NEAR(curve.GetKnot(0)->rightTangent.x, 0.5 / 3.0, 1e-15);  // neighbour at insertion time
+  EXPECT_NEAR(curve.GetKnot(1)->leftTangent.x, -0.2 / 3.0, 1e-15);
+  EXPECT_NEAR(curve.GetKnot(1)->rightTangent.x, 0.3 / 3.0, 1e-15);
+  EXPECT_EQ(curve.GetKnot(3)->rightTangent, Vector());
+  EXPECT_EQ(curve.GetKnot(4), nullptr);
+
+  const SplineData before = curve;
+  EXPECT_EQ(curve.InsertKnot(std::numeric_limits<Float>::quiet_NaN(), 0.0).error().kind, ErrorKind::IllegalArgument);
+  EXPECT_FALSE(curve.InsertKnot(0.3, std::numeric_limits<Float>::infinity()));
+  EXPECT_FALSE(curve.SetKnotLeftTangent(4, Vector(1.0, 1.0, 0.0)));
+  EXPECT_FALSE(curve.SetKnotRightTangent(-1, Vector(1.0, 1.0, 0.0)));
+  EXPECT_FALSE(curve.SetKnotFlags(4, 1));
+  EXPECT_FALSE(curve.SetKnotRightTangent(1, Vector(std::numeric_limits<Float>::quiet_NaN(), 0.0, 0.0)));
+  EXPECT_EQ(curve, before);
+
+  EXPECT_TRUE(curve.SetKnotLeftTangent(3, Vector(-0.1, 0.2, 5.0)));
+  EXPECT_EQ(curve.GetKnot(3)->leftTangent, Vector(-0.1, 0.2, 0.0));  // z stays 0
+}
+
+TEST(SplineDataTest, ConcurrentEvaluationMatchesSerial) {
+  SplineData curve;
+  for (const auto& [x, y] : {std::pair{0.0, 0.5}, {0.25, 0.1}, {0.5, 0.9}, {0.75, 0.3}, {1.0, 0.6}})
+    ASSERT_TRUE(curve.InsertKnot(x, y));
+  curve.SetKnotRightTangent(2, Vector(0.2, -0.3, 0.0));
+  constexpr Int kCount = 4001 * 25;
+  std::vector<Float> serial(kCount);
+  std::vector<Float> parallel(kCount);
+  for (Int i = 0; i < kCount; ++i) serial[static_cast<std::size_t>(i)] = curve.GetPoint(Float(i) / (kCount - 1)).y;
+  ParallelOptions options;
+  options.granularity = 1;
+  ASSERT_TRUE(ParallelFor(0, kCount, options, [&](Int i) {
+    parallel[static_cast<std::size_t>(i)] = curve.GetPoint(Float(i) / (kCount - 1)).y;
+  }));
+  EXPECT_EQ(parallel, serial);
+}
+
+TEST(SplineDataTest, CopyAndEquality) {
+  SplineData original;
+  ASSERT_TRUE(original.MakeLinearSpline(4));
+  ASSERT_TRUE(original.SetKnotRightTangent(1, Vector(0.2, 0.1, 0.0)));
+
+  SplineData copied(original);
+  SplineData assigned;
+  ASSERT_TRUE(assigned.InsertKnot(0.5, 0.5));
+  assigned = original;
+  SplineData explicitCopy;
+  ASSERT_TRUE(explicitCopy.CopyFrom(original));
+  ASSERT_TRUE(explicitCopy.CopyFrom(explicitCopy));
+  for (const SplineData* copy : {&copied, &assigned, &explicitCopy}) EXPECT_EQ(*copy, original);
+
+  // Copies are deep, and flags, tangents and positions all take part in equality.
+  ASSERT_TRUE(copied.SetKnotFlags(2, kKnotFlagBreakTangents));
+  ASSERT_TRUE(assigned.SetKnotLeftTangent(3, Vector(-0.2, 0.0, 0.0)));
+  explicitCopy.GetKnot(0)->position.y = 0.01;
+  for (const SplineData* copy : {&copied, &assigned, &explicitCopy}) EXPECT_NE(*copy, original);
+  EXPECT_EQ(original.GetKnot(2)->flags, 0);
+}
+
+}  // namespace
+}  // namespace platform
