@@ -4,6 +4,7 @@
 #include <cmath>
 #include <limits>
 #include <new>
+#include <utility>
 
 namespace platform {
 namespace {
@@ -41,19 +42,9 @@ bool Value::ToBool(bool fallback) const {
 }
 
 Int32 Value::ToInt32(Int32 fallback) const {
-  switch (Type()) {
-    case ValueType::BOOL:
-      return std::get<bool>(storage_) ? 1 : 0;
-    case ValueType::INT32:
-      return std::get<Int32>(storage_);
-    case ValueType::INT64:
-      return static_cast<Int32>(std::clamp<Int>(std::get<Int>(storage_), std::numeric_limits<Int32>::min(),
-                                                   std::numeric_limits<Int32>::max()));
-    case ValueType::FLOAT:
-      return SaturatingFromFloat<Int32>(std::get<Float>(storage_));
-    default:
-      return fallback;
-  }
+  // Saturating twice gives the same as saturating once into the narrower range.
+  return static_cast<Int32>(
+      std::clamp<Int>(ToInt64(fallback), std::numeric_limits<Int32>::min(), std::numeric_limits<Int32>::max()));
 }
 
 Int Value::ToInt64(Int fallback) const {
@@ -92,8 +83,7 @@ const Value* ParameterContainer::Find(ParameterId id) const {
 }
 
 Value* ParameterContainer::Find(ParameterId id) {
-  const auto found = LowerBound(entries_, id);
-  return found != entries_.end() && found->first == id ? &found->second : nullptr;
+  return const_cast<Value*>(std::as_const(*this).Find(id));
 }
 
 ValueType ParameterContainer::TypeOf(ParameterId id) const {
@@ -151,8 +141,7 @@ const SplineData* ParameterContainer::GetSplineData(ParameterId id) const {
 }
 
 SplineData* ParameterContainer::GetSplineData(ParameterId id) {
-  Value* value = Find(id);
-  return value != nullptr ? std::get_if<SplineData>(&value->Data()) : nullptr;
+  return const_cast<SplineData*>(std::as_const(*this).GetSplineData(id));
 }
 
 Status ParameterContainer::Set(ParameterId id, Value value) {
