@@ -37,6 +37,13 @@ Status PendingFile::Commit() {
   return Ok();
 }
 
+std::string LowerCaseEnding(const std::filesystem::path& path) {
+  std::string ending = path.extension().string();
+  for (char& c : ending)
+    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+  return ending;
+}
+
 Status WriteFileAtomically(const std::filesystem::path& target, FunctionRef<Status(std::ostream&)> write) {
   PendingFile pending(target);
   {

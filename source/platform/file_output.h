@@ -2,6 +2,7 @@
 
 #include <filesystem>
 #include <ostream>
+#include <string>
 
 #include "platform/function_ref.h"
 #include "platform/result.h"
@@ -27,6 +28,10 @@ class PendingFile {
   std::filesystem::path temporary_;
   bool committed_ = false;
 };
+
+// The file ending in lower case with its dot (".tif" for "Map.TIF"), empty when there is none;
+// writers choose their format by it.
+std::string LowerCaseEnding(const std::filesystem::path& path);
 
 // Opens a binary stream on a pending file, lets `write` fill it, and commits it when the
 // stream is good and `write` succeeded.

@@ -65,12 +65,6 @@ PixelType FromTypeDesc(OIIO::TypeDesc type) {
   }
 }
 
-std::string LowerCase(std::string text) {
-  for (char& c : text)
-    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-  return text;
-}
-
 // The OpenImageIO format name for a file ending, empty when we do not write it.
 std::string_view FormatForEnding(std::string_view ending) {
   if (ending == ".tif" || ending == ".tiff") return "tiff";
@@ -103,7 +97,7 @@ std::string Reason(std::string message) {
 }
 
 Status WriteImageUnchecked(const Image& image, const std::filesystem::path& path, std::optional<PixelType> fileType) {
-  const std::string ending = LowerCase(path.extension().string());
+  const std::string ending = LowerCaseEnding(path);
   const std::string_view format = FormatForEnding(ending);
   if (ending.empty()) {
     return IllegalArgumentError(

@@ -1,20 +1,12 @@
-#include <algorithm>
-#include <cctype>
 #include <string>
 
+#include "platform/file_output.h"
 #include "platform/mesh_io.h"
 
 namespace platform {
 
 Status WriteGeometry(const GeometryObject& root, const std::filesystem::path& path) {
-  std::string ending;
-  try {
-    ending = path.extension().string();
-  } catch (const std::bad_alloc&) {
-    return OutOfMemoryError("Out of memory writing \"" + path.string() + "\"!");
-  }
-  std::transform(ending.begin(), ending.end(), ending.begin(),
-                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+  const std::string ending = LowerCaseEnding(path);
   if (ending == ".glb") return WriteGlb(root, path);
   if (ending == ".obj") return WriteObj(root, path);
   if (ending == ".ply") return WritePly(root, path);

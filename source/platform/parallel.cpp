@@ -147,14 +147,16 @@ int MaxThreads() { return CurrentMaxThreads(); }
 #if defined(VELLGRUND_PARALLEL_TBB)
 
 struct ScopedThreadLimit::State {
+  // Built in place: the limit lasts exactly as long as this control object.
+  explicit State(int threads)
+      : control(tbb::global_control::max_allowed_parallelism, static_cast<std::size_t>(std::max(1, threads))) {}
   tbb::global_control control;
 };
 
 ScopedThreadLimit::ScopedThreadLimit(int threads)
-    : state_(new State{tbb::global_control(tbb::global_control::max_allowed_parallelism,
-                                           static_cast<std::size_t>(std::max(1, threads)))}) {}
+    : state_(std::make_unique<State>(threads)) {}
 
-ScopedThreadLimit::~ScopedThreadLimit() { delete state_; }
+ScopedThreadLimit::~ScopedThreadLimit() = default;
 
 #else
 
@@ -163,11 +165,10 @@ struct ScopedThreadLimit::State {
 };
 
 ScopedThreadLimit::ScopedThreadLimit(int threads)
-    : state_(new State{threadLimit.exchange(std::max(1, threads), std::memory_order_relaxed)}) {}
+    : state_(std::make_unique<State>(threadLimit.exchange(std::max(1, threads), std::memory_order_relaxed))) {}
 
 ScopedThreadLimit::~ScopedThreadLimit() {
   threadLimit.store(state_->previous, std::memory_order_relaxed);
-  delete state_;
 }
 
 #endif

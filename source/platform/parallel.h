@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <memory>
 #include <string_view>
 #include <type_traits>
 
@@ -87,7 +88,7 @@ class ScopedThreadLimit {
 
  private:
   struct State;
-  State* state_;
+  std::unique_ptr<State> state_;
 };
 
 }  // namespace platform
