@@ -2,6 +2,9 @@
 
 #include <cmath>
 
+#include <new>
+
+#include "platform/document.h"
 #include "platform/parallel.h"
 
 namespace VLGD {
@@ -109,6 +112,25 @@ platform::Result<std::unique_ptr<platform::PolygonObject>> CreatePlaneGeometry(F
          });
   if (!filled) return std::unexpected(filled.error());
   return plane;
+}
+
+platform::Result<std::unique_ptr<platform::GeometryObject>> GetCurrentState(const platform::Node* object,
+                                                                          const platform::HierarchyHelp& help) {
+  if (object == nullptr) return platform::IllegalArgumentError("objectPtr must not be NULL!");
+  std::unique_ptr<platform::Document> temporary;
+  try {
+    temporary = std::make_unique<platform::Document>(object->GetHost());
+  } catch (const std::bad_alloc&) {
+    return platform::OutOfMemoryError("Could not allocate temporary document!");
+  }
+  auto clone = temporary->Clone(*object);
+  if (!clone) return platform::MakeError(clone.error().kind, "Could not clone input object!");
+  platform::Node* inserted = temporary->InsertLast(std::move(*clone));
+  auto result = temporary->CurrentStateToObject(*inserted, help);
+  if (!result || *result == nullptr)
+    return platform::GenericError("An error occurred while executing MCOMMAND_CURRENTSTATETOOBJECT!");
+  (*result)->matrix = object->GetMg();
+  return std::move(*result);
 }
 
 }  // namespace VLGD

@@ -4,6 +4,7 @@
 
 #include "platform/cancellation.h"
 #include "platform/geometry.h"
+#include "platform/node.h"
 #include "platform/result.h"
 #include "platform/types.h"
 
@@ -23,5 +24,10 @@ enum class PLANETESSELATIONMODE : platform::Int32 {
 platform::Result<std::unique_ptr<platform::PolygonObject>> CreatePlaneGeometry(
     platform::Float sizeX, platform::Float sizeZ, platform::Int32 segX, platform::Int32 segZ, platform::Int32 mode,
     bool createUVW, const platform::CancellationToken* thread);
+
+// The current state of `object` as a separate editable object: a clone of it is built in a
+// temporary document and its result is placed with `object`'s global matrix.
+platform::Result<std::unique_ptr<platform::GeometryObject>> GetCurrentState(const platform::Node* object,
+                                                                          const platform::HierarchyHelp& help);
 
 }  // namespace VLGD

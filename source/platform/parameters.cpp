@@ -144,6 +144,15 @@ SplineData* ParameterContainer::GetSplineData(ParameterId id) {
   return const_cast<SplineData*>(std::as_const(*this).GetSplineData(id));
 }
 
+const FieldList* ParameterContainer::GetFieldList(ParameterId id) const {
+  const Value* value = Find(id);
+  return value != nullptr ? std::get_if<FieldList>(&value->Data()) : nullptr;
+}
+
+FieldList* ParameterContainer::GetFieldList(ParameterId id) {
+  return const_cast<FieldList*>(std::as_const(*this).GetFieldList(id));
+}
+
 Status ParameterContainer::Set(ParameterId id, Value value) {
   try {
     const auto found = LowerBound(entries_, id);

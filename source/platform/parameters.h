@@ -6,6 +6,7 @@
 #include <variant>
 #include <vector>
 
+#include "platform/field_list.h"
 #include "platform/matrix.h"
 #include "platform/result.h"
 #include "platform/spline_data.h"
@@ -35,12 +36,14 @@ enum class ValueType : Int32 {
   CURVE = 7,
   LINK = 8,
   MATRIX = 9,
+  FIELDLIST = 10,
 };
 
 // One typed parameter value. Copies are deep.
 class Value {
  public:
-  using Storage = std::variant<std::monostate, bool, Int32, Int, Float, Vector, std::string, SplineData, NodeLink, Matrix>;
+  using Storage = std::variant<std::monostate, bool, Int32, Int, Float, Vector, std::string, SplineData, NodeLink, Matrix,
+                               FieldList>;
 
   Value() = default;
   Value(bool value) : storage_(value) {}                  // NOLINT(google-explicit-constructor)
@@ -53,6 +56,7 @@ class Value {
   Value(SplineData value) : storage_(std::move(value)) {}   // NOLINT(google-explicit-constructor)
   Value(NodeLink value) : storage_(value) {}              // NOLINT(google-explicit-constructor)
   Value(const Matrix& value) : storage_(value) {}         // NOLINT(google-explicit-constructor)
+  Value(FieldList value) : storage_(std::move(value)) {}  // NOLINT(google-explicit-constructor)
 
   [[nodiscard]] ValueType Type() const { return static_cast<ValueType>(storage_.index()); }
   [[nodiscard]] const Storage& Data() const { return storage_; }
@@ -92,6 +96,9 @@ class ParameterContainer {
   // The curve stored under the ID, or nullptr when there is none.
   [[nodiscard]] const SplineData* GetSplineData(ParameterId id) const;
   [[nodiscard]] SplineData* GetSplineData(ParameterId id);
+  // The field list stored under the ID, or nullptr when there is none.
+  [[nodiscard]] const FieldList* GetFieldList(ParameterId id) const;
+  [[nodiscard]] FieldList* GetFieldList(ParameterId id);
 
   // Stores a value, replacing what the ID held, whatever its type.
   Status Set(ParameterId id, Value value);

@@ -5,7 +5,10 @@
 #include <limits>
 #include <vector>
 
+#include "platform/document.h"
+#include "platform/host.h"
 #include "platform/parallel.h"
+#include "support/test_node_types.h"
 
 namespace VLGD {
 namespace {
@@ -133,3 +136,37 @@ TEST(PlaneGeometry, ThreadCountDoesNotChangeTheMesh) {
 
 }  // namespace
 }  // namespace VLGD
+
+namespace {
+
+using namespace platform;
+using namespace testing_support;
+
+TEST(CurrentStateTest, BuildsACloneAndPlacesTheResultWithTheGlobalMatrix) {
+  Host host;
+  RegisterTestNodeTypes(host);
+  Document doc(host);
+  Node* parent = doc.InsertLast(*doc.CreateNode(kTestObjectType));
+  parent->SetMl(TranslationMatrix({10.0, 0.0, 0.0}));
+  Node* generator = doc.InsertLast(*doc.CreateNode(kTestGeneratorType), parent);
+  generator->SetMl(TranslationMatrix({0.0, 5.0, 0.0}));
+  ASSERT_TRUE(generator->SetParameter(kTestFloat, 3.0));
+
+  auto state = VLGD::GetCurrentState(generator, {});
+  ASSERT_TRUE(state) << state.error().message;
+  EXPECT_EQ((*state)->matrix.off, (Vector{10.0, 5.0, 0.0}));
+  EXPECT_EQ(static_cast<const PolygonObject&>(**state).GetPointR()[0].x, 3.0);
+  EXPECT_EQ(generator->GetCache(), nullptr);  // the original was not built
+  EXPECT_EQ(doc.AllNodes().size(), 2u);
+
+  const auto ErrorOf = [](const Node* node) {
+    auto failed = VLGD::GetCurrentState(node, {});
+    return failed ? std::string("no error") : failed.error().message;
+  };
+  EXPECT_EQ(ErrorOf(nullptr), "objectPtr must not be NULL!");
+  ASSERT_TRUE(generator->SetParameter(kTestFloat, 9.0));  // the test generator fails above 5
+  EXPECT_EQ(ErrorOf(generator), "An error occurred while executing MCOMMAND_CURRENTSTATETOOBJECT!");
+  EXPECT_EQ(ErrorOf(parent), "An error occurred while executing MCOMMAND_CURRENTSTATETOOBJECT!");
+}
+
+}  // namespace

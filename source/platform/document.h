@@ -1,0 +1,122 @@
+#pragma once
+
+#include <memory>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "platform/node.h"
+#include "platform/parameters.h"
+#include "platform/result.h"
+#include "platform/types.h"
+
+namespace platform {
+
+class Host;
+struct UndoGroup;
+
+enum class SelectionMode {
+  NEW,  // the node alone
+  ADD,  // after the nodes already selected
+  DEL,  // remove the node from the selection
+};
+
+// Undo step kinds.
+enum UndoType : Int32 {
+  UNDOTYPE_CHANGE = 40,        // before a change of a node's parameters, state or place
+  UNDOTYPE_CHANGE_SMALL = 42,  // before a change of a node's parameters only
+  UNDOTYPE_NEWOBJ = 44,        // after a node was inserted
+  UNDOTYPE_DELETEOBJ = 45,     // before a node is removed
+};
+
+// A scene: a tree of nodes with a selection, an undo stack and its own copy of any
+// preference containers the scene overrides.
+class Document {
+ public:
+  explicit Document(Host& host);
+  ~Document();
+  Document(const Document&) = delete;
+  Document& operator=(const Document&) = delete;
+
+  [[nodiscard]] Host& GetHost() const { return *host_; }
+
+  // A new detached node of a registered type, its defaults written by its data's Init.
+  Result<std::unique_ptr<Node>> CreateNode(Int32 typeId);
+  Result<std::unique_ptr<Node>> CreateNode(std::string_view resourceName);
+  // A detached copy of `node` and its children: parameters, state, matrix and the data's
+  // CopyTo; new identities. Links between the copied nodes are not redirected.
+  Result<std::unique_ptr<Node>> Clone(const Node& node);
+
+  // Inserts a detached node (and its children). `parent` nullptr means the top level.
+  Node* InsertFirst(std::unique_ptr<Node> node, Node* parent = nullptr);
+  Node* InsertLast(std::unique_ptr<Node> node, Node* parent = nullptr);
+  Node* InsertBefore(std::unique_ptr<Node> node, Node& sibling);
+  Node* InsertAfter(std::unique_ptr<Node> node, Node& sibling);
+  // Takes a node and its children out of the document; they leave the selection and their
+  // links stop resolving.
+  std::unique_ptr<Node> Remove(Node& node);
+
+  [[nodiscard]] Node* GetFirstObject() const;
+  // Every node, depth first.
+  [[nodiscard]] std::vector<Node*> AllNodes() const;
+  [[nodiscard]] Node* FindByIdentity(UInt64 identity) const;
+  [[nodiscard]] Node* Resolve(NodeLink link) const { return FindByIdentity(link.target); }
+  [[nodiscard]] Node* FindByName(std::string_view name) const;
+
+  void SetActiveObject(Node* node, SelectionMode mode = SelectionMode::NEW);
+  // The selected nodes in the order they were selected.
+  [[nodiscard]] std::vector<Node*> GetActiveObjects() const;
+
+  // A user edit: checks the value against the node's description (numbers convert to the
+  // described type; other types are refused), stores it, and sends the node's data the
+  // parameter-changed and post-set-parameter messages.
+  Status SetParameter(Node& node, ParameterId id, Value value);
+  // A button press: MSG_DESCRIPTION_COMMAND with the button's ID.
+  bool PressButton(Node& node, ParameterId id);
+
+  // The document's container of a world plug-in ID: its own when the scene overrides it,
+  // else the application's (created empty when missing).
+  ParameterContainer& GetWorldPluginData(Int32 id);
+  // Gives the document its own copy of the container, the application's values first.
+  ParameterContainer& OverrideWorldPluginData(Int32 id);
+  [[nodiscard]] const std::unordered_map<Int32, ParameterContainer>& WorldOverrides() const { return worldOverrides_; }
+
+  // Builds the caches of all generators depth first, as the editor does before it draws.
+  // The first error is returned after its text was printed on the console; the other
+  // generators are still built.
+  Status ExecutePasses(const HierarchyHelp& help);
+  // The modelling command "current state to object": builds `node` now and hands over what
+  // it generated. Fails when the build fails or the node generates nothing.
+  Result<std::unique_ptr<GeometryObject>> CurrentStateToObject(Node& node, const HierarchyHelp& help);
+
+  // Undo. Steps are recorded only between StartUndo and EndUndo; groups nest, the
+  // outermost one becomes one undo entry. A new group drops everything that could be
+  // redone.
+  void StartUndo();
+  Status AddUndo(UndoType type, Node& node);
+  void EndUndo();
+  bool DoUndo();
+  bool DoRedo();
+  [[nodiscard]] Int UndoCount() const { return static_cast<Int>(undoStack_.size()); }
+  [[nodiscard]] Int RedoCount() const { return static_cast<Int>(redoStack_.size()); }
+
+ private:
+  friend class Node;
+  void Attach(Node& node);
+  void Detach(Node& node);
+  Node* Link(std::unique_ptr<Node> node, Node& parent, Node* pred);
+  Result<std::unique_ptr<Node>> CloneKeepingIdentity(const Node& node, bool keepIdentity);
+  void ApplyUndo(UndoGroup& group, bool undo);
+
+  Host* host_;
+  std::unique_ptr<Node> root_;  // parent of the top-level nodes; never shown
+  std::unordered_map<UInt64, Node*> nodes_;
+  std::vector<UInt64> selection_;
+  std::unordered_map<Int32, ParameterContainer> worldOverrides_;
+  std::vector<std::unique_ptr<UndoGroup>> undoStack_;
+  std::vector<std::unique_ptr<UndoGroup>> redoStack_;
+  std::unique_ptr<UndoGroup> openGroup_;
+  Int32 undoDepth_ = 0;
+};
+
+}  // namespace platform

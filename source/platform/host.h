@@ -1,0 +1,72 @@
+#pragma once
+
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <string_view>
+
+#include "platform/console.h"
+#include "platform/preferences.h"
+#include "platform/registry.h"
+#include "platform/strings.h"
+
+namespace platform {
+
+// Dialogs an editor shows; a tool answers them from its options.
+class UserInterface {
+ public:
+  virtual ~UserInterface() = default;
+  // The file the user chose, or no value when the dialog was cancelled.
+  virtual std::optional<std::filesystem::path> SaveFileDialog(std::string_view title, std::string_view proposedName,
+                                                              std::string_view suffix) = 0;
+  virtual void MessageDialog(std::string_view text) = 0;
+};
+
+// Cancels every dialog and prints messages on the console.
+class ConsoleUserInterface final : public UserInterface {
+ public:
+  explicit ConsoleUserInterface(ConsoleSink& console) : console_(&console) {}
+  std::optional<std::filesystem::path> SaveFileDialog(std::string_view, std::string_view, std::string_view) override {
+    return std::nullopt;
+  }
+  void MessageDialog(std::string_view text) override { console_->Print(text); }
+
+ private:
+  ConsoleSink* console_;
+};
+
+// The services of the application that documents and node types share: the registry,
+// the preferences, the string table, the console and the dialogs.
+class Host {
+ public:
+  // Console on standard error, dialogs cancelled, the field object types registered.
+  Host();
+  Host(const Host&) = delete;
+  Host& operator=(const Host&) = delete;
+
+  Registry& GetRegistry() { return registry_; }
+  [[nodiscard]] const Registry& GetRegistry() const { return registry_; }
+  Preferences& GetPreferences() { return preferences_; }
+  StringTable& GetStrings() { return strings_; }
+  [[nodiscard]] const StringTable& GetStrings() const { return strings_; }
+  ConsoleSink& GetConsole() { return *console_; }
+  UserInterface& GetUserInterface() { return *userInterface_; }
+  // The sinks stay owned by the caller and must outlive their use.
+  void SetConsole(ConsoleSink& console) { console_ = &console; }
+  void SetUserInterface(UserInterface& userInterface) { userInterface_ = &userInterface; }
+
+ private:
+  Registry registry_;
+  Preferences preferences_;
+  StringTable strings_;
+  StandardErrorConsole standardError_;
+  ConsoleUserInterface cancellingInterface_{standardError_};
+  ConsoleSink* console_ = &standardError_;
+  UserInterface* userInterface_ = &cancellingInterface_;
+};
+
+// The folder of resource files (string table, icon sheets): $VELLGRUND_RESOURCES when set,
+// else "res" beside the executable or one level up, else the source tree's.
+std::filesystem::path ResourceFolder();
+
+}  // namespace platform

@@ -1,0 +1,320 @@
+#include "platform/scene_file.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <numbers>
+#include <string>
+#include <vector>
+
+#include "platform/field_objects.h"
+#include "support/temp_dir.h"
+
+namespace {
+
+using namespace platform;
+using testing_support::TempDir;
+
+constexpr Int32 kSceneType = 1059901;
+
+enum : ParameterId {
+  TEST_GROUP = 900,
+  TEST_BOOL = 1000,
+  TEST_MODE = 1001,
+  TEST_SEED = 1002,
+  TEST_HEIGHT = 1003,
+  TEST_OFFSET = 1004,
+  TEST_LABEL = 1005,
+  TEST_PROFILE = 1006,
+  TEST_MASK = 1007,
+  TEST_TARGET = 1008,
+  TEST_PLACEMENT = 1009,
+  TEST_STATUS = 1010,
+};
+
+class SceneTestData final : public ObjectData {
+ public:
+  bool Init(Node& node) override {
+    return node.GetTypeInfo().description.WriteDefaults(node.GetDataInstance()).has_value();
+  }
+  // Disk level 0 stored the height negated.
+  bool Read(Node& node, Int32 diskLevel) override {
+    if (diskLevel > 1) return false;
+    if (diskLevel == 0)
+      return node.GetDataInstance().Set(TEST_HEIGHT, -node.GetData().GetFloat(TEST_HEIGHT)).has_value();
+    return true;
+  }
+};
+
+class SceneFileTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    host_.SetConsole(console_);
+    Registry& registry = host_.GetRegistry();
+    ASSERT_TRUE(registry.Enumerations().Register({"TESTMODE", {{"LOW", 0}, {"MID", 1}, {"HIGH", 2}}, false}));
+    ASSERT_TRUE(registry.RegisterCurvePreset("RAMP", [](SplineData& curve) { return curve.MakeLinearSpline(3); }));
+    SplineData profile;
+    ASSERT_TRUE(profile.MakeLinearSpline(2));
+    Description description;
+    description.resourceName = "oscenetest";
+    description.parameters = {
+        {.id = TEST_GROUP, .symbol = "TEST_GROUP", .kind = ParameterKind::GROUP},
+        {.id = TEST_BOOL, .symbol = "TEST_BOOL", .type = ValueType::BOOL, .defaultValue = false},
+        {.id = TEST_MODE,
+         .symbol = "TEST_MODE",
+         .type = ValueType::INT32,
+         .defaultValue = Int32{1},
+         .enumeration = "TESTMODE",
+         .minimum = 0.0,
+         .maximum = 2.0},
+        {.id = TEST_SEED, .symbol = "TEST_SEED", .type = ValueType::INT64, .defaultValue = Int{0}},
+        {.id = TEST_HEIGHT,
+         .symbol = "TEST_HEIGHT",
+         .type = ValueType::FLOAT,
+         .defaultValue = 10.0,
+         .minimum = -50.0,
+         .maximum = 50.0},
+        {.id = TEST_OFFSET, .symbol = "TEST_OFFSET", .type = ValueType::VECTOR, .defaultValue = Vector{}},
+        {.id = TEST_LABEL, .symbol = "TEST_LABEL", .type = ValueType::STRING, .defaultValue = ""},
+        {.id = TEST_PROFILE, .symbol = "TEST_PROFILE", .type = ValueType::CURVE, .defaultValue = profile},
+        {.id = TEST_MASK, .symbol = "TEST_MASK", .type = ValueType::FIELDLIST, .defaultValue = FieldList{}},
+        {.id = TEST_TARGET, .symbol = "TEST_TARGET", .type = ValueType::LINK, .defaultValue = NodeLink{}},
+        {.id = TEST_PLACEMENT, .symbol = "TEST_PLACEMENT", .type = ValueType::MATRIX, .defaultValue = Matrix{}},
+        {.id = TEST_STATUS,
+         .symbol = "TEST_STATUS",
+         .type = ValueType::STRING,
+         .defaultValue = "idle",
+         .readOnly = true},
+    };
+    PluginInfo info;
+    info.id = kSceneType;
+    info.resourceName = "oscenetest";
+    info.diskLevel = 1;
+    info.allocate = [] { return std::make_unique<SceneTestData>(); };
+    ASSERT_TRUE(registry.RegisterNodeType(std::move(info), description));
+  }
+
+  std::unique_ptr<Document> Load(const std::string& json) {
+    auto loaded = LoadScene(host_, json, "scene.json");
+    EXPECT_TRUE(loaded) << loaded.error().message;
+    return loaded ? std::move(*loaded) : nullptr;
+  }
+
+  CollectingConsole console_;
+  Host host_;
+};
+
+const char* const kScene = R"json({
+  "vellgrund": 1,
+  "objects": [
+    { "type": 1059001, "name": "Sphere", "id": "s" },
+    { "type": "oscenetest", "name": "Parent", "id": 5,
+      "position": [1, 2, 3], "rotation": [90, 0, 30], "scale": [2, 1, 1],
+      "params": {
+        "1001": "HIGH", "TEST_SEED": 9007199254740993, "1003 OLD_SYMBOL": -2.5, "1005": "r\u00e9gion",
+        "1006": { "knots": [ { "position": [1, 1], "left": [-0.25, 0] },
+                             { "position": [0, 0], "right": [0.1, 0.3], "flags": 16 } ] },
+        "1007": { "layers": [ { "field": "s", "opacity": 0.25, "blend": "MAX" },
+                              { "field": null, "enabled": false } ] },
+        "1008": { "link": "c" }, "1009": { "off": [0, 0, 7] }, "1010": "busy" },
+      "children": [
+        { "type": "oscenetest", "name": "Child", "id": "c",
+          "enabled": false, "editor_visible": "off", "render_visible": true,
+          "params": { "1001": 0, "1000": true, "1004": [1, -2, 0.1], "1006": { "preset": "RAMP" },
+                      "1008": { "link": 5 } } }
+      ] }
+  ]
+})json";
+
+TEST_F(SceneFileTest, RoundTripKeepsTreeValuesLinksAndFields) {
+  auto document = Load(kScene);
+  ASSERT_NE(document, nullptr);
+  Node* sphere = document->FindByName("Sphere");
+  Node* parent = document->FindByName("Parent");
+  Node* child = document->FindByName("Child");
+  ASSERT_TRUE(sphere && parent && child);
+  EXPECT_EQ(child->GetUp(), parent);
+  EXPECT_FALSE(child->IsEnabled());
+  EXPECT_EQ(child->GetEditorVisibility(), Visibility::OFF);
+  EXPECT_EQ(child->GetRenderVisibility(), Visibility::ON);
+  const Matrix placed = TranslationMatrix({1.0, 2.0, 3.0}) *
+                        RotationMatrix(Vector{90.0, 0.0, 30.0} * (std::numbers::pi / 180.0)) *
+                        ScaleMatrix({2.0, 1.0, 1.0});
+  EXPECT_EQ(parent->GetMl(), placed);
+
+  const ParameterContainer& values = parent->GetData();
+  EXPECT_EQ(values.GetInt32(TEST_MODE), 2);  // by member name
+  EXPECT_EQ(child->GetData().GetInt32(TEST_MODE), 0);
+  EXPECT_EQ(values.GetInt64(TEST_SEED), 9007199254740993);  // by symbol, exact beyond 2^53
+  EXPECT_EQ(values.GetFloat(TEST_HEIGHT), -2.5);            // "ID SYMBOL": the ID wins over a renamed symbol
+  EXPECT_EQ(values.GetString(TEST_LABEL), "r\u00e9gion");
+  EXPECT_EQ(values.GetString(TEST_STATUS), "idle");  // read-only values are not taken from files
+  EXPECT_EQ(values.GetMatrix(TEST_PLACEMENT).off, (Vector{0.0, 0.0, 7.0}));
+  EXPECT_EQ(document->Resolve(values.GetLink(TEST_TARGET)), child);
+  EXPECT_EQ(document->Resolve(child->GetData().GetLink(TEST_TARGET)), parent);
+
+  // Knots come sorted by x with the file's tangents and flags.
+  const SplineData* curve = values.GetSplineData(TEST_PROFILE);
+  ASSERT_TRUE(curve && curve->GetKnotCount() == 2);
+  EXPECT_EQ(curve->GetKnot(0)->rightTangent, (Vector{0.1, 0.3, 0.0}));
+  EXPECT_EQ(curve->GetKnot(0)->flags, kKnotFlagBreakTangents);
+  EXPECT_EQ(curve->GetKnot(1)->position, (Vector{1.0, 1.0, 0.0}));
+  EXPECT_EQ(curve->GetKnot(1)->rightTangent, Vector{});  // no neighbour on the right
+  SplineData ramp;
+  ASSERT_TRUE(ramp.MakeLinearSpline(3));
+  EXPECT_EQ(*child->GetData().GetSplineData(TEST_PROFILE), ramp);
+
+  const FieldList* mask = values.GetFieldList(TEST_MASK);
+  ASSERT_TRUE(mask && mask->Layers().size() == 2);
+  EXPECT_EQ(mask->Layers()[0].field, sphere->Identity());
+  EXPECT_EQ(mask->Layers()[0].opacity, 0.25);
+  EXPECT_EQ(mask->Layers()[0].blend, FieldBlend::MAX);
+  EXPECT_EQ(mask->Layers()[1].field, 0u);
+  EXPECT_FALSE(mask->Layers()[1].enabled);
+
+  auto saved = SaveScene(*document);
+  ASSERT_TRUE(saved) << saved.error().message;
+  EXPECT_NE(saved->find("\"1001 TEST_MODE\": \"HIGH\""), std::string::npos) << *saved;
+  EXPECT_EQ(saved->find("TEST_STATUS"), std::string::npos);
+  EXPECT_EQ(saved->find("\"level\""), std::string::npos);
+  auto reloaded = Load(*saved);
+  ASSERT_NE(reloaded, nullptr);
+  EXPECT_TRUE(DocumentsEqual(*document, *reloaded));
+  auto savedAgain = SaveScene(*reloaded);
+  ASSERT_TRUE(savedAgain);
+  EXPECT_EQ(*savedAgain, *saved);
+
+  // The comparison sees a changed value, a link to another place and a moved node.
+  ASSERT_TRUE(reloaded->FindByName("Child")->SetParameter(TEST_HEIGHT, 1.0));
+  EXPECT_FALSE(DocumentsEqual(*document, *reloaded));
+  auto relinked = Load(*saved);
+  ASSERT_TRUE(
+      relinked->FindByName("Child")->SetParameter(TEST_TARGET, NodeLink{relinked->FindByName("Child")->Identity()}));
+  EXPECT_FALSE(DocumentsEqual(*document, *relinked));
+  auto moved = Load(*saved);
+  Node* movedChild = moved->FindByName("Child");
+  moved->InsertLast(moved->Remove(*movedChild));
+  EXPECT_FALSE(DocumentsEqual(*document, *moved));
+}
+
+TEST_F(SceneFileTest, PreferencesAreOverriddenInTheDocumentOnly) {
+  constexpr Int32 kWorld = 1055624;
+  ASSERT_TRUE(host_.GetPreferences().GetWorldPluginData(kWorld).Set(1000, Int32{4000}));
+  ASSERT_TRUE(host_.GetPreferences().GetWorldPluginData(kWorld).Set(1004, 2.5));
+  auto document = Load(R"json({"vellgrund": 1, "preferences": {"1000": 64, "1001": 3000000000, "1002": 0.5,
+      "1003": [1, 2, 3], "1004": 7, "77": {"5": true}}})json");
+  ASSERT_NE(document, nullptr);
+  const ParameterContainer& world = document->GetWorldPluginData(kWorld);
+  EXPECT_EQ(world.TypeOf(1000), ValueType::INT32);
+  EXPECT_EQ(world.GetInt32(1000), 64);
+  EXPECT_EQ(world.TypeOf(1001), ValueType::INT64);
+  EXPECT_EQ(world.GetFloat(1002), 0.5);
+  EXPECT_EQ(world.GetVector(1003), (Vector{1.0, 2.0, 3.0}));
+  EXPECT_EQ(world.TypeOf(1004), ValueType::FLOAT);  // the type the key has in the application
+  EXPECT_TRUE(document->GetWorldPluginData(77).GetBool(5));
+  EXPECT_EQ(host_.GetPreferences().GetWorldPluginData(kWorld).GetInt32(1000), 4000);
+  EXPECT_FALSE(host_.GetPreferences().GetWorldPluginData(kWorld).Contains(1001));
+
+  auto saved = SaveScene(*document);
+  ASSERT_TRUE(saved);
+  auto reloaded = Load(*saved);
+  ASSERT_NE(reloaded, nullptr);
+  EXPECT_TRUE(DocumentsEqual(*document, *reloaded)) << *saved;
+  EXPECT_FALSE(DocumentsEqual(*document, *Load(R"({"vellgrund": 1})")));
+}
+
+TEST_F(SceneFileTest, DiskLevelLetsTheNodeConvertOlderData) {
+  auto document = Load(R"json({"vellgrund": 1, "objects": [
+      {"type": "oscenetest", "name": "old", "level": 0, "params": {"1003": -10}},
+      {"type": "oscenetest", "name": "current", "params": {"1003": -10}}]})json");
+  ASSERT_NE(document, nullptr);
+  EXPECT_EQ(document->FindByName("old")->GetData().GetFloat(TEST_HEIGHT), 10.0);
+  EXPECT_EQ(document->FindByName("old")->GetData().TypeOf(TEST_HEIGHT), ValueType::FLOAT);
+  EXPECT_EQ(document->FindByName("current")->GetData().GetFloat(TEST_HEIGHT), -10.0);
+}
+
+std::string Nested(int depth) {
+  std::string node = R"({"type": "oscenetest", "name": "leaf"})";
+  for (int i = 0; i < depth; ++i) node = R"({"type": "oscenetest", "children": [)" + node + "]}";
+  return R"({"vellgrund": 1, "objects": [)" + node + "]}";
+}
+
+std::string DeepPath(int depth) {
+  std::string path = "objects[0]";
+  for (int i = 0; i < depth; ++i) path += ".children[0]";
+  return path;
+}
+
+TEST_F(SceneFileTest, RefusalsNameTheSourceTheNodeAndTheKey) {
+  auto scene = [](const std::string& node) {
+    return R"({"vellgrund": 1, "objects": [{"type": "oscenetest", "name": "n", )" + node + "}]}";
+  };
+  struct Case {
+    std::string json;
+    std::vector<std::string> fragments;
+  };
+  const std::vector<Case> cases = {
+      {R"({"vellgrund": 1, "objects": [)", {"scene.json: ", "line 1"}},
+      {R"({"objects": []})", {"'vellgrund'", "missing"}},
+      {R"({"vellgrund": 2})", {"'vellgrund'", "newer version"}},
+      {R"({"vellgrund": 1, "objects": [{"type": "onothing"}]})", {"objects[0]", "'type'", "onothing"}},
+      {R"({"vellgrund": 1, "objects": [{"type": 1055624}]})", {"objects[0]", "'type'", "not a registered object type"}},
+      {scene(R"("params": {"4242": 1})"), {"objects[0] 'n'", "parameter '4242'", "not a parameter"}},
+      {scene(R"("params": {"TEST_GROUP": 1})"), {"objects[0] 'n'", "parameter 'TEST_GROUP'", "has no value"}},
+      {scene(R"("params": {"1003": "high"})"), {"objects[0] 'n'", "parameter '1003'", "expected a number"}},
+      {scene(R"("params": {"1001": 1.5})"), {"parameter '1001'", "expected an integer"}},
+      {scene(R"("params": {"1003": 75})"), {"parameter '1003'", "above the maximum 50.0"}},
+      {scene(R"("params": {"1001": -1})"), {"parameter '1001'", "below the minimum"}},
+      {scene(R"("params": {"1002": 1e999})"), {"objects[0].params.1002", "number overflow"}},
+      {scene(R"("params": {"1001": 9999999999})"), {"parameter '1001'", "out of range"}},
+      {scene(R"("params": {"1001": "LOUD"})"), {"parameter '1001'", "'LOUD' is not a member of TESTMODE"}},
+      {scene(R"("params": {"1004": [1, 2]})"), {"parameter '1004'", "[x, y, z]"}},
+      {scene(R"("params": {"1006": {"preset": "WAVY"}})"), {"parameter '1006'", "unknown curve preset 'WAVY'"}},
+      {scene(R"("params": {"1006": {"knots": [{"left": [0, 0]}]}})"), {"parameter '1006'", "knot 0", "'position'"}},
+      {scene(R"("params": {"1008": {"link": "gone"}})"), {"objects[0] 'n'", "parameter '1008'", "'gone'"}},
+      {scene(R"("params": {"1007": {"layers": [{"field": "self"}]}}, "id": "self")"),
+       {"parameter '1007'", "layer 0", "not a field object"}},
+      {scene(R"("params": {"1007": {"layers": [{"opacity": 2}]}})"), {"parameter '1007'", "layer 0", "'opacity'"}},
+      {scene(R"("params": {"1000": true, "TEST_BOOL": false})"), {"objects[0] 'n'", "given twice"}},
+      {scene(R"("id": "a", "children": [{"type": "oscenetest", "name": "m", "id": "a"}])"),
+       {"objects[0].children[0] 'm'", "'id'", "'a'"}},
+      {scene(R"("name": "twice")"), {"objects[0]", "duplicate key 'name'"}},
+      {scene(R"("colour": "red")"), {"objects[0] 'n'", "unknown key 'colour'"}},
+      {scene(R"("matrix": {}, "scale": [1, 1, 1])"), {"objects[0] 'n'", "'matrix'"}},
+      {scene(R"("editor_visible": "maybe")"), {"objects[0] 'n'", "'editor_visible'"}},
+      {scene(R"("level": 5)"), {"objects[0] 'n'", "disk level 5"}},
+      {Nested(65), {DeepPath(64) + ": 'children'", "deeper than 64"}},
+      {std::string(100000, '[') + std::string(100000, ']'), {"scene.json: ", "nested deeper"}},
+  };
+  for (const Case& c : cases) {
+    const auto loaded = LoadScene(host_, c.json, "scene.json");
+    ASSERT_FALSE(loaded) << c.json;
+    EXPECT_EQ(loaded.error().kind, ErrorKind::IllegalArgument);
+    EXPECT_TRUE(loaded.error().message.starts_with("scene.json: ")) << loaded.error().message;
+    for (const std::string& fragment : c.fragments)
+      EXPECT_NE(loaded.error().message.find(fragment), std::string::npos)
+          << "'" << fragment << "' missing in: " << loaded.error().message;
+  }
+  EXPECT_TRUE(LoadScene(host_, Nested(64), "scene.json"));
+}
+
+TEST_F(SceneFileTest, FilesOnDiskAreWrittenWholeOrNotAtAll) {
+  TempDir dir;
+  auto document = Load(kScene);
+  ASSERT_NE(document, nullptr);
+  ASSERT_TRUE(SaveSceneFile(*document, dir.File("scene.json")));
+  auto loaded = LoadSceneFile(host_, dir.File("scene.json"));
+  ASSERT_TRUE(loaded) << loaded.error().message;
+  EXPECT_TRUE(DocumentsEqual(*document, **loaded));
+
+  const auto failed = SaveSceneFile(*document, dir.File("missing/scene.json"));
+  ASSERT_FALSE(failed);
+  EXPECT_FALSE(std::filesystem::exists(dir.Path() / "missing"));
+  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir.Path()), std::filesystem::directory_iterator()), 1);
+
+  const auto absent = LoadSceneFile(host_, dir.File("absent.json"));
+  ASSERT_FALSE(absent);
+  EXPECT_EQ(absent.error().kind, ErrorKind::Io);
+}
+
+}  // namespace
