@@ -27,4 +27,23 @@ struct PlaneOptions {
 
 platform::Status RunPlane(const PlaneOptions& options);
 
+struct BuildOptions {
+  std::filesystem::path scene;  // empty: the default scene
+  std::filesystem::path outputDirectory = "out";
+  bool obj = false;
+  bool ply = false;
+  std::filesystem::path heightmap;  // .tif, .exr (32-bit float) or .png (16-bit); empty: none
+  bool normalized = false;
+  std::filesystem::path heights;  // .npy; empty: none
+  platform::Float lod = 1.0;
+  bool editor = false;
+  bool stats = false;
+};
+
+platform::Status RunBuild(const BuildOptions& options);
+// Lists the registered types in menu order, or the parameters of one type.
+platform::Status RunDescribe(const std::string& type);
+// Prints the default scene.
+platform::Status RunNew();
+
 }  // namespace vellgrund_cli

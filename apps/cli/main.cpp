@@ -48,6 +48,24 @@ int Run(int argc, char** argv) {
   planeCommand->add_flag("--phong", plane.phong, "Smooth normals");
   planeCommand->add_option("-o,--output", plane.output, "Output file; the ending picks the format")->required();
 
+  BuildOptions build;
+  CLI::App* buildCommand = app.add_subcommand("build", "Build every Terrain object of a scene into DIR/<name>.glb");
+  buildCommand->add_option("scene", build.scene, "Scene file (JSON); without one, the default scene");
+  buildCommand->add_option("-o,--output", build.outputDirectory, "Output folder")->capture_default_str();
+  buildCommand->add_flag("--obj", build.obj, "Also write <name>.obj");
+  buildCommand->add_flag("--ply", build.ply, "Also write <name>.ply");
+  buildCommand->add_option("--heightmap", build.heightmap, "Height map: .tif or .exr (32-bit float), .png (16-bit)");
+  buildCommand->add_flag("--normalized", build.normalized, "Height map remapped from the terrain's range to 0..1");
+  buildCommand->add_option("--heights", build.heights, "The final grid as a float64 .npy (rows, columns)");
+  buildCommand->add_option("--lod", build.lod, "Level of detail")->check(CLI::Range(0.0001, 16.0))->capture_default_str();
+  buildCommand->add_flag("--editor", build.editor, "Build for the editor (editor visibility decides)");
+  buildCommand->add_flag("--stats", build.stats, "Per operator: rebuilt or cached, time and memory");
+
+  std::string describeType;
+  CLI::App* describeCommand = app.add_subcommand("describe", "List the node types, or the parameters of one");
+  describeCommand->add_option("type", describeType, "Resource name or plug-in ID");
+  CLI::App* newCommand = app.add_subcommand("new", "Print the default scene as JSON");
+
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
@@ -65,6 +83,12 @@ int Run(int argc, char** argv) {
     plane.segmentsX = segments[0];
     plane.segmentsZ = segments[1];
     status = RunPlane(plane);
+  } else if (*buildCommand) {
+    status = RunBuild(build);
+  } else if (*describeCommand) {
+    status = RunDescribe(describeType);
+  } else if (*newCommand) {
+    status = RunNew();
   }
   return status ? kExitSuccess : Report(status.error());
 }

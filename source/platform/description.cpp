@@ -6,6 +6,18 @@
 
 namespace platform {
 
+ParameterDescription DescribeParameter(ParameterId id, std::string symbol, ValueType type, Value defaultValue,
+                                       std::optional<Float> minimum, std::optional<Float> maximum) {
+  ParameterDescription parameter;
+  parameter.id = id;
+  parameter.symbol = std::move(symbol);
+  parameter.type = type;
+  parameter.defaultValue = std::move(defaultValue);
+  parameter.minimum = minimum;
+  parameter.maximum = maximum;
+  return parameter;
+}
+
 Status FlatDescription::Append(const ParameterDescription& parameter) {
   if (byId_.contains(parameter.id))
     return IllegalArgumentError("The parameter ID " + std::to_string(parameter.id) + " is described twice!");

@@ -36,6 +36,11 @@ struct ParameterDescription {
   bool readOnly = false;  // shown, never edited (status texts)
 };
 
+// A value parameter, the common case of a description line.
+ParameterDescription DescribeParameter(ParameterId id, std::string symbol, ValueType type, Value defaultValue = {},
+                                       std::optional<Float> minimum = std::nullopt,
+                                       std::optional<Float> maximum = std::nullopt);
+
 // The description of a node type or a shared block of parameters. `includes` name other
 // registered descriptions by resource name; their parameters come first.
 struct Description {

@@ -78,8 +78,6 @@ class PolygonSelectionTag final : public Tag {
 
 enum class GeometryType { Polygon, Line };
 
-class LineObject;
-
 // An object of a generated result: its local matrix, tags and child objects.
 class GeometryObject {
  public:
@@ -98,6 +96,20 @@ class GeometryObject {
  private:
   std::vector<std::unique_ptr<GeometryObject>> children_;
   std::vector<std::unique_ptr<Tag>> tags_;
+};
+
+// Polylines: the points of every line one after another, and per line its point count.
+class LineObject final : public GeometryObject {
+ public:
+  static Result<std::unique_ptr<LineObject>> Create(std::vector<Vector> points, std::vector<Int32> lineSizes);
+  [[nodiscard]] GeometryType Type() const override { return GeometryType::Line; }
+
+  [[nodiscard]] std::span<const Vector> Points() const { return points_; }
+  [[nodiscard]] std::span<const Int32> LineSizes() const { return lineSizes_; }
+
+ private:
+  std::vector<Vector> points_;
+  std::vector<Int32> lineSizes_;
 };
 
 class PolygonObject final : public GeometryObject {
@@ -120,18 +132,5 @@ class PolygonObject final : public GeometryObject {
   LargeArray<CPolygon> polygons_;
 };
 
-// Polylines: the points of every line one after another, and per line its point count.
-class LineObject final : public GeometryObject {
- public:
-  static Result<std::unique_ptr<LineObject>> Create(std::vector<Vector> points, std::vector<Int32> lineSizes);
-  [[nodiscard]] GeometryType Type() const override { return GeometryType::Line; }
-
-  [[nodiscard]] std::span<const Vector> Points() const { return points_; }
-  [[nodiscard]] std::span<const Int32> LineSizes() const { return lineSizes_; }
-
- private:
-  std::vector<Vector> points_;
-  std::vector<Int32> lineSizes_;
-};
 
 }  // namespace platform

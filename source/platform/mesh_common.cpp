@@ -72,7 +72,7 @@ std::vector<Vector32> FilePointNormals(const PolygonObject& object, const Matrix
     }
   }
   for (Vector32& normal : normals) {
-    const Vector world = TransformDirection(normalMatrix, Vector{normal.x, normal.y, normal.z});
+    const Vector world = TransformDirection(normalMatrix, Vector{static_cast<Float>(normal.x), static_cast<Float>(normal.y), static_cast<Float>(normal.z)});
     const Float3 file = FileNormal(world);
     normal = Vector32{file[0], file[1], file[2]};
   }

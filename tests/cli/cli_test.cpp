@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <string>
@@ -95,6 +96,77 @@ TEST(Cli, BadInputIsRefusedWithAMessageAndNoFile) {
   for (const auto& entry : std::filesystem::directory_iterator(dir.Path()))
     if (entry.path().filename() != "cli-output.txt") ++files;
   EXPECT_EQ(files, 0u);
+}
+
+}  // namespace
+
+namespace {
+
+std::string ReadText(const std::filesystem::path& path) {
+  std::ifstream stream(path);
+  return {std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
+}
+
+void WriteText(const std::filesystem::path& path, const std::string& text) { std::ofstream(path) << text; }
+
+TEST(Cli, BuildWritesTheTerrainAndItsHeights) {
+  testing_support::TempDir dir;
+  const Outcome fallback = RunCli(dir, "build -o '" + dir.File("default").string() + "' --stats");
+  ASSERT_EQ(fallback.exitCode, 0) << fallback.output;
+  EXPECT_TRUE(std::filesystem::exists(dir.File("default") / "Terrain.glb"));
+  EXPECT_NE(fallback.output.find("Group"), std::string::npos);
+  EXPECT_NE(fallback.output.find("REBUILT"), std::string::npos);
+
+  // `new` prints a scene that `build` takes; two terrains get their names in the files.
+  const Outcome scene = RunCli(dir, "new");
+  ASSERT_EQ(scene.exitCode, 0);
+  WriteText(dir.File("two.json"), R"({"vellgrund": 1, "objects": [
+    {"type": "oterrain", "name": "A", "params": {"10002": 4, "10003": 2}},
+    {"type": "oterrain", "name": "B", "params": {"10002": 3, "10003": 3}}]})");
+  const Outcome two = RunCli(dir, "build '" + dir.File("two.json").string() + "' -o '" + dir.Path().string() +
+                                      "' --obj --ply --heights '" + dir.File("h.npy").string() + "' --heightmap '" +
+                                      dir.File("h.png").string() + "' --normalized");
+  ASSERT_EQ(two.exitCode, 0) << two.output;
+  for (const char* file : {"A.glb", "A.obj", "A.ply", "B.glb", "h_A.npy", "h_B.npy", "h_A.png", "h_B.png"})
+    EXPECT_TRUE(std::filesystem::exists(dir.File(file))) << file;
+  EXPECT_NE(ReadText(dir.File("h_A.npy")).find("'shape': (3, 5)"), std::string::npos);
+}
+
+TEST(Cli, BadScenesAndCancelledBuildsLeaveNothingBehind) {
+  testing_support::TempDir dir;
+  WriteText(dir.File("bad.json"), R"({"vellgrund": 1, "objects": [
+    {"type": "oterrain", "name": "Hills", "params": {"TERRAINOBJECT_RESOLUTION_X": "many"}}]})");
+  const Outcome bad = RunCli(dir, "build '" + dir.File("bad.json").string() + "' -o '" + dir.File("bad").string() + "'");
+  EXPECT_EQ(bad.exitCode, 2);
+  EXPECT_NE(bad.output.find("Hills"), std::string::npos) << bad.output;
+  EXPECT_NE(bad.output.find("TERRAINOBJECT_RESOLUTION_X"), std::string::npos) << bad.output;
+  EXPECT_FALSE(std::filesystem::exists(dir.File("bad")));
+  EXPECT_EQ(RunCli(dir, "build '" + dir.File("missing.json").string() + "'").exitCode, 2);
+
+  // A build of 9 million points written three ways takes seconds; Ctrl-C after one second
+  // stops it, and what it had written is taken back.
+  WriteText(dir.File("big.json"), R"({"vellgrund": 1, "objects": [
+    {"type": "oterrain", "name": "Big", "params": {"10002": 3000, "10003": 3000}}]})");
+  const std::string command = std::string(VELLGRUND_CLI_PATH) + " build '" + dir.File("big.json").string() + "' -o '" +
+                              dir.File("big").string() + "' --obj --ply 2> '" + dir.File("big.log").string() + "'";
+  const int status = std::system(("(" + command + " & sleep 1; kill -INT $!; wait $!)").c_str());
+  EXPECT_NE(status, 0);
+  EXPECT_NE(ReadText(dir.File("big.log")).find("cancelled"), std::string::npos) << ReadText(dir.File("big.log"));
+  EXPECT_TRUE(!std::filesystem::exists(dir.File("big")) || std::filesystem::is_empty(dir.File("big")));
+}
+
+TEST(Cli, DescribeListsTypesInMenuOrderAndTheirParameters) {
+  testing_support::TempDir dir;
+  const Outcome types = RunCli(dir, "describe");
+  ASSERT_EQ(types.exitCode, 0);
+  EXPECT_LT(types.output.find("oterrain"), types.output.find("ogroupoperator"));
+  const Outcome terrain = RunCli(dir, "describe oterrain");
+  ASSERT_EQ(terrain.exitCode, 0);
+  EXPECT_NE(terrain.output.find("TERRAINOBJECT_HULL_DEPTH"), std::string::npos);
+  EXPECT_NE(terrain.output.find("disabled"), std::string::npos);
+  const Outcome group = RunCli(dir, "describe 1054581");
+  EXPECT_NE(group.output.find("TERRAINOPERATOR_BLENDMODE"), std::string::npos);
+  EXPECT_EQ(RunCli(dir, "describe onothing").exitCode, 2);
 }
 
 }  // namespace

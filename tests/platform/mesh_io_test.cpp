@@ -42,7 +42,7 @@ const auto RidgePoint = [](int i) {
 };
 const auto RidgeUV = [](int i) { return Vector32{float(i % 3) * 0.5f, float(i / 3) * 0.25f, 0.0f}; };
 const auto ToFile = [](const F3& p) { return F3{p[0], p[1], -p[2]}; };
-const auto V = [](const F3& p) { return Vector(p[0], p[1], p[2]); };
+const auto V = [](const F3& p) { return Vector(double{p[0]}, double{p[1]}, double{p[2]}); };
 const auto FaceNormal = [](const F3& a, const F3& b, const F3& c) { return Cross(V(b) - V(a), V(c) - V(a)); };
 
 std::unique_ptr<PolygonObject> MakeRidge(bool uvw, bool phong, const std::string& name = "Ridge") {

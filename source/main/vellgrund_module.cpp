@@ -1,0 +1,153 @@
+#include "main/vellgrund_module.h"
+
+#include <functional>
+#include <memory>
+#include <optional>
+
+#include "object/operator_group.h"
+#include "object/terrainobject.h"
+#include "platform/image.h"
+#include "vellgrund/enumerations.h"
+
+namespace VLGD {
+namespace {
+
+using platform::Int32;
+using platform::PluginInfo;
+using platform::PluginKind;
+
+constexpr const char* kMainSheet = "vellgrund_icons.tif";
+constexpr const char* kBlendModeSheet = "vellgrund_blendmodes.tif";
+
+// Owned by the module from the system-initialisation message until PluginEnd.
+struct IconSheets {
+  std::optional<platform::Image> main;
+  std::optional<platform::Image> blendModes;
+};
+IconSheets& Sheets() {
+  static IconSheets sheets;
+  return sheets;
+}
+
+// One line of the registration table; the order of the table is the registration order.
+struct Registration {
+  PluginKind kind;
+  Int32 id;
+  std::optional<Int32> sort;  // menu sort number
+  const char* resourceName;
+  std::optional<platform::IconCell> icon;
+  Int32 nameStringId = 0;
+  platform::NodeDataAllocator allocate = {};
+  std::function<platform::Description()> description = {};
+  Int32 diskLevel = 0;
+  platform::UInt32 objectInfo = platform::OBJECT_NONE;
+};
+
+platform::IconCell Main(Int32 x, Int32 y) { return {kMainSheet, x, y}; }
+
+template <class Data>
+platform::NodeDataAllocator Allocate() {
+  return [] { return std::make_unique<Data>(); };
+}
+
+std::vector<Registration> RegistrationTable() {
+  using K = PluginKind;
+  return {
+      {K::DESCRIPTION, 1055057, {}, "DterrainDistortion", {}},
+      {K::DESCRIPTION, 1055093, {}, "DaddOperator", {}},
+      {K::DESCRIPTION, ID_BASETERRAINOPERATOR, {}, "Obaseterrainoperator", {}, 0, {}, BaseTerrainOperatorDescription},
+      {K::OBJECT, ID_TERRAINOBJECT, 10, "oterrain", Main(0, 0), 10000, Allocate<TerrainObject>(),
+       TerrainObjectDescription, 1, platform::OBJECT_GENERATOR},
+      {K::SEPARATOR, 1054692, 20, "--", {}},
+      {K::OBJECT, ID_GROUPOPERATOR, 25, "ogroupoperator", Main(320, 0), 10003, Allocate<GroupOperator>(),
+       GroupOperatorDescription},
+      {K::SEPARATOR, 1054745, 30, "--", {}},
+      {K::SEPARATOR, 1054746, 40, "--", {}},
+      {K::SEPARATOR, 1054804, 50, "--", {}},
+  };
+}
+
+platform::Status RegisterBlendModeIcons(platform::Registry& registry) {
+  for (Int32 k = 0; k < 10; ++k)
+    VLGD_RETURN_IF_ERROR(registry.RegisterIcon(1055710 + k, {kBlendModeSheet, 64 * k, 0}));
+  const Int32 secondRow[] = {1056645, 1056646, 1056650, 1056651, 1056652};
+  for (Int32 k = 0; k < 5; ++k) VLGD_RETURN_IF_ERROR(registry.RegisterIcon(secondRow[k], {kBlendModeSheet, 64 * k, 64}));
+  return platform::Ok();
+}
+
+platform::Status Register(platform::Host& host, const Registration& entry) {
+  platform::Registry& registry = host.GetRegistry();
+  if (entry.kind == PluginKind::DESCRIPTION) {
+    platform::Description description = entry.description ? entry.description() : platform::Description{};
+    description.resourceName = entry.resourceName;
+    return registry.RegisterDescription(entry.id, std::move(description));
+  }
+  PluginInfo info;
+  info.id = entry.id;
+  info.kind = entry.kind;
+  info.resourceName = entry.resourceName;
+  info.nameStringId = entry.nameStringId;
+  info.icon = entry.icon;
+  info.diskLevel = entry.diskLevel;
+  info.objectInfo = entry.objectInfo;
+  if (entry.sort.has_value())
+    info.registeredName = platform::MakeSortName(
+        *entry.sort, entry.kind == PluginKind::SEPARATOR ? std::string("--") : host.GetStrings().Get(entry.nameStringId));
+  if (entry.kind == PluginKind::SEPARATOR) return registry.RegisterCommand(std::move(info));
+  info.allocate = entry.allocate;
+  if (entry.id != ID_TERRAINOBJECT) {
+    if (registry.Find(entry.id) != nullptr)
+      return platform::IllegalArgumentError("VLGD: Operator with this id already registered!");
+    info.baseTypes = {ID_BASETERRAINOPERATOR};
+  }
+  if (entry.icon.has_value()) VLGD_RETURN_IF_ERROR(registry.RegisterIcon(entry.id, *entry.icon));
+  return registry.RegisterNodeType(std::move(info), entry.description());
+}
+
+}  // namespace
+
+bool PluginStart(platform::Host& host) {
+  host.GetConsole().Print(std::string("Vellgrund ") + VELLGRUND_VERSION);
+  host.GetConsole().Print(host.GetStrings().Get(10016));
+  const auto failed = [&](const platform::Status& status) {
+    if (!status) host.GetConsole().Print(status.error().message);
+    return !status;
+  };
+  platform::Registry& registry = host.GetRegistry();
+  if (failed(RegisterEnumerations(registry)) || failed(RegisterBlendModeIcons(registry))) return false;
+  for (const Registration& entry : RegistrationTable())
+    if (failed(Register(host, entry))) return false;
+  // The preference page always holds the resolution cap and the overlay switch.
+  platform::ParameterContainer preferences;
+  return preferences.Set(PREFS_MAX_RESOLUTION, kDefaultMaxResolution) && preferences.Set(1002, true) &&
+         host.GetPreferences().RegisterDefaults(ID_PREFERENCES, preferences);
+}
+
+bool PluginMessage(platform::Host& host, platform::Int32 id, const std::filesystem::path& resources) {
+  if (id == 1000) return true;
+  if (id != kSystemInit) return false;
+  if (!host.GetStrings().LoadFile(resources / "strings" / "strings.json")) return false;
+  auto main = platform::ReadImage(resources / kMainSheet);
+  if (!main) return false;
+  auto blendModes = platform::ReadImage(resources / kBlendModeSheet);
+  if (!blendModes) return false;
+  Sheets().main = std::move(*main);
+  Sheets().blendModes = std::move(*blendModes);
+  return true;
+}
+
+void PluginEnd() {
+  Sheets().main.reset();
+  Sheets().blendModes.reset();
+}
+
+platform::Status StartModule(platform::Host& host, const std::filesystem::path& resources) {
+  if (!PluginMessage(host, kSystemInit, resources))
+    return platform::IoError("Could not load the module's resources from " + resources.string() +
+                             " (strings/strings.json, " + kMainSheet + ", " + kBlendModeSheet + ")!");
+  if (!PluginStart(host)) return platform::GenericError("Could not register the module's types!");
+  host.GetPreferences().Load(platform::Preferences::DefaultFile(), host.GetConsole());
+  return platform::Ok();
+}
+
+}  // namespace VLGD

@@ -1,0 +1,27 @@
+#pragma once
+
+#include <filesystem>
+
+#include "platform/host.h"
+
+namespace VLGD {
+
+// The module's entry points, called by the application that loads it.
+//
+// PluginMessage with kSystemInit loads the string table and the two icon sheets from the
+// resource folder; false when one of them is missing or broken. PluginStart registers every
+// node type, description, icon and menu entry in the fixed order of the plug-in menu;
+// false as soon as one registration fails. PluginEnd frees the icon sheets.
+constexpr platform::Int32 kSystemInit = 1;
+
+bool PluginStart(platform::Host& host);
+bool PluginMessage(platform::Host& host, platform::Int32 id,
+                   const std::filesystem::path& resources = platform::ResourceFolder());
+void PluginEnd();
+
+// Loads the module into the host as an application does at start-up: preferences from the
+// user's file, the system-initialisation message, then PluginStart. The error names what
+// failed.
+platform::Status StartModule(platform::Host& host, const std::filesystem::path& resources = platform::ResourceFolder());
+
+}  // namespace VLGD

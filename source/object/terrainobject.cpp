@@ -1,0 +1,421 @@
+#include "object/terrainobject.h"
+
+#include <algorithm>
+#include <cmath>
+#include <new>
+
+#include "common/vlgd_geometry.h"
+#include "platform/host.h"
+#include "platform/image.h"
+#include "platform/memory.h"
+#include "platform/parallel.h"
+
+namespace VLGD {
+namespace {
+
+using platform::GeometryObject;
+using platform::ParameterDescription;
+using platform::PolygonObject;
+using platform::ValueType;
+using platform::Vector;
+
+constexpr Int kVertexSingleThreadBelow = 10001;
+
+struct Curvature {
+  bool enabled = false;
+  Float radius = 0.0;
+  bool invert = false;
+  Vector centre;
+
+  // A flat point of the plane lifted by h: straight up, or along the sphere's normal.
+  [[nodiscard]] Vector Place(const Vector& flat, Float h) const {
+    if (!enabled) return {flat.x, h, flat.z};
+    Vector direction = flat - centre;
+    const Float length = platform::Length(direction);
+    direction = length > 0.0 ? direction * (1.0 / length) : Vector{};
+    const Vector onSphere = centre + direction * radius;
+    return onSphere + (invert ? -direction : direction) * h;
+  }
+};
+
+Curvature ReadCurvature(const ParameterContainer& data) {
+  Curvature curvature;
+  curvature.enabled = data.GetBool(TERRAINOBJECT_CURVATURE);
+  curvature.radius = data.GetFloat(TERRAINOBJECT_CURVATURE_RADIUS);
+  curvature.invert = data.GetBool(TERRAINOBJECT_CURVATURE_INVERT);
+  curvature.centre = {0.0, curvature.invert ? curvature.radius : -curvature.radius, 0.0};
+  return curvature;
+}
+
+Int32 EffectiveResolution(Int32 resolution, Float lod, Int32 cap) {
+  const Float scaled = static_cast<Float>(resolution) * lod;
+  return static_cast<Float>(cap) <= scaled ? cap : static_cast<Int32>(scaled);
+}
+
+Float SmoothStep(Float t) { return t < 0.0 ? 0.0 : t >= 1.0 ? 1.0 : t * t * (3.0 - 2.0 * t); }
+
+Status FadeEdges(Grid2D<Float>& grid, Float sizeX, Float sizeZ, Float edgeHeight,
+                 const platform::CancellationToken* thread) {
+  const Int width = grid.Width();
+  const Int height = grid.Height();
+  const Float stepX = width > 1 ? sizeX / static_cast<Float>(width - 1) : 0.0;
+  const Float stepZ = height > 1 ? sizeZ / static_cast<Float>(height - 1) : 0.0;
+  const Float kx = sizeX * 0.5 != 0.0 ? 1.0 / (sizeX * 0.5) : 0.0;
+  const Float kz = sizeZ * 0.5 != 0.0 ? 1.0 / (sizeZ * 0.5) : 0.0;
+  Float* values = grid.Data();
+  platform::ParallelOptions options;
+  options.cancel = thread;
+  return platform::ParallelForRange(0, grid.Count(), options, [&](Int begin, Int end) {
+    for (Int k = begin; k < end; ++k) {
+      const Float x = static_cast<Float>(k % width) * stepX;
+      const Float z = static_cast<Float>(k / width) * stepZ;
+      const Float u = std::fabs(x - sizeX * 0.5) * kx;
+      const Float v = std::fabs(sizeZ * 0.5 - z) * kz;
+      const Float s = SmoothStep(std::sqrt((1.0 - u) * (1.0 - v)));
+      values[k] += (edgeHeight - values[k]) * (1.0 - s);
+    }
+  });
+}
+
+// The border of a grid of columns x rows points as one closed ring starting at point 0:
+// top row, right column, bottom row backwards, left column upwards.
+Status CollectBorder(std::vector<Int32>& border, Int32 segX, Int32 segZ) {
+  border.clear();
+  VLGD_RETURN_IF_ERROR(platform::TryReserve(border, static_cast<size_t>(2 * (segX + segZ) + 1)));
+  const Int32 width = segX + 1;
+  const Int32 count = width * (segZ + 1);
+  for (Int32 i = 0; i < segX; ++i) border.push_back(i);
+  for (Int32 j = 0; j < segZ; ++j) border.push_back(segX + width * j);
+  for (Int32 i = 0; i < segX; ++i) border.push_back(count - 1 - i);
+  for (Int32 j = 0; j < segZ; ++j) border.push_back((count - width) - width * j);
+  return platform::Ok();
+}
+
+// A skirt from the border ring down to -depth, closed by a fan at the bottom; UVW runs
+// around the ring (u) and downwards (v), the bottom is mapped from above.
+Result<std::unique_ptr<PolygonObject>> BuildHull(std::span<const Vector> points, std::span<const Int32> border,
+                                                 Float depth, Float sizeX, Float sizeZ) {
+  const Int ring = static_cast<Int>(border.size());
+  std::unique_ptr<PolygonObject> hull;
+  if (auto made = PolygonObject::Create(2 * ring + 1, 2 * ring); made) {
+    hull = std::move(*made);
+  } else {
+    return platform::OutOfMemoryError("Could not allocate hull PolygonObject!");
+  }
+  hull->name = "Hull";
+  const std::span<Vector> hullPoints = hull->GetPointW();
+  const std::span<platform::CPolygon> polygons = hull->GetPolygonW();
+  if (hullPoints.empty()) return platform::GenericError("PolygonObject::GetPointW() failed!");
+  if (polygons.empty()) return platform::GenericError("PolygonObject::GetPolygonW() failed!");
+  for (Int i = 0; i < ring; ++i) {
+    const Vector top = points[static_cast<size_t>(border[static_cast<size_t>(i)])];
+    hullPoints[static_cast<size_t>(i)] = top;
+    hullPoints[static_cast<size_t>(ring + i)] = {top.x, -depth, top.z};
+  }
+  const auto bottomCentre = static_cast<Int32>(2 * ring);
+  hullPoints[static_cast<size_t>(bottomCentre)] = {0.0, -depth, 0.0};
+
+  auto uvw = platform::UVWTag::Create(2 * ring);
+  if (!uvw) return platform::OutOfMemoryError("Could not allocate UVWTag!");
+  const std::span<platform::UVWStruct> uv = (*uvw)->GetDataAddressW();
+  if (uv.empty()) return platform::GenericError("Could not get writable UVW data adress!");
+  const auto planar = [&](const Vector& p) {
+    return platform::Vector32{static_cast<float>(sizeX != 0.0 ? p.x / sizeX + 0.5 : 0.5),
+                              static_cast<float>(sizeZ != 0.0 ? 0.5 - p.z / sizeZ : 0.5), 0.0f};
+  };
+  for (Int i = 0; i < ring; ++i) {
+    const auto a = static_cast<Int32>(i);
+    const auto b = static_cast<Int32>((i + 1) % ring);
+    const auto side = static_cast<size_t>(i);
+    polygons[side] = {b, a, static_cast<Int32>(ring) + a, static_cast<Int32>(ring) + b};
+    const auto u0 = static_cast<float>(static_cast<Float>(i) / static_cast<Float>(ring));
+    const auto u1 = static_cast<float>(static_cast<Float>(i + 1) / static_cast<Float>(ring));
+    uv[side] = {{u1, 0.0f, 0.0f}, {u0, 0.0f, 0.0f}, {u0, 1.0f, 0.0f}, {u1, 1.0f, 0.0f}};
+    const auto cap = static_cast<size_t>(ring + i);
+    polygons[cap] = {static_cast<Int32>(ring) + a, static_cast<Int32>(ring) + b, bottomCentre, bottomCentre};
+    const Vector& pa = hullPoints[static_cast<size_t>(ring + a)];
+    const Vector& pb = hullPoints[static_cast<size_t>(ring + b)];
+    uv[cap] = {planar(pa), planar(pb), planar({}), planar({})};
+  }
+  VLGD_RETURN_IF_ERROR(hull->AddTag(std::move(*uvw)));
+
+  auto selection = std::make_unique<platform::PolygonSelectionTag>();
+  selection->name = "Hull sides";
+  std::vector<Int32> sides;
+  if (!platform::TryResize(sides, static_cast<size_t>(ring))) return platform::GenericError("Could not select hull polygons!");
+  for (Int i = 0; i < ring; ++i) sides[static_cast<size_t>(i)] = static_cast<Int32>(i);
+  if (!selection->Select(sides)) return platform::GenericError("Copying selection data to SelectionTag failed!");
+  VLGD_RETURN_IF_ERROR(hull->AddTag(std::move(selection)));
+  return hull;
+}
+
+// Isoparm outlines: the two borders and n inner lines per direction, through the mesh's
+// points, so they follow the heights and the curvature.
+Result<std::unique_ptr<platform::LineObject>> BuildIsoparms(Int width, Int height, const PolygonObject& mesh,
+                                                            Int32 lines) {
+  const std::span<const Vector> points = mesh.GetPointR();
+  std::vector<Vector> linePoints;
+  std::vector<Int32> lineSizes;
+  try {
+    const auto addLine = [&](bool alongRow, Int index) {
+      const Int length = alongRow ? width : height;
+      for (Int t = 0; t < length; ++t) {
+        const Int k = alongRow ? index * width + t : t * width + index;
+        linePoints.push_back(points[static_cast<size_t>(k)]);
+      }
+      lineSizes.push_back(static_cast<Int32>(length));
+    };
+    const auto addDirection = [&](bool alongRow) {
+      const Int extent = alongRow ? height : width;
+      const Int inner = std::clamp<Int>(std::min<Int>(lines, extent - 2), 0, extent);
+      for (Int k = 0; k <= inner + 1; ++k) {
+        const Int index = static_cast<Int>(std::llround(static_cast<Float>(k) / static_cast<Float>(inner + 1) *
+                                                        static_cast<Float>(extent - 1)));
+        addLine(alongRow, index);
+      }
+    };
+    addDirection(true);
+    addDirection(false);
+  } catch (const std::bad_alloc&) {
+    return platform::OutOfMemoryError("Could not allocate the isoparm lines!");
+  }
+  return platform::LineObject::Create(std::move(linePoints), std::move(lineSizes));
+}
+
+
+}  // namespace
+
+platform::Description TerrainObjectDescription() {
+  // Resolutions far beyond any cap are refused where they are typed in, not at build time.
+  constexpr Float kMaxResolution = 1 << 20;
+  ParameterDescription tesselation = platform::DescribeParameter(TERRAINOBJECT_TESSELATION, "TERRAINOBJECT_TESSELATION",
+                                               ValueType::INT32, Int32{0});
+  tesselation.enumeration = "PLANETESSELATIONMODE";
+  ParameterDescription exportButton =
+      platform::DescribeParameter(TERRAINOBJECT_EXPORT, "TERRAINOBJECT_EXPORT", ValueType::NONE, Value{});
+  exportButton.kind = platform::ParameterKind::BUTTON;
+  ParameterDescription memory = platform::DescribeParameter(TERRAINOBJECT_MEMORY_INFO, "TERRAINOBJECT_MEMORY_INFO", ValueType::STRING,
+                                          Value{});
+  memory.readOnly = true;
+  return {"oterrain",
+          {},
+          {
+              platform::DescribeParameter(TERRAINOBJECT_SIZE_X, "TERRAINOBJECT_SIZE_X", ValueType::FLOAT, 500.0, 0.0),
+              platform::DescribeParameter(TERRAINOBJECT_SIZE_Z, "TERRAINOBJECT_SIZE_Z", ValueType::FLOAT, 500.0, 0.0),
+              platform::DescribeParameter(TERRAINOBJECT_RESOLUTION_X, "TERRAINOBJECT_RESOLUTION_X", ValueType::INT32, Int32{500}, 1.0,
+                        kMaxResolution),
+              platform::DescribeParameter(TERRAINOBJECT_RESOLUTION_Z, "TERRAINOBJECT_RESOLUTION_Z", ValueType::INT32, Int32{500}, 1.0,
+                        kMaxResolution),
+              platform::DescribeParameter(TERRAINOBJECT_ISOPARM_LINES, "TERRAINOBJECT_ISOPARM_LINES", ValueType::INT32, Int32{3}, 0.0),
+              platform::DescribeParameter(TERRAINOBJECT_LOCK_DENSITY, "TERRAINOBJECT_LOCK_DENSITY", ValueType::BOOL, Value{}),
+              platform::DescribeParameter(TERRAINOBJECT_EDGE_HEIGHT, "TERRAINOBJECT_EDGE_HEIGHT", ValueType::FLOAT, 0.0),
+              platform::DescribeParameter(TERRAINOBJECT_EDGE_FALLOFF, "TERRAINOBJECT_EDGE_FALLOFF", ValueType::BOOL, false),
+              platform::DescribeParameter(TERRAINOBJECT_CURVATURE, "TERRAINOBJECT_CURVATURE", ValueType::BOOL, false),
+              platform::DescribeParameter(TERRAINOBJECT_CURVATURE_RADIUS, "TERRAINOBJECT_CURVATURE_RADIUS", ValueType::FLOAT, 6371.0,
+                        0.0),
+              platform::DescribeParameter(TERRAINOBJECT_CURVATURE_INVERT, "TERRAINOBJECT_CURVATURE_INVERT", ValueType::BOOL, Value{}),
+              platform::DescribeParameter(TERRAINOBJECT_PHONG, "TERRAINOBJECT_PHONG", ValueType::BOOL, true),
+              tesselation,
+              platform::DescribeParameter(TERRAINOBJECT_HULL, "TERRAINOBJECT_HULL", ValueType::BOOL, false),
+              platform::DescribeParameter(TERRAINOBJECT_HULL_DEPTH, "TERRAINOBJECT_HULL_DEPTH", ValueType::FLOAT, 10.0),
+              platform::DescribeParameter(TERRAINOBJECT_EXPORT_MODE, "TERRAINOBJECT_EXPORT_MODE", ValueType::INT32, Int32{0}, 0.0, 1.0),
+              exportButton,
+              memory,
+          }};
+}
+
+bool TerrainObject::Init(Node& node) {
+  return node.GetTypeInfo().description.WriteDefaults(node.GetDataInstance()).has_value();
+}
+
+bool TerrainObject::Read(Node& node, Int32 diskLevel) {
+  if (diskLevel != 0) return true;
+  // Files of level 0 stored the hull depth as a positive integer offset; keep the integer.
+  ParameterContainer& data = node.GetDataInstance();
+  return data.Set(TERRAINOBJECT_HULL_DEPTH, static_cast<Int32>(-data.GetInt32(TERRAINOBJECT_HULL_DEPTH))).has_value();
+}
+
+bool TerrainObject::GetDEnabling(const Node& node, ParameterId id, const Value&) const {
+  const ParameterContainer& data = node.GetData();
+  switch (id) {
+    case TERRAINOBJECT_EDGE_HEIGHT:
+      return data.GetBool(TERRAINOBJECT_EDGE_FALLOFF);
+    case TERRAINOBJECT_CURVATURE_RADIUS:
+    case TERRAINOBJECT_CURVATURE_INVERT:
+      return data.GetBool(TERRAINOBJECT_CURVATURE);
+    case TERRAINOBJECT_HULL:
+      return !data.GetBool(TERRAINOBJECT_CURVATURE);
+    case TERRAINOBJECT_HULL_DEPTH:
+      return data.GetBool(TERRAINOBJECT_HULL);
+    default:
+      return true;
+  }
+}
+
+void TerrainObject::GetDimension(const Node& node, Vector& centre, Vector& radius) const {
+  const Float minimum = grid_.IsMinMaxValid() ? grid_.Minimum() : 0.0;
+  const Float maximum = grid_.IsMinMaxValid() ? grid_.Maximum() : 0.0;
+  const ParameterContainer& data = node.GetData();
+  centre = {0.0, (minimum + maximum) * 0.5, 0.0};
+  radius = {data.GetFloat(TERRAINOBJECT_SIZE_X) * 0.5, (maximum - minimum) * 0.5,
+            data.GetFloat(TERRAINOBJECT_SIZE_Z) * 0.5};
+}
+
+Result<std::unique_ptr<GeometryObject>> TerrainObject::GetVirtualObjects(Node& node,
+                                                                          const platform::HierarchyHelp& help) {
+  Document* doc = node.GetDocument();
+  if (doc == nullptr) return std::unique_ptr<GeometryObject>{};
+  const ParameterContainer& data = node.GetData();
+  const Int32 cap = doc->GetWorldPluginData(ID_PREFERENCES).GetInt32(PREFS_MAX_RESOLUTION, 0);
+  const Int32 segX = EffectiveResolution(data.GetInt32(TERRAINOBJECT_RESOLUTION_X), help.lod, cap);
+  const Int32 segZ = EffectiveResolution(data.GetInt32(TERRAINOBJECT_RESOLUTION_Z), help.lod, cap);
+  const Float sizeX = data.GetFloat(TERRAINOBJECT_SIZE_X, 250.0);
+  const Float sizeZ = data.GetFloat(TERRAINOBJECT_SIZE_Z);
+
+  EvaluationContext context;
+  context.resolutionX = segX;
+  context.resolutionZ = segZ;
+  context.sizeX = sizeX;
+  context.sizeZ = sizeZ;
+  context.terrainMatrix = node.GetMg();
+  context.purpose = help.purpose;
+  context.thread = help.cancel;
+  context.progress = help.progress;
+
+  EvaluationQueue previous = std::move(queue_);
+  VLGD_RETURN_IF_ERROR(queue_.Build(&node, help.purpose));
+  const auto status = queue_.Check(evaluatedOnce_ ? &previous : nullptr, *doc, context);
+  if (!node.CheckCache() && status == EvaluationQueue::STATUS::OK && !queue_.StructureChanged())
+    return std::unique_ptr<GeometryObject>{};
+
+  ParameterContainer& own = node.GetDataInstance();  // status texts, not edits
+  (void)own.Set(TERRAINOBJECT_MEMORY_INFO, node.GetHost().GetStrings().Get(10028));
+  grid_.Reset();
+  VLGD_RETURN_IF_ERROR(grid_.Init(static_cast<Int>(segX) + 1, static_cast<Int>(segZ) + 1, sizeX, sizeZ));
+  evaluatedOnce_ = true;
+  VLGD_RETURN_IF_ERROR(queue_.Run(grid_, *doc, context));
+  grid_.RecomputeRange();
+  if (data.GetBool(TERRAINOBJECT_EDGE_FALLOFF))
+    VLGD_RETURN_IF_ERROR(FadeEdges(grid_, sizeX, sizeZ, data.GetFloat(TERRAINOBJECT_EDGE_HEIGHT), help.cancel));
+
+  const Curvature curvature = ReadCurvature(data);
+  const bool wantHull = data.GetBool(TERRAINOBJECT_HULL) && !curvature.enabled;
+  VLGD_ASSIGN_OR_RETURN(std::unique_ptr<PolygonObject> mesh,
+                        CreatePlaneGeometry(sizeX, sizeZ, segX, segZ, data.GetInt32(TERRAINOBJECT_TESSELATION), true,
+                                            help.cancel));
+  mesh->name = node.GetName();
+  const std::span<Vector> points = mesh->GetPointW();
+  if (points.empty()) return platform::GenericError("Could not get writeable vertex pointer!");
+  const Float* heights = grid_.Data();
+  platform::ParallelOptions options;
+  options.singleThreadBelow = kVertexSingleThreadBelow;
+  options.cancel = help.cancel;
+  VLGD_RETURN_IF_ERROR(platform::ParallelForRange(0, mesh->GetPointCount(), options, [&](Int begin, Int end) {
+    for (Int k = begin; k < end; ++k) points[static_cast<size_t>(k)] = curvature.Place(points[static_cast<size_t>(k)], heights[k]);
+  }));
+
+  if (wantHull) {
+    VLGD_RETURN_IF_ERROR(CollectBorder(border_, segX, segZ));
+    const Float depth = data.GetFloat(TERRAINOBJECT_HULL_DEPTH);
+    VLGD_ASSIGN_OR_RETURN(std::unique_ptr<PolygonObject> hull, BuildHull(points, border_, depth, sizeX, sizeZ));
+    VLGD_RETURN_IF_ERROR(mesh->InsertChild(std::move(hull)));
+    grid_.IncludeInRange(-depth);
+  }
+  if ((help.flags & platform::BUILDFLAGS_ISOPARM) != 0) {
+    VLGD_ASSIGN_OR_RETURN(mesh->isoparm,
+                          BuildIsoparms(grid_.Width(), grid_.Height(), *mesh, data.GetInt32(TERRAINOBJECT_ISOPARM_LINES, 1)));
+  }
+  if (data.GetBool(TERRAINOBJECT_PHONG))
+    VLGD_RETURN_IF_ERROR(mesh->AddTag(std::make_unique<platform::PhongTag>()));
+
+  Int bytes = 8 * grid_.Count() + 521 + queue_.GetMemory();
+  for (const auto& tag : mesh->Tags()) bytes += 1 + (tag->IsVariable() ? tag->DataCount() * tag->DataSize() : 0);
+  (void)own.Set(TERRAINOBJECT_MEMORY_INFO, FormatMemory(node.GetHost().GetStrings(), bytes));
+  return std::unique_ptr<GeometryObject>(std::move(mesh));
+}
+
+Result<platform::Image> TerrainObject::HeightImage(bool normalized) const {
+  if (!normalized) return grid_.ToHeightImage();
+  Grid2D<Float> copy;
+  VLGD_RETURN_IF_ERROR(copy.CopyFrom(grid_));
+  const Float minimum = grid_.Minimum();
+  const Float range = grid_.Maximum() - minimum;
+  const Float inverse = range != 0.0 ? 1.0 / range : 0.0;
+  Float* values = copy.Data();
+  VLGD_RETURN_IF_ERROR(platform::ParallelForRange(0, copy.Count(), {}, [&](Int begin, Int end) {
+    for (Int k = begin; k < end; ++k) values[k] = (values[k] - minimum) * inverse;
+  }));
+  return copy.ToHeightImage();
+}
+
+Status TerrainObject::ExportHeightMap(Node& node) {
+  platform::Host& host = node.GetHost();
+  const platform::StringTable& strings = host.GetStrings();
+  const bool normalized = node.GetData().GetInt32(TERRAINOBJECT_EXPORT_MODE) == 1;
+  const Result<platform::Image> image = HeightImage(normalized);
+  if (!image) {
+    host.GetUserInterface().MessageDialog(strings.Get(10033));
+    return platform::Ok();
+  }
+  const std::string proposed = "Terrain_" + node.GetName() + "_" + strings.Get(normalized ? 10031 : 10030);
+  const auto path = host.GetUserInterface().SaveFileDialog(strings.Get(10029), proposed, "tif");
+  if (!path.has_value()) return platform::Ok();
+  if (!platform::WriteImage(*image, *path, platform::PixelType::Float32))
+    host.GetUserInterface().MessageDialog(strings.Get(10033));
+  return platform::Ok();
+}
+
+bool TerrainObject::Message(Node& node, Int32 type, MessageData& data) {
+  ParameterContainer& own = node.GetDataInstance();
+  switch (type) {
+    case platform::MSG_DESCRIPTION_COMMAND:
+      if (data.parameter == TERRAINOBJECT_EXPORT && grid_.Count() >= 8) return ExportHeightMap(node).has_value();
+      return true;
+    case platform::MSG_DESCRIPTION_POSTSETPARAMETER: {
+      const ParameterId changed = data.parameter;
+      const Float sizeX = own.GetFloat(TERRAINOBJECT_SIZE_X);
+      const Float sizeZ = own.GetFloat(TERRAINOBJECT_SIZE_Z);
+      const auto storeDensities = [&] {
+        densityX_ = sizeX != 0.0 ? own.GetInt32(TERRAINOBJECT_RESOLUTION_X) / sizeX : 0.0;
+        densityZ_ = sizeZ != 0.0 ? own.GetInt32(TERRAINOBJECT_RESOLUTION_Z) / sizeZ : 0.0;
+      };
+      if (changed == TERRAINOBJECT_SIZE_X || changed == TERRAINOBJECT_SIZE_Z ||
+          changed == TERRAINOBJECT_CURVATURE_RADIUS) {
+        const Float smaller = std::min(sizeX, sizeZ);
+        if (own.GetFloat(TERRAINOBJECT_CURVATURE_RADIUS) < smaller)
+          (void)node.SetParameter(TERRAINOBJECT_CURVATURE_RADIUS, smaller);
+        if (changed != TERRAINOBJECT_CURVATURE_RADIUS) {
+          if (!own.GetBool(TERRAINOBJECT_LOCK_DENSITY)) {
+            storeDensities();
+          } else {
+            if (densityX_ == 0.0) densityX_ = sizeX != 0.0 ? own.GetInt32(TERRAINOBJECT_RESOLUTION_X) / sizeX : 0.0;
+            if (densityZ_ == 0.0) densityZ_ = sizeZ != 0.0 ? own.GetInt32(TERRAINOBJECT_RESOLUTION_Z) / sizeZ : 0.0;
+            (void)node.SetParameter(TERRAINOBJECT_RESOLUTION_X, static_cast<Int32>(densityX_ * sizeX));
+            (void)node.SetParameter(TERRAINOBJECT_RESOLUTION_Z, static_cast<Int32>(sizeZ * densityZ_));
+          }
+        }
+      } else if (changed == TERRAINOBJECT_RESOLUTION_X || changed == TERRAINOBJECT_RESOLUTION_Z ||
+                 changed == TERRAINOBJECT_LOCK_DENSITY) {
+        storeDensities();
+      }
+      return true;
+    }
+    case platform::MSG_DOCUMENTINFO:
+      if (data.info != 1001) return true;
+      [[fallthrough]];
+    case platform::MSG_DESCRIPTION_VALIDATE: {
+      Document* doc = node.GetDocument();
+      const Int32 cap = doc != nullptr ? doc->GetWorldPluginData(ID_PREFERENCES).GetInt32(PREFS_MAX_RESOLUTION, kDefaultMaxResolution)
+                                       : kDefaultMaxResolution;
+      for (const ParameterId id : {TERRAINOBJECT_RESOLUTION_X, TERRAINOBJECT_RESOLUTION_Z})
+        if (own.GetInt32(id) > cap) (void)node.SetParameter(id, cap);
+      return true;
+    }
+    case ID_PREFERENCES:
+      return node.Message(platform::MSG_DESCRIPTION_VALIDATE);
+    default:
+      return true;
+  }
+}
+
+}  // namespace VLGD

@@ -1,0 +1,53 @@
+#include "main/vellgrund_module.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+#include "support/temp_dir.h"
+
+namespace {
+
+using namespace platform;
+
+TEST(ModuleTest, RegistersTheMenuInOrderAndNeedsBothIconSheets) {
+  Host host;
+  CollectingConsole console;
+  host.SetConsole(console);
+  ASSERT_TRUE(VLGD::StartModule(host));
+  std::string menu;
+  for (const PluginInfo* info : host.GetRegistry().MenuOrder()) menu += info->registeredName + " ";
+  EXPECT_EQ(menu, "#$10Terrain #$20-- #$25Group #$30-- #$40-- #$50-- ");
+  EXPECT_EQ(console.Lines().at(1), "Procedural terrain for artists and technical directors.");
+  EXPECT_EQ(host.GetRegistry().Find(1054563)->diskLevel, 1);
+  EXPECT_EQ(host.GetRegistry().FindIcon(1056652)->x, 256);
+  EXPECT_EQ(host.GetRegistry().FindIcon(1054581)->sheet, "vellgrund_icons.tif");
+  EXPECT_EQ(host.GetPreferences().GetWorldPluginData(1055624).GetInt32(1000), 4000);
+  EXPECT_FALSE(VLGD::PluginStart(host));  // every name is taken now
+  EXPECT_EQ(console.Lines().back(), "The enumeration BLENDMODE is already registered!");
+
+  // An operator type whose ID is taken stops the start-up.
+  Host clash;
+  clash.SetConsole(console);
+  ASSERT_TRUE(VLGD::PluginMessage(clash, VLGD::kSystemInit));
+  ASSERT_TRUE(clash.GetRegistry().RegisterNodeType(
+      {.id = 1054581, .resourceName = "oother", .allocate = [] { return std::make_unique<ObjectData>(); }}, {}));
+  EXPECT_FALSE(VLGD::PluginStart(clash));
+  EXPECT_EQ(console.Lines().back(), "VLGD: Operator with this id already registered!");
+  EXPECT_TRUE(VLGD::PluginMessage(host, 1000));
+  EXPECT_FALSE(VLGD::PluginMessage(host, 77));
+
+  // A resource folder without the blend-mode sheet fails the start-up.
+  testing_support::TempDir dir;
+  const std::filesystem::path source = ResourceFolder();
+  std::filesystem::copy(source / "strings", dir.Path() / "strings");
+  std::filesystem::copy_file(source / "vellgrund_icons.tif", dir.Path() / "vellgrund_icons.tif");
+  Host other;
+  EXPECT_FALSE(VLGD::PluginMessage(other, VLGD::kSystemInit, dir.Path()));
+  const auto failed = VLGD::StartModule(other, dir.Path());
+  ASSERT_FALSE(failed);
+  EXPECT_NE(failed.error().message.find("vellgrund_blendmodes.tif"), std::string::npos);
+  VLGD::PluginEnd();
+}
+
+}  // namespace
