@@ -6,6 +6,7 @@
 #include <new>
 
 #include "platform/debug_stop.h"
+#include "platform/file_output.h"
 #include "platform/host.h"
 #include "platform/memory.h"
 #include "platform/image.h"
@@ -157,19 +158,53 @@ bool BaseTerrainOperatorData::Read(Node& node, Int32 diskLevel) {
   return data.Set(TERRAINOPERATOR_VERSION, kTerrainOperatorVersion).has_value();
 }
 
+Status BaseTerrainOperatorData::ExportCustomOutput(Int32 outputId, std::filesystem::path path) const {
+  const Grid2D<Float>* output = GetCustomOutput(outputId);
+  if (output == nullptr) return platform::IllegalArgumentError("Unknown outputId!");
+  if (platform::LowerCaseEnding(path) != ".tif") path += ".tif";
+  VLGD_ASSIGN_OR_RETURN(const platform::Image image, output->ToHeightImage());
+  return platform::WriteImage(image, path, platform::PixelType::Float32);
+}
+
 bool BaseTerrainOperatorData::Message(Node& node, Int32 type, MessageData& data) {
-  if (type == platform::MSG_DESCRIPTION_COMMAND && data.parameter == TERRAINOPERATOR_EXPORT_CHANGEMAP) {
-    platform::Host& host = node.GetHost();
-    const Grid2D<Float>* output = GetCustomOutput(ID_CUSTOMOUTPUT_CHANGEMAP);
-    if (output == nullptr || output->IsEmpty()) return true;
-    const std::string proposed = node.GetName() + "_" + GetCustomOutputName(host.GetStrings(), ID_CUSTOMOUTPUT_CHANGEMAP);
-    const auto path = host.GetUserInterface().SaveFileDialog(host.GetStrings().Get(10029), proposed, "tif");
-    if (!path.has_value()) return true;
-    auto image = output->ToHeightImage();
-    const auto written = image ? platform::WriteImage(*image, *path, platform::PixelType::Float32)
-                               : platform::Status(std::unexpected(image.error()));
-    if (!written) host.GetUserInterface().MessageDialog(host.GetStrings().Get(10033));
-    return true;
+  platform::Host& host = node.GetHost();
+  switch (type) {
+    case MSG_TERRAINOPERATOR_GETCUSTOMOUTPUTS: {
+      auto* const* outputs = std::any_cast<std::vector<CustomOutput>*>(&data.payload);
+      if (outputs == nullptr || *outputs == nullptr) {
+        host.GetConsole().Print("Could not get operator's custom outputs list!");
+        return false;
+      }
+      try {
+        (*outputs)->push_back(
+            {ID_CUSTOMOUTPUT_CHANGEMAP, GetCustomOutputName(host.GetStrings(), ID_CUSTOMOUTPUT_CHANGEMAP)});
+      } catch (const std::bad_alloc&) {
+        host.GetConsole().Print("Could not get operator's custom outputs list!");
+        return false;
+      }
+      return true;
+    }
+    case MSG_TERRAINOPERATOR_EXPORTCUSTOMOUTPUT: {
+      auto* const* request = std::any_cast<CustomOutputExport*>(&data.payload);
+      if (request == nullptr || *request == nullptr) {
+        host.GetConsole().Print("Did not receive a custom output pointer for export mode " + std::to_string(data.info));
+        return false;
+      }
+      (*request)->result = ExportCustomOutput((*request)->outputId, (*request)->path);
+      return (*request)->result.has_value();
+    }
+    case platform::MSG_DESCRIPTION_COMMAND: {
+      if (data.parameter != TERRAINOPERATOR_EXPORT_CHANGEMAP) break;
+      if (changeMap_.IsEmpty()) return true;
+      const std::string proposed =
+          node.GetName() + "_" + GetCustomOutputName(host.GetStrings(), ID_CUSTOMOUTPUT_CHANGEMAP);
+      const auto path = host.GetUserInterface().SaveFileDialog(host.GetStrings().Get(10029), proposed, "tif");
+      if (path.has_value() && !ExportCustomOutput(ID_CUSTOMOUTPUT_CHANGEMAP, *path))
+        host.GetUserInterface().MessageDialog(host.GetStrings().Get(10033));
+      return true;
+    }
+    default:
+      break;
   }
   return OperatorMessage(node, type, data);
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -87,6 +88,26 @@ enum TerrainOperatorParameter : ParameterId {
   TERRAINOPERATOR_MASKING_HEIGHT_HIGH = 3033,
   TERRAINOPERATOR_MASKING_HEIGHT_LOWFALLOFF = 3034,
   TERRAINOPERATOR_MASKING_HEIGHT_HIGHFALLOFF = 3035,
+};
+
+// Messages for the outputs an operator publishes besides its result.
+enum TerrainOperatorMessage : Int32 {
+  // payload: std::vector<CustomOutput>*, filled with the operator's outputs
+  MSG_TERRAINOPERATOR_GETCUSTOMOUTPUTS = 1056543,
+  // payload: CustomOutputExport*; info: the export mode
+  MSG_TERRAINOPERATOR_EXPORTCUSTOMOUTPUT = 1056544,
+};
+
+struct CustomOutput {
+  Int32 id = 0;
+  std::string name;
+};
+
+// Writes one custom output as a 32-bit float TIFF.
+struct CustomOutputExport {
+  Int32 outputId = ID_CUSTOMOUTPUT_CHANGEMAP;
+  std::filesystem::path path;  // ".tif" is added when the path has another ending
+  Status result = platform::Ok();
 };
 
 // Operators written before this version keep their factor in the height scale.
@@ -192,6 +213,9 @@ class BaseTerrainOperatorData : public platform::ObjectData {
   [[nodiscard]] const Grid2D<Float>& GetChangeMap() const { return changeMap_; }
   [[nodiscard]] bool NeedsEvaluation() const { return needsEvaluation_; }
   void SetNeedsEvaluation() { needsEvaluation_ = true; }
+
+  // Writes a custom output as a 32-bit float TIFF.
+  [[nodiscard]] Status ExportCustomOutput(Int32 outputId, std::filesystem::path path) const;
 
   DirtySnapshot current;                 // written by the dirty check
   DirtySnapshot last;                    // written when an evaluation finishes

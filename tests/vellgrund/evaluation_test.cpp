@@ -4,6 +4,8 @@
 
 #include "object/operator_group.h"
 #include "platform/field_objects.h"
+#include "platform/image.h"
+#include "support/temp_dir.h"
 #include "support/terrain_harness.h"
 
 namespace {
@@ -153,6 +155,29 @@ TEST(EvaluationTest, FiltersPublishTheirNormalisedChangeAndEveryOperatorItsMemor
   EXPECT_EQ(data.GetMemoryUsage(), (1048576 + 1048576) * 8 + 576);
   EXPECT_EQ(filter->GetData().GetString(VLGD::TERRAINOPERATOR_STATUS), "Memory: 16.00 MB");
   EXPECT_EQ(VLGD::FormatMemory(h.host.GetStrings(), 1000), "Memory: 1000 bytes");
+
+  // The change map is listed and exported as a float TIFF through the operator's messages.
+  std::vector<VLGD::CustomOutput> outputs;
+  MessageData list;
+  list.payload = &outputs;
+  ASSERT_TRUE(filter->Message(VLGD::MSG_TERRAINOPERATOR_GETCUSTOMOUTPUTS, list));
+  ASSERT_EQ(outputs.size(), 1u);
+  EXPECT_EQ(outputs[0].name, "Change map");
+  testing_support::TempDir dir;
+  VLGD::CustomOutputExport request;
+  request.path = dir.File("change");
+  MessageData exported;
+  exported.payload = &request;
+  ASSERT_TRUE(filter->Message(VLGD::MSG_TERRAINOPERATOR_EXPORTCUSTOMOUTPUT, exported)) << request.result.error().message;
+  auto image = ReadImage(dir.File("change.tif"));
+  ASSERT_TRUE(image);
+  EXPECT_EQ(image->GetPixel(7, 7, 0), 3.0);
+  MessageData empty;
+  empty.info = 2;
+  EXPECT_FALSE(filter->Message(VLGD::MSG_TERRAINOPERATOR_EXPORTCUSTOMOUTPUT, empty));
+  EXPECT_EQ(h.console.Lines().back(), "Did not receive a custom output pointer for export mode 2");
+  EXPECT_FALSE(filter->Message(VLGD::MSG_TERRAINOPERATOR_GETCUSTOMOUTPUTS, empty));
+  EXPECT_EQ(h.console.Lines().back(), "Could not get operator's custom outputs list!");
   EXPECT_EQ(VLGD::FormatMemory(h.host.GetStrings(), 1536), "Memory: 1.50 KB");
 }
 
