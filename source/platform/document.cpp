@@ -131,6 +131,7 @@ Node* Document::Link(std::unique_ptr<Node> node, Node& parent, Node* pred) {
   if (raw->next_ != nullptr) raw->next_->pred_ = raw;
   raw->pred_ = pred;
   raw->up_ = &parent;
+  if (raw->next_ == nullptr) parent.lastChild_ = raw;
   slot = std::move(node);
   if (parent.document_ == this) Attach(*raw);
   return raw;
@@ -162,6 +163,7 @@ std::unique_ptr<Node> Document::Remove(Node& node) {
   std::unique_ptr<Node> taken = std::move(slot);
   slot = std::move(taken->next_);
   if (slot != nullptr) slot->pred_ = taken->pred_;
+  else parent->lastChild_ = taken->pred_;
   taken->pred_ = nullptr;
   taken->up_ = nullptr;
   if (taken->document_ == this) Detach(*taken);

@@ -34,12 +34,6 @@ Node* Node::GetUp() const {
   return up_;
 }
 
-Node* Node::GetDownLast() const {
-  Node* child = firstChild_.get();
-  while (child != nullptr && child->next_ != nullptr) child = child->next_.get();
-  return child;
-}
-
 Node* Node::GetNextDepthFirst(const Node* root) const {
   if (firstChild_ != nullptr) return firstChild_.get();
   const Node* current = this;

@@ -58,7 +58,7 @@ class Node {
 
   [[nodiscard]] Node* GetUp() const;  // nullptr at the top level
   [[nodiscard]] Node* GetDown() const { return firstChild_.get(); }
-  [[nodiscard]] Node* GetDownLast() const;
+  [[nodiscard]] Node* GetDownLast() const { return lastChild_; }
   [[nodiscard]] Node* GetNext() const { return next_.get(); }
   [[nodiscard]] Node* GetPred() const { return pred_; }
   // The next node of a depth-first walk (children first, then siblings, then the
@@ -122,6 +122,7 @@ class Node {
   Node* pred_ = nullptr;
   std::unique_ptr<Node> next_;
   std::unique_ptr<Node> firstChild_;
+  Node* lastChild_ = nullptr;  // so that appending a child does not walk the siblings
 
   std::string name_;
   bool enabled_ = true;

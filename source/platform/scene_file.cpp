@@ -497,8 +497,7 @@ class SceneReader {
     return Ok();
   }
 
-  // Inserts the node after `previous`, or as the first child when that is nullptr:
-  // InsertLast would walk all siblings each time, quadratic for long lists.
+  // Inserts the node after `previous`, or as the first child of `parent` when that is nullptr.
   Result<Node*> ReadNode(const Json& object, const std::string& path, Node* parent, Node* previous, Int depth) {
     if (!object.is_object()) return Within<Node*>(Expected("an object", object), path);
     if (++nodeCount_ > kMaxNodes)
