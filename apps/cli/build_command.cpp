@@ -109,19 +109,6 @@ void PrintStats(platform::Node& terrain) {
 
 }  // namespace
 
-// A terrain of 500 x 500 segments over 500 x 500 units: a starting point to edit.
-extern const char* const kDefaultScene;
-const char* const kDefaultScene = R"({
-  "vellgrund": 1,
-  "objects": [
-    { "type": "oterrain", "name": "Terrain",
-      "params": { "TERRAINOBJECT_RESOLUTION_X": 500, "TERRAINOBJECT_RESOLUTION_Z": 500 },
-      "children": [
-        { "type": "ogroupoperator", "name": "Group", "params": { "TERRAINOPERATOR_BLENDMODE": "ADD" } }
-      ] }
-  ]
-}
-)";
 
 Status StartHost(platform::Host& host, platform::CollectingConsole& console) {
   host.SetConsole(console);

@@ -7,7 +7,6 @@
 
 namespace vellgrund_cli {
 
-extern const char* const kDefaultScene;
 platform::Status StartHost(platform::Host& host, platform::CollectingConsole& console);
 
 namespace {

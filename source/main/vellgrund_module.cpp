@@ -4,9 +4,12 @@
 #include <memory>
 #include <optional>
 
+#include "object/operator_gradient.h"
 #include "object/operator_group.h"
+#include "object/operator_noise.h"
 #include "object/terrainobject.h"
 #include "platform/image.h"
+#include "vellgrund/distortion.h"
 #include "vellgrund/enumerations.h"
 
 namespace VLGD {
@@ -53,12 +56,16 @@ platform::NodeDataAllocator Allocate() {
 std::vector<Registration> RegistrationTable() {
   using K = PluginKind;
   return {
-      {K::DESCRIPTION, 1055057, {}, "DterrainDistortion", {}},
+      {K::DESCRIPTION, 1055057, {}, "DterrainDistortion", {}, 0, {}, TerrainDistortionDescription},
       {K::DESCRIPTION, 1055093, {}, "DaddOperator", {}},
       {K::DESCRIPTION, ID_BASETERRAINOPERATOR, {}, "Obaseterrainoperator", {}, 0, {}, BaseTerrainOperatorDescription},
       {K::OBJECT, ID_TERRAINOBJECT, 10, "oterrain", Main(0, 0), 10000, Allocate<TerrainObject>(),
        TerrainObjectDescription, 1, platform::OBJECT_GENERATOR},
       {K::SEPARATOR, 1054692, 20, "--", {}},
+      {K::OBJECT, ID_NOISEOPERATOR, 21, "onoiseoperator", Main(64, 0), 10001, Allocate<NoiseOperator>(),
+       NoiseOperatorDescription},
+      {K::OBJECT, ID_GRADIENTOPERATOR, 24, "ogradientoperator", Main(128, 0), 10008, Allocate<GradientOperator>(),
+       GradientOperatorDescription},
       {K::OBJECT, ID_GROUPOPERATOR, 25, "ogroupoperator", Main(320, 0), 10003, Allocate<GroupOperator>(),
        GroupOperatorDescription},
       {K::SEPARATOR, 1054745, 30, "--", {}},

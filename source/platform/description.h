@@ -6,6 +6,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "platform/enumerations.h"
 #include "platform/parameters.h"
 #include "platform/result.h"
 #include "platform/types.h"
@@ -47,6 +48,8 @@ struct Description {
   std::string resourceName;
   std::vector<std::string> includes;
   std::vector<ParameterDescription> parameters;
+  // The choices of the node type's own parameters, registered with the node type.
+  std::vector<Enumeration> enumerations = {};
 };
 
 // A description with its includes resolved, indexed by ID and by symbol.

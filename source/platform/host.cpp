@@ -1,5 +1,7 @@
 #include "platform/host.h"
 
+#include <chrono>
+
 #include "platform/field_objects.h"
 
 #include <array>
@@ -12,6 +14,11 @@ Host::Host() {
   // Field objects are the application's own node types, there for every document. A fresh
   // registry cannot refuse them.
   (void)RegisterFieldTypes(registry_);
+}
+
+UInt64 Host::TimerValue() {
+  if (countingTimer_.has_value()) return (*countingTimer_)++;
+  return static_cast<UInt64>(std::chrono::steady_clock::now().time_since_epoch().count());
 }
 
 std::filesystem::path ResourceFolder() {

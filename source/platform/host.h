@@ -51,6 +51,26 @@ class Host {
   [[nodiscard]] const StringTable& GetStrings() const { return strings_; }
   ConsoleSink& GetConsole() { return *console_; }
   UserInterface& GetUserInterface() { return *userInterface_; }
+  // The application's timer: values that differ between objects made one after the other
+  // (a new noise's seed). While a scene is read it counts 0, 1, 2, ... instead, so that a
+  // scene file that leaves such values out still gives the same document every time.
+  UInt64 TimerValue();
+
+  // Switches the counting timer on for its lifetime.
+  class CountingTimerScope {
+   public:
+    explicit CountingTimerScope(Host& host) : host_(host), previous_(host.countingTimer_) {
+      host.countingTimer_ = 0;
+    }
+    ~CountingTimerScope() { host_.countingTimer_ = previous_; }
+    CountingTimerScope(const CountingTimerScope&) = delete;
+    CountingTimerScope& operator=(const CountingTimerScope&) = delete;
+
+   private:
+    Host& host_;
+    std::optional<UInt64> previous_;
+  };
+
   // The sinks stay owned by the caller and must outlive their use.
   void SetConsole(ConsoleSink& console) { console_ = &console; }
   void SetUserInterface(UserInterface& userInterface) { userInterface_ = &userInterface; }
@@ -63,6 +83,7 @@ class Host {
   ConsoleUserInterface cancellingInterface_{standardError_};
   ConsoleSink* console_ = &standardError_;
   UserInterface* userInterface_ = &cancellingInterface_;
+  std::optional<UInt64> countingTimer_;
 };
 
 // The folder of resource files (string table, icon sheets): $VELLGRUND_RESOURCES when set,

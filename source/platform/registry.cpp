@@ -59,6 +59,8 @@ Status Registry::RegisterNodeType(PluginInfo info, const Description& descriptio
   }
   for (const ParameterDescription& parameter : description.parameters)
     VLGD_RETURN_IF_ERROR(info.description.Append(parameter));
+  for (const Enumeration& enumeration : description.enumerations)
+    VLGD_RETURN_IF_ERROR(enumerations_.Register(enumeration));
   return Guarded([&]() -> Status {
     plugins_.push_back(std::make_unique<PluginInfo>(std::move(info)));
     return Ok();

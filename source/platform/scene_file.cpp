@@ -1215,6 +1215,7 @@ bool NodesEqual(const Node& a, const Node& b, const std::unordered_map<UInt64, I
 
 Result<std::unique_ptr<Document>> LoadScene(Host& host, std::string_view json, std::string_view sourceName) {
   const std::string source(sourceName);
+  const Host::CountingTimerScope reproducible(host);
   try {
     SceneReader reader(host);
     auto document = reader.Read(json);

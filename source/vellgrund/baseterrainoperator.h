@@ -60,7 +60,9 @@ enum class OPERATORDIRTY : UInt32 {
 enum PluginId : Int32 {
   ID_TERRAINOBJECT = 1054563,
   ID_BASETERRAINOPERATOR = 1054564,  // the type every operator is an instance of
+  ID_NOISEOPERATOR = 1054566,
   ID_GROUPOPERATOR = 1054581,
+  ID_GRADIENTOPERATOR = 1054623,
   ID_TERRAINOPERATORSHADER = 1054655,  // also the message that tells materials a result changed
   ID_PREFERENCES = 1055624,            // preference container; also the preference-changed message
   ID_TERRAINHUD = 1056379,

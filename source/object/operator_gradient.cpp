@@ -1,0 +1,182 @@
+#include "object/operator_gradient.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "common/vlgd_gui.h"
+#include "platform/parallel.h"
+#include "vellgrund/distortion.h"
+
+namespace VLGD {
+namespace {
+
+using platform::SplineData;
+using platform::ValueType;
+
+Float InverseOrZero(Float value) { return value != 0.0 ? 1.0 / value : 0.0; }
+
+// The shape constants of one evaluation.
+struct Shape {
+  GRADIENTTYPE type;
+  Float inverse = 0.0;      // radial, square
+  Float limit = 0.0;        // radial: radius squared; square: half edge
+  Float start = 0.0;        // linear
+  Float span = 0.0;         // linear
+  Float halfWidth = 0.0;    // rectangular
+  Float halfHeight = 0.0;
+  Float inverseWidth = 0.0;
+  Float inverseHeight = 0.0;
+};
+
+const char* CancelMessage(GRADIENTTYPE type) {
+  switch (type) {
+    case GRADIENTTYPE::RADIAL:
+      return "Radial gradient cancelled!";
+    case GRADIENTTYPE::LINEAR:
+      return "Linear gradient cancelled!";
+    case GRADIENTTYPE::RECTANGULAR:
+      return "Rectangular gradient cancelled!";
+    case GRADIENTTYPE::SQUARE:
+      return "Square gradient cancelled!";
+  }
+  return "";
+}
+
+}  // namespace
+
+TERRAINOPERATORFLAGS GradientOperator::GetFlags(const Node&) const {
+  return TERRAINOPERATORFLAGS::TYPE_GENERATOR | TERRAINOPERATORFLAGS::DIRTY_MATRIX_OPERATOR |
+         TERRAINOPERATORFLAGS::DIRTY_MATRIX_PARENTHIERARCHY;
+}
+
+bool GradientOperator::GetOperatorDEnabling(const Node& op, ParameterId id, const Value&) const {
+  const ParameterContainer& data = op.GetData();
+  const auto type = static_cast<GRADIENTTYPE>(data.GetInt32(GRADIENTOPERATOR_TYPE, 1));
+  switch (id) {
+    case GRADIENTOPERATOR_RADIUS:
+      return type == GRADIENTTYPE::RADIAL;
+    case GRADIENTOPERATOR_SIZE:
+      return type == GRADIENTTYPE::LINEAR || type == GRADIENTTYPE::RECTANGULAR || type == GRADIENTTYPE::SQUARE;
+    case GRADIENTOPERATOR_HEIGHT:
+      return type == GRADIENTTYPE::RECTANGULAR;
+    default:
+      return IsDistortionParameterEnabled(data, id);
+  }
+}
+
+bool GradientOperator::GetRebuildParameters(std::vector<ParameterId>& ids, const ParameterContainer&) const {
+  AppendGeneratorParameters(ids, GRADIENTOPERATOR_PROFILE, GRADIENTOPERATOR_HEIGHT);
+  return true;
+}
+
+Status GradientOperator::Compute(const Grid2D<Float>& incoming, Node& op, Document&, const EvaluationContext& context) {
+  result_.Reset();
+  VLGD_RETURN_IF_ERROR(result_.InitFrom(incoming));
+  const ParameterContainer& data = op.GetData();
+  const SplineData* profile = data.GetSplineData(GRADIENTOPERATOR_PROFILE);
+  if (profile == nullptr) return platform::IllegalArgumentError("Could not access SplineData!");
+  const TerrainDistortion distortion = TerrainDistortion::Read(data);
+  const platform::Matrix frame = SamplingFrame(op, context, false);
+
+  Shape shape{static_cast<GRADIENTTYPE>(data.GetInt32(GRADIENTOPERATOR_TYPE, 1))};
+  const Float size = data.GetFloat(GRADIENTOPERATOR_SIZE, 200.0);
+  switch (shape.type) {
+    case GRADIENTTYPE::RADIAL: {
+      const Float radius = data.GetFloat(GRADIENTOPERATOR_RADIUS, 200.0);
+      shape.inverse = InverseOrZero(radius);
+      shape.limit = radius * radius;
+      break;
+    }
+    case GRADIENTTYPE::LINEAR:
+      shape.start = size * 0.25;
+      shape.span = std::max(0.0001, size * 0.5);
+      break;
+    case GRADIENTTYPE::RECTANGULAR:
+      shape.halfWidth = size * 0.5;
+      shape.inverseWidth = InverseOrZero(shape.halfWidth);
+      shape.halfHeight = data.GetFloat(GRADIENTOPERATOR_HEIGHT, 150.0) * 0.5;
+      shape.inverseHeight = InverseOrZero(shape.halfHeight);
+      break;
+    case GRADIENTTYPE::SQUARE:
+      shape.limit = size * 0.5;
+      shape.inverse = InverseOrZero(shape.limit);
+      break;
+    default:
+      return platform::Ok();  // an unknown shape leaves the grid flat
+  }
+
+  const Int width = result_.Width();
+  const Int height = result_.Height();
+  const Float sizeX = result_.SizeX();
+  const Float sizeY = result_.SizeY();
+  Float* values = result_.Data();
+  const platform::CancellationToken* thread = context.thread;
+  const std::string_view cancelled = CancelMessage(shape.type);
+  const auto curve = [profile](Float t) { return profile->GetPoint(t).y; };
+  const platform::ParallelOptions samples{.granularity = 16};
+  return platform::ParallelForRange(0, result_.Count(), samples, [&](Int begin, Int end) -> Status {
+    // Column and row advance with the index: no division per sample.
+    Int x = begin % width;
+    Int y = begin / width;
+    for (Int i = begin; i < end; ++i, ++x) {
+      if (x == width) {
+        x = 0;
+        ++y;
+      }
+      // The break is honoured only where the index's low byte masked with 0x9F is odd.
+      if ((static_cast<Int>(platform::TestBreak(thread)) & (i & 0x9F)) != 0)
+        return platform::CancelledError(std::string(cancelled));
+      Vector p = GridPoint(x, y, width, height, sizeX, sizeY);
+      if (distortion.beforeMatrix) p = platform::TransformPoint(frame, p);
+      distortion.Apply(p);
+      if (!distortion.beforeMatrix) p = platform::TransformPoint(frame, p);
+      switch (shape.type) {
+        case GRADIENTTYPE::RADIAL: {
+          const Float distanceSquared = p.x * p.x + p.y * p.y + p.z * p.z;
+          if (distanceSquared <= shape.limit) values[i] = curve(1.0 - std::sqrt(distanceSquared) * shape.inverse);
+          break;
+        }
+        case GRADIENTTYPE::LINEAR: {
+          const Float t = std::clamp(((p.z + shape.start) - shape.span) / (0.0 - shape.span), 0.0, 1.0);
+          values[i] = curve(t);
+          break;
+        }
+        case GRADIENTTYPE::RECTANGULAR:
+          if (std::abs(p.x) <= shape.halfWidth && std::abs(p.z) <= shape.halfHeight) {
+            const Float u = curve(1.0 - std::abs(p.x) * shape.inverseWidth);
+            const Float v = curve(1.0 - std::abs(p.z) * shape.inverseHeight);
+            values[i] = u <= v ? u : v;
+          }
+          break;
+        case GRADIENTTYPE::SQUARE: {
+          const Float distance = std::max(std::abs(p.x), std::abs(p.z));
+          if (distance <= shape.limit) values[i] = curve(1.0 - distance * shape.inverse);
+          break;
+        }
+      }
+    }
+    return platform::Ok();
+  });
+}
+
+platform::Description GradientOperatorDescription() {
+  using platform::DescribeParameter;
+  SplineData profile;
+  (void)InitGradientProfile(profile);  // an empty curve is the identity, should this fail
+  platform::ParameterDescription type =
+      DescribeParameter(GRADIENTOPERATOR_TYPE, "GRADIENTOPERATOR_TYPE", ValueType::INT32, Int32{1});
+  type.enumeration = "GRADIENTTYPE";
+  return {"ogradientoperator",
+          {"Obaseterrainoperator", "DterrainDistortion"},
+          {
+              DescribeParameter(GRADIENTOPERATOR_PROFILE, "GRADIENTOPERATOR_PROFILE", ValueType::CURVE, std::move(profile)),
+              type,
+              DescribeParameter(GRADIENTOPERATOR_RADIUS, "GRADIENTOPERATOR_RADIUS", ValueType::FLOAT, 200.0),
+              DescribeParameter(GRADIENTOPERATOR_SIZE, "GRADIENTOPERATOR_SIZE", ValueType::FLOAT, 200.0),
+              DescribeParameter(GRADIENTOPERATOR_HEIGHT, "GRADIENTOPERATOR_HEIGHT", ValueType::FLOAT, 150.0),
+          },
+          {{"GRADIENTTYPE",
+            {{"RADIAL", 1}, {"LINEAR", 2}, {"RECTANGULAR", 3}, {"SQUARE", 4}}}}};
+}
+
+}  // namespace VLGD

@@ -1,0 +1,165 @@
+#include "object/operator_noise.h"
+
+#include <random>
+
+#include "platform/host.h"
+#include "platform/noise.h"
+#include "platform/parallel.h"
+#include "vellgrund/distortion.h"
+
+namespace VLGD {
+namespace {
+
+using platform::NoiseType;
+using platform::ValueType;
+
+// The noise numbers whose octave count means something.
+bool UsesOctaves(Int32 type) {
+  const platform::NoiseTypeInfo* info = platform::FindNoiseType(type);
+  return info != nullptr && info->usesOctaves;
+}
+
+bool IsThreeDimensional(Int32 type) {
+  switch (static_cast<NoiseType>(type)) {
+    case NoiseType::FBM:
+    case NoiseType::VORONOI_F1:
+    case NoiseType::VORONOI_F2:
+    case NoiseType::VORONOI_F2_F1:
+      return true;
+    default:
+      return false;
+  }
+}
+
+}  // namespace
+
+Int32 DrawNoiseSeed(UInt64 timerValue) {
+  std::mt19937 twister(static_cast<std::mt19937::result_type>(timerValue));
+  // 53 random bits from two draws, so the value is the same with every standard library.
+  const UInt64 high = twister() >> 5;
+  const UInt64 low = twister() >> 6;
+  const Float u = static_cast<Float>(high * 67108864ULL + low) * 0x1.0p-53;
+  // Rounded through single precision first, as seeds always have been.
+  return static_cast<Int32>(static_cast<Float>(static_cast<float>(u)) * 4999.0 + 1.0);
+}
+
+bool NoiseOperator::Init(Node& node) {
+  if (!BaseTerrainOperatorData::Init(node)) return false;
+  return node.GetDataInstance().Set(NOISEOPERATOR_SEED, DrawNoiseSeed(node.GetHost().TimerValue())).has_value();
+}
+
+TERRAINOPERATORFLAGS NoiseOperator::GetFlags(const Node& op) const {
+  TERRAINOPERATORFLAGS flags = TERRAINOPERATORFLAGS::TYPE_GENERATOR | TERRAINOPERATORFLAGS::DIRTY_MATRIX_OPERATOR |
+                               TERRAINOPERATORFLAGS::DIRTY_MATRIX_PARENTHIERARCHY;
+  if (op.GetData().GetBool(NOISEOPERATOR_USE_TERRAIN_MATRIX)) flags = flags | TERRAINOPERATORFLAGS::DIRTY_MATRIX_TERRAIN;
+  return flags;
+}
+
+bool NoiseOperator::GetOperatorDEnabling(const Node& op, ParameterId id, const Value&) const {
+  const ParameterContainer& data = op.GetData();
+  const Int32 type = data.GetInt32(NOISEOPERATOR_TYPE, 21);
+  switch (id) {
+    case NOISEOPERATOR_OCTAVES:
+      return UsesOctaves(type);
+    case NOISEOPERATOR_ABSOLUTE:
+      return type != static_cast<Int32>(NoiseType::RIDGED_MULTIFRACTAL);
+    default:
+      return IsDistortionParameterEnabled(data, id);
+  }
+}
+
+bool NoiseOperator::GetRebuildParameters(std::vector<ParameterId>& ids, const ParameterContainer&) const {
+  AppendGeneratorParameters(ids, NOISEOPERATOR_OCTAVES, NOISEOPERATOR_INVERT);
+  return true;
+}
+
+Status NoiseOperator::Compute(const Grid2D<Float>& incoming, Node& op, Document&, const EvaluationContext& context) {
+  const ParameterContainer& data = op.GetData();
+  Float octaves = data.GetFloat(NOISEOPERATOR_OCTAVES, 5.0);
+  const bool absolute = data.GetBool(NOISEOPERATOR_ABSOLUTE);
+  const Int32 type = data.GetInt32(NOISEOPERATOR_TYPE, 21);
+  const Int32 seed = data.GetInt32(NOISEOPERATOR_SEED, 123);
+  const Float scale = data.GetFloat(NOISEOPERATOR_SCALE, 1.0);
+  const bool normalize = data.GetBool(NOISEOPERATOR_NORMALIZE, true);
+  const Vector offset = data.GetVector(NOISEOPERATOR_OFFSET);
+  const bool invert = data.GetBool(NOISEOPERATOR_INVERT);
+  const Float frequency = scale != 0.0 ? 0.01 / scale : 0.0;
+  const TerrainDistortion distortion = TerrainDistortion::Read(data);
+  const platform::Matrix frame = SamplingFrame(op, context, data.GetBool(NOISEOPERATOR_USE_TERRAIN_MATRIX));
+
+  if (platform::FindNoiseType(type) == nullptr)
+    return platform::IllegalArgumentError("Unknown noise type " + std::to_string(type) + "!");
+  result_.Reset();
+  VLGD_RETURN_IF_ERROR(result_.InitFrom(incoming));
+
+  auto allocated = platform::NoiseGenerator::Alloc(seed);
+  if (!allocated) return platform::OutOfMemoryError("Could not allocate noise generator!");
+  platform::NoiseGenerator& noise = **allocated;
+  const bool twoD = !IsThreeDimensional(type);
+  const bool ridged = type == static_cast<Int32>(NoiseType::RIDGED_MULTIFRACTAL);
+  if (ridged) {
+    if (!noise.InitFbm(20, 2.2, 0.8)) return platform::GenericError("Could not initialize Fbm for Ridged Multifractal!");
+  } else if (type == static_cast<Int32>(NoiseType::BILLOW) || type == static_cast<Int32>(NoiseType::FBM)) {
+    // The octave count shapes the spectrum here; the sampling always takes five octaves.
+    if (!noise.InitFbm(12, octaves * 0.19 + 1.0, 0.95)) return platform::GenericError("Could not initialize Fbm!");
+    octaves = 5.0;
+  }
+
+  const Int width = result_.Width();
+  const Int height = result_.Height();
+  const Float sizeX = result_.SizeX();
+  const Float sizeY = result_.SizeY();
+  Float* values = result_.Data();
+  const platform::CancellationToken* thread = context.thread;
+  const platform::ParallelOptions rows{.granularity = 16};
+  VLGD_RETURN_IF_ERROR(platform::ParallelFor(0, height, rows, [&](Int y) -> Status {
+    // A bit mask, not a modulo: rows 0, 32, 64, ... never test.
+    if ((y & 3999) != 0 && platform::TestBreak(thread)) return platform::CancelledError("Noise operator cancelled!");
+    Float* row = values + y * width;
+    for (Int x = 0; x < width; ++x) {
+      Vector p = GridPoint(x, y, width, height, sizeX, sizeY);
+      if (distortion.beforeMatrix) p = platform::TransformPoint(frame, p);
+      distortion.Apply(p);
+      p += offset;
+      if (!distortion.beforeMatrix) p = platform::TransformPoint(frame, p);
+      // The vertical axis is read ten times coarser.
+      const Vector q(p.x * frequency, p.y * frequency * 0.1, p.z * frequency);
+      Float v = ridged ? noise.RidgedMultifractal(q, 0.0, octaves, 1.0, 1.0, 1023) * 0.4
+                       : noise.Noise(type, twoD, q, 0.0, octaves, absolute, 0.25, 0.25, 0);
+      if (invert) v = 1.0 - v;
+      row[x] = v;
+    }
+    return platform::Ok();
+  }));
+  if (normalize) VLGD_RETURN_IF_ERROR(result_.Normalize(1.0, 0.0, thread));
+  return platform::Ok();
+}
+
+platform::Description NoiseOperatorDescription() {
+  using platform::DescribeParameter;
+  platform::ParameterDescription type =
+      DescribeParameter(NOISEOPERATOR_TYPE, "NOISEOPERATOR_TYPE", ValueType::INT32, Int32{21});
+  type.enumeration = "NOISETYPE";
+  platform::Enumeration noiseTypes{"NOISETYPE", {}};
+  for (const platform::NoiseTypeInfo& info : platform::NoiseTypes())
+    noiseTypes.members.push_back({std::string(info.name), static_cast<platform::Int>(info.type)});
+  return {"onoiseoperator",
+          {"Obaseterrainoperator", "DterrainDistortion"},
+          {
+              DescribeParameter(NOISEOPERATOR_OCTAVES, "NOISEOPERATOR_OCTAVES", ValueType::FLOAT, 5.0, 0.0,
+                                static_cast<Float>(platform::NoiseGenerator::kMaxOctaves)),
+              DescribeParameter(NOISEOPERATOR_ABSOLUTE, "NOISEOPERATOR_ABSOLUTE", ValueType::BOOL, false),
+              type,
+              // No default: every new noise draws its own seed.
+              DescribeParameter(NOISEOPERATOR_SEED, "NOISEOPERATOR_SEED", ValueType::INT32, Value{}),
+              DescribeParameter(NOISEOPERATOR_SCALE, "NOISEOPERATOR_SCALE", ValueType::FLOAT, 1.0),
+              DescribeParameter(NOISEOPERATOR_NORMALIZE, "NOISEOPERATOR_NORMALIZE", ValueType::BOOL, true),
+              DescribeParameter(NOISEOPERATOR_OFFSET, "NOISEOPERATOR_OFFSET", ValueType::VECTOR, Vector()),
+              DescribeParameter(NOISEOPERATOR_USE_TERRAIN_MATRIX, "NOISEOPERATOR_USE_TERRAIN_MATRIX", ValueType::BOOL,
+                                false),
+              DescribeParameter(NOISEOPERATOR_INVERT, "NOISEOPERATOR_INVERT", ValueType::BOOL, false),
+          },
+          {std::move(noiseTypes)}};
+}
+
+}  // namespace VLGD

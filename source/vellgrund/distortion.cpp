@@ -1,0 +1,54 @@
+#include "vellgrund/distortion.h"
+
+#include <cmath>
+
+namespace VLGD {
+
+using platform::DescribeParameter;
+using platform::ValueType;
+
+TerrainDistortion TerrainDistortion::Read(const ParameterContainer& data) {
+  TerrainDistortion distortion;
+  distortion.amount = data.GetFloat(TERRAINDISTORTION_AMOUNT, 1.0) * 200.0;
+  distortion.enabled = data.GetBool(TERRAINDISTORTION_ENABLED) && distortion.amount != 0.0;
+  const Float period = 75.0 * data.GetFloat(TERRAINDISTORTION_SCALE, 1.0);
+  distortion.frequency = period != 0.0 ? 1.0 / period : 0.0;
+  const Float angle = data.GetFloat(TERRAINDISTORTION_ANGLE);
+  distortion.sinAngle = std::sin(angle);
+  distortion.cosAngle = std::cos(angle);
+  distortion.offset = data.GetVector(TERRAINDISTORTION_OFFSET) * 0.01;
+  distortion.beforeMatrix = data.GetBool(TERRAINDISTORTION_BEFORE_MATRIX);
+  return distortion;
+}
+
+void AppendGeneratorParameters(std::vector<ParameterId>& ids, ParameterId first, ParameterId last) {
+  for (ParameterId id = first; id <= last; ++id) ids.push_back(id);
+  ids.insert(ids.end(), std::begin(kTerrainDistortionParameters), std::end(kTerrainDistortionParameters));
+}
+
+platform::Description TerrainDistortionDescription() {
+  return {"DterrainDistortion",
+          {},
+          {
+              DescribeParameter(TERRAINDISTORTION_ENABLED, "TERRAINDISTORTION_ENABLED", ValueType::BOOL, false),
+              DescribeParameter(TERRAINDISTORTION_AMOUNT, "TERRAINDISTORTION_AMOUNT", ValueType::FLOAT, 1.0),
+              DescribeParameter(TERRAINDISTORTION_SCALE, "TERRAINDISTORTION_SCALE", ValueType::FLOAT, 1.0),
+              DescribeParameter(TERRAINDISTORTION_ANGLE, "TERRAINDISTORTION_ANGLE", ValueType::FLOAT, 0.0),
+              DescribeParameter(TERRAINDISTORTION_2005, "TERRAINDISTORTION_2005", ValueType::BOOL, false),
+              DescribeParameter(TERRAINDISTORTION_BEFORE_MATRIX, "TERRAINDISTORTION_BEFORE_MATRIX", ValueType::BOOL,
+                                false),
+              DescribeParameter(TERRAINDISTORTION_OFFSET, "TERRAINDISTORTION_OFFSET", ValueType::VECTOR, Vector()),
+          }};
+}
+
+bool IsDistortionParameterEnabled(const ParameterContainer& data, ParameterId id) {
+  if (id <= TERRAINDISTORTION_ENABLED || id > TERRAINDISTORTION_OFFSET) return true;
+  return data.GetBool(TERRAINDISTORTION_ENABLED);
+}
+
+platform::Matrix SamplingFrame(const Node& op, const EvaluationContext& context, bool includeTerrainMatrix) {
+  const platform::Matrix operatorSpace = platform::Inverse(context.parentHierarchyMatrix * op.GetMl());
+  return includeTerrainMatrix ? operatorSpace * context.terrainMatrix : operatorSpace;
+}
+
+}  // namespace VLGD
