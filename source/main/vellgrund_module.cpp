@@ -4,6 +4,14 @@
 #include <memory>
 #include <optional>
 
+#include "object/operator_adjustment.h"
+#include "object/operator_blur.h"
+#include "object/operator_clamp.h"
+#include "object/operator_curve.h"
+#include "object/operator_fold.h"
+#include "object/operator_mirror.h"
+#include "object/operator_quantize.h"
+#include "object/operator_sharpen.h"
 #include "object/operator_gradient.h"
 #include "object/operator_group.h"
 #include "object/operator_noise.h"
@@ -69,6 +77,22 @@ std::vector<Registration> RegistrationTable() {
       {K::OBJECT, ID_GROUPOPERATOR, 25, "ogroupoperator", Main(320, 0), 10003, Allocate<GroupOperator>(),
        GroupOperatorDescription},
       {K::SEPARATOR, 1054745, 30, "--", {}},
+      {K::OBJECT, ID_ADJUSTMENTOPERATOR, 31, "oadjustmentoperator", Main(384, 0), 10002, Allocate<AdjustmentOperator>(),
+       AdjustmentOperatorDescription},
+      {K::OBJECT, ID_CURVEOPERATOR, 32, "ocurveoperator", Main(576, 0), 10004, Allocate<CurveOperator>(),
+       CurveOperatorDescription},
+      {K::OBJECT, ID_CLAMPOPERATOR, 33, "oclampoperator", Main(512, 0), 10005, Allocate<ClampOperator>(),
+       ClampOperatorDescription},
+      {K::OBJECT, ID_BLUROPERATOR, 34, "obluroperator", Main(448, 0), 10007, Allocate<BlurOperator>(),
+       BlurOperatorDescription},
+      {K::OBJECT, ID_SHARPENOPERATOR, 35, "osharpenoperator", Main(576, 64), 10013, Allocate<SharpenOperator>(),
+       SharpenOperatorDescription},
+      {K::OBJECT, ID_MIRROROPERATOR, 36, "omirroroperator", Main(0, 64), 10009, Allocate<MirrorOperator>(),
+       MirrorOperatorDescription},
+      {K::OBJECT, ID_FOLDOPERATOR, 37, "ofoldoperator", Main(320, 64), 10011, Allocate<FoldOperator>(),
+       FoldOperatorDescription},
+      {K::OBJECT, ID_QUANTIZEOPERATOR, 38, "oquantizeoperator", Main(0, 128), 10014, Allocate<QuantizeOperator>(),
+       QuantizeOperatorDescription},
       {K::SEPARATOR, 1054746, 40, "--", {}},
       {K::SEPARATOR, 1054804, 50, "--", {}},
   };

@@ -1,0 +1,15 @@
+#pragma once
+
+#include "vellgrund/baseterrainoperator.h"
+
+namespace VLGD {
+
+class MirrorOperator final : public BaseTerrainOperatorData {
+ public:
+  [[nodiscard]] TERRAINOPERATORFLAGS GetFlags(const Node& op) const override;
+  Status Compute(const Grid2D<Float>& incoming, Node& op, Document& doc, const EvaluationContext& context) override;
+};
+
+platform::Description MirrorOperatorDescription();
+
+}  // namespace VLGD

@@ -1,0 +1,1 @@
+#include "vellgrund/convolution.h"

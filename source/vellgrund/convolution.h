@@ -1,0 +1,5 @@
+#pragma once
+
+#include "vellgrund/grid2d.h"
+
+namespace VLGD::Convolution {}  // namespace VLGD::Convolution

@@ -1,0 +1,3 @@
+#include "object/operator_adjustment.h"
+
+#include <gtest/gtest.h>

@@ -1,0 +1,3 @@
+#include "object/operator_blur.h"
+
+#include <gtest/gtest.h>

@@ -1,0 +1,3 @@
+#include "object/operator_clamp.h"
+
+#include <gtest/gtest.h>

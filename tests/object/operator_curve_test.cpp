@@ -1,0 +1,3 @@
+#include "object/operator_curve.h"
+
+#include <gtest/gtest.h>

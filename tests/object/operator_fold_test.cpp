@@ -1,0 +1,3 @@
+#include "object/operator_fold.h"
+
+#include <gtest/gtest.h>

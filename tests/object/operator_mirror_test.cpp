@@ -1,0 +1,3 @@
+#include "object/operator_mirror.h"
+
+#include <gtest/gtest.h>

@@ -1,0 +1,3 @@
+#include "object/operator_quantize.h"
+
+#include <gtest/gtest.h>

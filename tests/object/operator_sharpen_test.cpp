@@ -1,0 +1,3 @@
+#include "object/operator_sharpen.h"
+
+#include <gtest/gtest.h>

@@ -1,0 +1,3 @@
+#include "vellgrund/convolution.h"
+
+#include <gtest/gtest.h>
