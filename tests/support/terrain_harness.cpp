@@ -84,29 +84,29 @@ TerrainHarness::TerrainHarness(Int32 resolution, Float size) {
   EXPECT_TRUE(doc->OverrideWorldPluginData(VLGD::ID_PREFERENCES).Set(VLGD::PREFS_MAX_RESOLUTION, Int32{4000}));
 }
 
-static Node* AddOperator(TerrainHarness& harness, Int32 type, const std::string& name, Node* parent) {
-  auto created = harness.doc->CreateNode(type);
+Node* TerrainHarness::AddOperator(Int32 type, const std::string& name, Node* parent) {
+  auto created = doc->CreateNode(type);
   EXPECT_TRUE(created);
   (*created)->SetName(name);
   EXPECT_TRUE((*created)->SetParameter(VLGD::TERRAINOPERATOR_BLENDMODE, Int32{1}));  // ADD
-  return harness.doc->InsertLast(std::move(*created), parent != nullptr ? parent : harness.terrain);
+  return doc->InsertLast(std::move(*created), parent != nullptr ? parent : terrain);
 }
 
 Node* TerrainHarness::AddGenerator(const std::string& name, Float value, Node* parent) {
-  Node* node = AddOperator(*this, kTestGeneratorOperator, name, parent);
+  Node* node = AddOperator(kTestGeneratorOperator, name, parent);
   Set(node, kOperatorValue, value);
   return node;
 }
 
 Node* TerrainHarness::AddFilter(const std::string& name, Float amount, Node* parent) {
-  Node* node = AddOperator(*this, kTestFilterOperator, name, parent);
+  Node* node = AddOperator(kTestFilterOperator, name, parent);
   Set(node, kOperatorValue, amount);
   Set(node, VLGD::TERRAINOPERATOR_BLENDMODE, Int32{0});  // NORMAL: the filtered terrain replaces the terrain
   return node;
 }
 
 Node* TerrainHarness::AddGroup(const std::string& name, Node* parent) {
-  return AddOperator(*this, VLGD::ID_GROUPOPERATOR, name, parent);
+  return AddOperator(VLGD::ID_GROUPOPERATOR, name, parent);
 }
 
 void TerrainHarness::Set(Node* node, ParameterId id, Value value) {

@@ -25,6 +25,8 @@ class TerrainHarness {
   platform::Node* AddGenerator(const std::string& name, platform::Float value, platform::Node* parent = nullptr);
   platform::Node* AddFilter(const std::string& name, platform::Float amount, platform::Node* parent = nullptr);
   platform::Node* AddGroup(const std::string& name, platform::Node* parent = nullptr);
+  // Any registered operator type, blending with ADD.
+  platform::Node* AddOperator(platform::Int32 type, const std::string& name, platform::Node* parent = nullptr);
   void Set(platform::Node* node, platform::ParameterId id, platform::Value value);
 
   // Rebuilds every generator of the document, as the editor does before drawing.
