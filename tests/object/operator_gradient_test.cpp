@@ -1,1 +1,144 @@
-// placeholder
+#include "object/operator_gradient.h"
+
+#include <gtest/gtest.h>
+
+#include <numbers>
+
+#include "platform/description.h"
+#include "support/terrain_harness.h"
+#include "vellgrund/distortion.h"
+
+namespace {
+
+using namespace platform;
+using namespace testing_support;
+using namespace VLGD;
+
+// 8 x 8 cells of 50 units over 400 x 400: column x lies at X = 50 x - 200, row y at
+// Z = 200 - 50 y.
+struct GradientHarness : TerrainHarness {
+  GradientHarness() : TerrainHarness(8, 400.0) {
+    gradient = AddOperator(ID_GRADIENTOPERATOR, "gradient");
+    SplineData linear;
+    EXPECT_TRUE(linear.MakeLinearSpline(2));
+    Set(gradient, GRADIENTOPERATOR_PROFILE, std::move(linear));
+  }
+  void Shape(GRADIENTTYPE type) { Set(gradient, GRADIENTOPERATOR_TYPE, static_cast<Int32>(type)); }
+  Node* gradient = nullptr;
+};
+
+TEST(GradientOperatorTest, ShapesFollowTheirExtentsThroughTheProfile) {
+  GradientHarness h;
+  h.Shape(GRADIENTTYPE::RADIAL);
+  h.Set(h.gradient, GRADIENTOPERATOR_RADIUS, 200.0);
+  ASSERT_TRUE(h.Rebuild());
+  EXPECT_EQ(h.Height(4, 4), 1.0);
+  EXPECT_DOUBLE_EQ(h.Height(6, 4), 0.5);
+  EXPECT_DOUBLE_EQ(h.Height(4, 0), 0.0);
+  EXPECT_EQ(h.Height(7, 7), 0.0);  // outside the radius
+
+  h.Shape(GRADIENTTYPE::LINEAR);  // t = (50 - Z) / 100, clamped
+  ASSERT_TRUE(h.Rebuild());
+  EXPECT_EQ(h.Rebuilt(), "gradient");
+  EXPECT_EQ(h.Height(2, 1), 0.0);
+  EXPECT_DOUBLE_EQ(h.Height(2, 4), 0.5);
+  EXPECT_DOUBLE_EQ(h.Height(5, 5), 1.0);
+  EXPECT_EQ(h.Height(0, 8), 1.0);
+
+  h.Shape(GRADIENTTYPE::RECTANGULAR);  // 200 wide, 150 deep: the lower of two roofs
+  ASSERT_TRUE(h.Rebuild());
+  EXPECT_EQ(h.Height(4, 4), 1.0);
+  EXPECT_DOUBLE_EQ(h.Height(5, 4), 0.5);
+  EXPECT_DOUBLE_EQ(h.Height(4, 3), 1.0 - 50.0 / 75.0);
+  EXPECT_DOUBLE_EQ(h.Height(5, 3), 1.0 - 50.0 / 75.0);
+  EXPECT_EQ(h.Height(4, 2), 0.0);  // 100 north: outside
+
+  h.Shape(GRADIENTTYPE::SQUARE);
+  ASSERT_TRUE(h.Rebuild());
+  EXPECT_DOUBLE_EQ(h.Height(5, 5), 0.5);
+  EXPECT_DOUBLE_EQ(h.Height(3, 4), 0.5);
+  EXPECT_EQ(h.Height(7, 4), 0.0);
+
+  // Degenerate extents.
+  h.Shape(GRADIENTTYPE::RADIAL);
+  h.Set(h.gradient, GRADIENTOPERATOR_RADIUS, 0.0);
+  ASSERT_TRUE(h.Rebuild());
+  EXPECT_EQ(h.Height(4, 4), 1.0);
+  EXPECT_EQ(h.Terrain().GetGrid().Minimum(), 0.0);
+  EXPECT_EQ(h.Height(5, 4), 0.0);
+  h.Shape(GRADIENTTYPE::LINEAR);
+  h.Set(h.gradient, GRADIENTOPERATOR_SIZE, 0.0);  // a step at Z = 0
+  ASSERT_TRUE(h.Rebuild());
+  EXPECT_EQ(h.Height(1, 3), 0.0);
+  EXPECT_EQ(h.Height(1, 4), 1.0);
+  EXPECT_EQ(h.Height(1, 5), 1.0);
+  h.Set(h.gradient, GRADIENTOPERATOR_TYPE, Int32{7});  // no shape: flat
+  ASSERT_TRUE(h.Rebuild());
+  EXPECT_EQ(h.Terrain().GetGrid().Maximum(), 0.0);
+}
+
+TEST(GradientOperatorTest, TheShapeMovesWithTheOperatorAndTheDistortion) {
+  GradientHarness h;
+  h.Set(h.gradient, GRADIENTOPERATOR_RADIUS, 100.0);
+  EXPECT_EQ(static_cast<UInt32>(h.gradient->GetNodeData<GradientOperator>()->GetFlags(*h.gradient)), 0x16u);
+  h.gradient->SetMl(TranslationMatrix({100.0, 0.0, -50.0}));
+  ASSERT_TRUE(h.Rebuild());
+  EXPECT_EQ(h.Height(6, 5), 1.0);
+  EXPECT_EQ(h.Height(4, 4), 0.0);
+  h.gradient->SetMl(Matrix());
+
+  // Distortion at a right angle pushes samples along X only: a linear ramp stays as it was.
+  h.Shape(GRADIENTTYPE::LINEAR);
+  ASSERT_TRUE(h.Rebuild());
+  const Grid2D<Float>& grid = h.Terrain().GetGrid();
+  const std::vector<Float> straight(grid.Data(), grid.Data() + grid.Count());
+  h.Set(h.gradient, TERRAINDISTORTION_ENABLED, true);
+  h.Set(h.gradient, TERRAINDISTORTION_ANGLE, std::numbers::pi / 2.0);
+  ASSERT_TRUE(h.Rebuild());
+  EXPECT_EQ(h.Rebuilt(), "gradient");
+  for (Int k = 0; k < grid.Count(); ++k) EXPECT_NEAR(grid.Data()[k], straight[static_cast<std::size_t>(k)], 1e-9);
+  h.Set(h.gradient, TERRAINDISTORTION_ANGLE, 0.0);
+  ASSERT_TRUE(h.Rebuild());
+  EXPECT_NE(std::vector<Float>(grid.Data(), grid.Data() + grid.Count()), straight);
+
+  h.Set(h.gradient, TERRAINOPERATOR_STRENGTH, 0.5);
+  ASSERT_TRUE(h.Rebuild());
+  EXPECT_EQ(h.Rebuilt(), "");
+}
+
+TEST(GradientOperatorTest, EnablingMissingProfileAndCancellation) {
+  GradientHarness h;
+  const struct {
+    GRADIENTTYPE type;
+    bool radius, size, height;
+    const char* cancelled;
+  } shapes[] = {{GRADIENTTYPE::RADIAL, true, false, false, "Radial gradient cancelled!"},
+                {GRADIENTTYPE::LINEAR, false, true, false, "Linear gradient cancelled!"},
+                {GRADIENTTYPE::RECTANGULAR, false, true, true, "Rectangular gradient cancelled!"},
+                {GRADIENTTYPE::SQUARE, false, true, false, "Square gradient cancelled!"}};
+  CancellationToken cancelled;
+  cancelled.Cancel();
+  EvaluationContext context;
+  context.thread = &cancelled;
+  Grid2D<Float> incoming;
+  auto* data = h.gradient->GetNodeData<GradientOperator>();
+  for (const auto& shape : shapes) {
+    h.Shape(shape.type);
+    EXPECT_EQ(IsParameterEnabled(*h.gradient, GRADIENTOPERATOR_RADIUS), shape.radius);
+    EXPECT_EQ(IsParameterEnabled(*h.gradient, GRADIENTOPERATOR_SIZE), shape.size);
+    EXPECT_EQ(IsParameterEnabled(*h.gradient, GRADIENTOPERATOR_HEIGHT), shape.height);
+    // Only odd sample indices honour a break: a single sample never does.
+    ASSERT_TRUE(incoming.Init(1, 1, 10.0, 10.0));
+    EXPECT_TRUE(data->Compute(incoming, *h.gradient, *h.doc, context));
+    ASSERT_TRUE(incoming.Init(4, 4, 10.0, 10.0));
+    const Status status = data->Compute(incoming, *h.gradient, *h.doc, context);
+    ASSERT_FALSE(status);
+    EXPECT_EQ(status.error().message, shape.cancelled);
+  }
+  ASSERT_TRUE(h.gradient->GetDataInstance().Remove(GRADIENTOPERATOR_PROFILE));
+  const Status status = data->Compute(incoming, *h.gradient, *h.doc, {});
+  ASSERT_FALSE(status);
+  EXPECT_EQ(status.error().message, "Could not access SplineData!");
+}
+
+}  // namespace

@@ -1,1 +1,185 @@
-// placeholder
+#include "object/operator_noise.h"
+
+#include <gtest/gtest.h>
+
+#include <set>
+
+#include "platform/description.h"
+#include "platform/noise.h"
+#include "support/terrain_harness.h"
+#include "vellgrund/distortion.h"
+
+namespace {
+
+using namespace platform;
+using namespace testing_support;
+using namespace VLGD;
+
+constexpr Int kSide = 17;  // 16 x 16 cells of 10 units
+
+std::vector<Float> Heights(const TerrainHarness& h) {
+  const auto& grid = h.Terrain().GetGrid();
+  return {grid.Data(), grid.Data() + grid.Count()};
+}
+
+Node* AddNoise(TerrainHarness& h, Int32 type, bool normalize = false) {
+  Node* noise = h.AddOperator(ID_NOISEOPERATOR, "noise");
+  h.Set(noise, NOISEOPERATOR_TYPE, type);
+  h.Set(noise, NOISEOPERATOR_SEED, Int32{321});
+  h.Set(noise, NOISEOPERATOR_SCALE, 0.5);
+  h.Set(noise, NOISEOPERATOR_NORMALIZE, normalize);
+  return noise;
+}
+
+TEST(NoiseOperatorTest, HeightsAreNormalisedInvertedAndOnlyRecomputedWhenTheyChange) {
+  TerrainHarness h(kSide - 1, 160.0);
+  Node* noise = AddNoise(h, 21, true);
+  ASSERT_TRUE(h.Rebuild());
+  EXPECT_EQ(h.Terrain().GetGrid().Minimum(), 0.0);
+  EXPECT_EQ(h.Terrain().GetGrid().Maximum(), 1.0);
+  const std::vector<Float> plain = Heights(h);
+
+  h.Set(noise, TERRAINOPERATOR_STRENGTH, 0.5);  // blending only
+  ASSERT_TRUE(h.Rebuild());
+  EXPECT_EQ(h.Rebuilt(), "");
+  EXPECT_EQ(h.Height(3, 4), 0.5 * plain[4 * kSide + 3]);
+  h.Set(noise, TERRAINOPERATOR_STRENGTH, 1.0);
+
+  h.Set(noise, NOISEOPERATOR_INVERT, true);
+  ASSERT_TRUE(h.Rebuild());
+  EXPECT_EQ(h.Rebuilt(), "noise");
+  for (Int k = 0; k < kSide * kSide; ++k) EXPECT_NEAR(Heights(h)[k], 1.0 - plain[k], 1e-12);
+
+  // The same noise in another document, with the operator's own seed and scale fallbacks.
+  h.Set(noise, NOISEOPERATOR_INVERT, false);
+  ASSERT_TRUE(noise->GetDataInstance().Remove(NOISEOPERATOR_SEED));
+  h.Set(noise, NOISEOPERATOR_SCALE, 1.0);
+  ASSERT_TRUE(h.Rebuild());
+  TerrainHarness other(kSide - 1, 160.0);
+  Node* twin = AddNoise(other, 21, true);
+  other.Set(twin, NOISEOPERATOR_SEED, Int32{123});
+  other.Set(twin, NOISEOPERATOR_SCALE, 1.0);
+  ASSERT_TRUE(other.Rebuild());
+  EXPECT_EQ(Heights(h), Heights(other));
+
+  // Scale 0 reads one point of the noise everywhere.
+  h.Set(noise, NOISEOPERATOR_NORMALIZE, false);
+  h.Set(noise, NOISEOPERATOR_SCALE, 0.0);
+  ASSERT_TRUE(h.Rebuild());
+  EXPECT_EQ(h.Terrain().GetGrid().Minimum(), h.Terrain().GetGrid().Maximum());
+}
+
+TEST(NoiseOperatorTest, ThePatternMovesWithTheOperatorAndOptionallyStaysWithTheWorld) {
+  TerrainHarness h(kSide - 1, 160.0);
+  Node* noise = AddNoise(h, 13);
+  EXPECT_EQ(static_cast<UInt32>(noise->GetNodeData<NoiseOperator>()->GetFlags(*noise)), 0x16u);
+  ASSERT_TRUE(h.Rebuild());
+  const std::vector<Float> still = Heights(h);
+
+  // Moving the operator by one cell along X moves the pattern one column to the right.
+  noise->SetMl(TranslationMatrix({10.0, 0.0, 0.0}));
+  ASSERT_TRUE(h.Rebuild());
+  EXPECT_EQ(h.Rebuilt(), "noise");
+  for (Int x = 1; x < kSide; ++x) EXPECT_NEAR(h.Height(x, 5), still[5 * kSide + x - 1], 1e-9);
+  // The offset moves the sample point instead: the pattern goes back by one column.
+  h.Set(noise, NOISEOPERATOR_OFFSET, Vector(10.0, 0.0, 0.0));
+  ASSERT_TRUE(h.Rebuild());
+  for (Int x = 0; x < kSide; ++x) EXPECT_NEAR(h.Height(x, 5), still[5 * kSide + x], 1e-9);
+
+  // The terrain's own matrix matters only when asked for.
+  h.Set(noise, NOISEOPERATOR_OFFSET, Vector());
+  noise->SetMl(Matrix());
+  h.terrain->SetMl(TranslationMatrix({0.0, 0.0, 10.0}));
+  ASSERT_TRUE(h.Rebuild());
+  EXPECT_EQ(Heights(h), still);
+  h.Set(noise, NOISEOPERATOR_USE_TERRAIN_MATRIX, true);
+  EXPECT_EQ(static_cast<UInt32>(noise->GetNodeData<NoiseOperator>()->GetFlags(*noise)), 0x1Eu);
+  ASSERT_TRUE(h.Rebuild());
+  EXPECT_EQ(h.Rebuilt(), "noise");
+  // World Z is 10 units further north: row y reads what row y + 1 read (rows run to -Z).
+  for (Int y = 1; y < kSide; ++y) EXPECT_NEAR(h.Height(6, y), still[(y - 1) * kSide + 6], 1e-9);
+  h.terrain->SetMl(TranslationMatrix({0.0, 0.0, 20.0}));
+  ASSERT_TRUE(h.Rebuild());
+  EXPECT_EQ(h.Rebuilt(), "noise");
+
+  // The distortion moves samples; with no amount it changes nothing.
+  h.terrain->SetMl(Matrix());
+  h.Set(noise, TERRAINDISTORTION_ENABLED, true);
+  h.Set(noise, TERRAINDISTORTION_AMOUNT, 0.0);
+  ASSERT_TRUE(h.Rebuild());
+  EXPECT_EQ(Heights(h), still);
+  h.Set(noise, TERRAINDISTORTION_AMOUNT, 0.2);
+  ASSERT_TRUE(h.Rebuild());
+  EXPECT_NE(Heights(h), still);
+}
+
+TEST(NoiseOperatorTest, EnablingFailuresAndCancellation) {
+  TerrainHarness h(kSide - 1, 160.0);
+  Node* noise = AddNoise(h, 21);
+  const std::set<Int32> octaveTypes = {3, 7, 8, 12, 14, 20, 21, 23, 64};
+  for (const NoiseTypeInfo& info : NoiseTypes()) {
+    const auto type = static_cast<Int32>(info.type);
+    h.Set(noise, NOISEOPERATOR_TYPE, type);
+    EXPECT_EQ(IsParameterEnabled(*noise, NOISEOPERATOR_OCTAVES), octaveTypes.contains(type)) << info.name;
+    EXPECT_EQ(IsParameterEnabled(*noise, NOISEOPERATOR_ABSOLUTE), type != 64) << info.name;
+    ASSERT_TRUE(h.Rebuild()) << info.name;
+  }
+  EXPECT_FALSE(IsParameterEnabled(*noise, TERRAINDISTORTION_AMOUNT));
+  h.Set(noise, TERRAINDISTORTION_ENABLED, true);
+  EXPECT_TRUE(IsParameterEnabled(*noise, TERRAINDISTORTION_AMOUNT));
+
+  // The fBm types turn the octave count into their lacunarity; an impossible one (which
+  // the editor's limits keep out) fails.
+  h.Set(noise, NOISEOPERATOR_TYPE, Int32{8});
+  ASSERT_TRUE(noise->GetDataInstance().Set(NOISEOPERATOR_OCTAVES, 100.0));
+  noise->SetDirty(DIRTYFLAGS_DATA);
+  Status failed = h.Rebuild();
+  ASSERT_FALSE(failed);
+  EXPECT_EQ(failed.error().message, "Could not initialize Fbm!");
+  h.Set(noise, NOISEOPERATOR_OCTAVES, 5.0);
+  h.Set(noise, NOISEOPERATOR_TYPE, Int32{2});
+  failed = h.Rebuild();
+  ASSERT_FALSE(failed);
+  EXPECT_EQ(failed.error().message, "Unknown noise type 2!");
+
+  // A break is only seen on rows whose index has a bit of 3999 set: never on row 0 alone.
+  h.Set(noise, NOISEOPERATOR_TYPE, Int32{21});
+  CancellationToken cancelled;
+  cancelled.Cancel();
+  EvaluationContext context;
+  context.thread = &cancelled;
+  Grid2D<Float> incoming;
+  ASSERT_TRUE(incoming.Init(8, 2, 10.0, 10.0));
+  auto* data = noise->GetNodeData<NoiseOperator>();
+  Status status = data->Compute(incoming, *noise, *h.doc, context);
+  ASSERT_FALSE(status);
+  EXPECT_EQ(status.error().message, "Noise operator cancelled!");
+  ASSERT_TRUE(incoming.Init(8, 1, 10.0, 10.0));
+  EXPECT_TRUE(data->Compute(incoming, *noise, *h.doc, context));
+}
+
+TEST(NoiseOperatorTest, NewOperatorsDrawDifferentSeedsThatRepeatUnderTheCountingTimer) {
+  std::set<Int32> seen;
+  for (UInt64 timer = 0; timer < 2000; ++timer) {
+    const Int32 seed = DrawNoiseSeed(timer * 7919u + 13u);
+    ASSERT_GE(seed, 1);
+    ASSERT_LE(seed, 5000);
+    seen.insert(seed);
+  }
+  EXPECT_GT(seen.size(), 1500u);
+
+  auto seedsOfNewOperators = [] {
+    TerrainHarness h;
+    const Host::CountingTimerScope counting(h.host);
+    std::vector<Int32> seeds;
+    for (int k = 0; k < 3; ++k)
+      seeds.push_back(h.AddOperator(ID_NOISEOPERATOR, "noise")->GetData().GetInt32(NOISEOPERATOR_SEED));
+    return seeds;
+  };
+  const std::vector<Int32> seeds = seedsOfNewOperators();
+  EXPECT_NE(seeds[0], seeds[1]);
+  EXPECT_NE(seeds[1], seeds[2]);
+  EXPECT_EQ(seeds, seedsOfNewOperators());
+}
+
+}  // namespace

@@ -1,1 +1,176 @@
-// placeholder
+#include "platform/noise.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+#include <vector>
+
+#include "platform/parallel.h"
+
+namespace {
+
+using namespace platform;
+
+std::unique_ptr<NoiseGenerator> Generator(Int32 seed) {
+  auto generator = NoiseGenerator::Alloc(seed);
+  EXPECT_TRUE(generator);
+  return std::move(*generator);
+}
+
+// Points spread over several lattice cells, on and between lattice points, negative too.
+std::vector<Vector> SamplePoints() {
+  std::vector<Vector> points;
+  for (int k = 0; k < 64; ++k) {
+    const Float t = static_cast<Float>(k);
+    points.emplace_back(t * 0.37 - 11.0, std::fmod(t * 0.61, 3.0) - 1.5, 7.0 - t * 0.29);
+  }
+  points.emplace_back(0.0, 0.0, 0.0);
+  points.emplace_back(3.0, -2.0, 5.0);
+  return points;
+}
+
+Float Sample(const NoiseGenerator& noise, const NoiseTypeInfo& type, bool twoD, const Vector& p, Int32 repeat = 0,
+             bool absolute = false) {
+  return noise.Noise(static_cast<Int32>(type.type), twoD, p, 0.0, 6.0, absolute, 0.0, 0.0, repeat);
+}
+
+TEST(NoiseTest, EveryTypeStaysInRangeIsDeterministicAndDependsOnTheSeed) {
+  const auto noise = Generator(1234);
+  const auto same = Generator(1234);
+  const auto other = Generator(1235);
+  const Float nan = std::numeric_limits<Float>::quiet_NaN();
+  const Float inf = std::numeric_limits<Float>::infinity();
+  const Vector hostile[] = {{nan, 0.0, 1.0}, {inf, -inf, 0.5}, {1e300, -1e300, 1e17}, {-4e9, 2.5, 7e12}};
+  for (const NoiseTypeInfo& type : NoiseTypes()) {
+    SCOPED_TRACE(type.name);
+    for (const bool twoD : {true, false}) {
+      int differing = 0;
+      Float lowest = 1.0, highest = 0.0;
+      for (const Vector& p : SamplePoints()) {
+        const Float v = Sample(*noise, type, twoD, p);
+        ASSERT_TRUE(v >= 0.0 && v <= 1.0) << v;
+        lowest = std::min(lowest, v);
+        highest = std::max(highest, v);
+        EXPECT_EQ(v, Sample(*same, type, twoD, p));
+        differing += v != Sample(*other, type, twoD, p) ? 1 : 0;
+      }
+      EXPECT_GT(highest - lowest, 0.1);  // a pattern, not a constant
+      EXPECT_GT(differing, 40);          // another seed, another pattern
+      for (const Vector& p : hostile) {
+        const Float v = Sample(*noise, type, twoD, p);
+        EXPECT_TRUE(v >= 0.0 && v <= 1.0) << v;
+      }
+    }
+  }
+  EXPECT_EQ(FindNoiseType(2), nullptr);
+  EXPECT_EQ(noise->Noise(2, true, {1.5, 0.0, 2.5}, 0.0, 5.0, false, 0.0, 0.0, 0), 0.0);
+}
+
+TEST(NoiseTest, ValuesAreTheSameFromEveryThread) {
+  const auto noise = Generator(77);
+  const std::vector<Vector> points = SamplePoints();
+  std::vector<Float> serial(points.size() * NoiseTypes().size());
+  std::vector<Float> parallel(serial.size());
+  auto fill = [&](std::vector<Float>& out, Int begin, Int end) {
+    for (Int i = begin; i < end; ++i) {
+      const NoiseTypeInfo& type = NoiseTypes()[static_cast<std::size_t>(i) % NoiseTypes().size()];
+      out[static_cast<std::size_t>(i)] = Sample(*noise, type, false, points[static_cast<std::size_t>(i) / NoiseTypes().size()]);
+    }
+  };
+  fill(serial, 0, static_cast<Int>(serial.size()));
+  ASSERT_TRUE(ParallelForRange(0, static_cast<Int>(parallel.size()), {.granularity = 1},
+                               [&](Int begin, Int end) { fill(parallel, begin, end); }));
+  EXPECT_EQ(serial, parallel);
+}
+
+TEST(NoiseTest, AbsoluteFoldsRepeatTilesAndTimeMoves) {
+  const auto noise = Generator(9);
+  for (const NoiseTypeInfo& type : NoiseTypes()) {
+    SCOPED_TRACE(type.name);
+    for (const bool twoD : {true, false}) {
+      for (const Vector& p : SamplePoints()) {
+        const Float v = Sample(*noise, type, twoD, p);
+        EXPECT_DOUBLE_EQ(Sample(*noise, type, twoD, p, 0, true), std::abs(2.0 * v - 1.0));
+        // Periodic on every axis, at every octave.
+        const Float tiled = Sample(*noise, type, twoD, p, 6);
+        EXPECT_NEAR(Sample(*noise, type, twoD, p + Vector(6.0, 0.0, 0.0), 6), tiled, 1e-12);
+        EXPECT_NEAR(Sample(*noise, type, twoD, p + Vector(0.0, 0.0, -12.0), 6), tiled, 1e-12);
+        if (!twoD) {
+          EXPECT_NEAR(Sample(*noise, type, twoD, p + Vector(0.0, 6.0, 0.0), 6), tiled, 1e-12);
+        }
+      }
+    }
+  }
+  // Time slides the point: in 3-D along the diagonal.
+  const Vector p(0.3, 1.7, -2.2);
+  const auto fbm = static_cast<Int32>(NoiseType::PERLIN);
+  EXPECT_EQ(noise->Noise(fbm, false, p, 0.5, 1.0, false, 0.0, 0.0, 0),
+            noise->Noise(fbm, false, p + Vector(0.5, 0.5, 0.5), 0.0, 1.0, false, 0.0, 0.0, 0));
+  EXPECT_NE(noise->Noise(fbm, true, p, 0.5, 1.0, false, 0.0, 0.0, 0),
+            noise->Noise(fbm, true, p, 0.0, 1.0, false, 0.0, 0.0, 0));
+}
+
+TEST(NoiseTest, SmoothNoisesAreContinuousAndFadingSmoothsDetail) {
+  const auto noise = Generator(4321);
+  const NoiseType smooth[] = {NoiseType::VALUE, NoiseType::PERLIN, NoiseType::FBM,   NoiseType::TURBULENCE,
+                              NoiseType::SWISS, NoiseType::ERODED_FBM, NoiseType::VORONOI_F1};
+  for (const NoiseType type : smooth) {
+    for (const Vector& p : SamplePoints()) {
+      const auto at = [&](const Vector& q) {
+        return noise->Noise(static_cast<Int32>(type), false, q, 0.0, 4.0, false, 0.0, 0.0, 0);
+      };
+      EXPECT_NEAR(at(p), at(p + Vector(1e-6, -1e-6, 1e-6)), 1e-4) << static_cast<int>(type);
+    }
+  }
+  // Octaves finer than the sample radius lose their weight: neighbouring samples differ less.
+  auto roughness = [&](Float sampleRadius) {
+    Float sum = 0.0;
+    for (int k = 0; k < 2000; ++k) {
+      const Vector p(static_cast<Float>(k) * 0.05, 0.0, 1.3);
+      const auto at = [&](const Vector& q) {
+        return noise->Noise(static_cast<Int32>(NoiseType::FBM), true, q, 0.0, 12.0, false, sampleRadius, 1.0, 0);
+      };
+      sum += std::abs(at(p + Vector(0.05, 0.0, 0.0)) - at(p));
+    }
+    return sum;
+  };
+  EXPECT_LT(roughness(0.1), 0.9 * roughness(0.0));
+}
+
+TEST(NoiseTest, FbmSettingsAreCheckedAndShapeTheRidgedMultifractal) {
+  const auto noise = Generator(5);
+  EXPECT_FALSE(noise->InitFbm(0, 2.0, 1.0));
+  EXPECT_FALSE(noise->InitFbm(NoiseGenerator::kMaxOctaves + 1, 2.0, 1.0));
+  EXPECT_FALSE(noise->InitFbm(8, 0.0, 1.0));
+  EXPECT_FALSE(noise->InitFbm(8, 17.0, 1.0));
+  EXPECT_FALSE(noise->InitFbm(8, std::numeric_limits<Float>::quiet_NaN(), 1.0));
+  EXPECT_FALSE(noise->InitFbm(8, 2.0, std::numeric_limits<Float>::infinity()));
+
+  ASSERT_TRUE(noise->InitFbm(20, 2.2, 0.8));
+  Float weights = 0.0;
+  for (int k = 0; k < 5; ++k) weights += std::pow(2.2, -0.8 * k);
+  Float highest = 0.0;
+  for (const Vector& p : SamplePoints()) {
+    const Float v = noise->RidgedMultifractal(p, 0.0, 5.0, 1.0, 1.0, 0);
+    EXPECT_GE(v, 0.0);
+    EXPECT_LE(v, weights);
+    highest = std::max(highest, v);
+    // Periodic like the other noises.
+    EXPECT_NEAR(noise->RidgedMultifractal(p + Vector(0.0, 0.0, 1023.0), 0.0, 5.0, 1.0, 1.0, 1023),
+                noise->RidgedMultifractal(p, 0.0, 5.0, 1.0, 1.0, 1023), 1e-10);
+  }
+  EXPECT_GT(highest, 1.0);  // ridges build up over the octaves
+  // More octaves than the limit count as the limit.
+  ASSERT_TRUE(noise->InitFbm(3, 2.0, 1.0));
+  const Vector p(0.3, 0.2, 0.1);
+  EXPECT_EQ(noise->RidgedMultifractal(p, 0.0, 9.0, 1.0, 1.0, 0), noise->RidgedMultifractal(p, 0.0, 3.0, 1.0, 1.0, 0));
+
+  for (const Vector& q : SamplePoints()) {
+    const Float v = ScalarNoise(q, 0.25);
+    EXPECT_TRUE(v >= 0.0 && v <= 1.0);
+    EXPECT_EQ(v, ScalarNoise(q, 0.25));
+  }
+}
+
+}  // namespace
