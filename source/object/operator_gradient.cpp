@@ -70,7 +70,6 @@ bool GradientOperator::GetRebuildParameters(std::vector<ParameterId>& ids, const
 }
 
 Status GradientOperator::Compute(const Grid2D<Float>& incoming, Node& op, Document&, const EvaluationContext& context) {
-  result_.Reset();
   VLGD_RETURN_IF_ERROR(result_.InitFrom(incoming));
   const ParameterContainer& data = op.GetData();
   const SplineData* profile = data.GetSplineData(GRADIENTOPERATOR_PROFILE);

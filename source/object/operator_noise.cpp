@@ -89,7 +89,6 @@ Status NoiseOperator::Compute(const Grid2D<Float>& incoming, Node& op, Document&
 
   if (platform::FindNoiseType(type) == nullptr)
     return platform::IllegalArgumentError("Unknown noise type " + std::to_string(type) + "!");
-  result_.Reset();
   VLGD_RETURN_IF_ERROR(result_.InitFrom(incoming));
 
   auto allocated = platform::NoiseGenerator::Alloc(seed);

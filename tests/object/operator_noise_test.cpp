@@ -128,6 +128,20 @@ TEST(NoiseOperatorTest, EnablingFailuresAndCancellation) {
   h.Set(noise, TERRAINDISTORTION_ENABLED, true);
   EXPECT_TRUE(IsParameterEnabled(*noise, TERRAINDISTORTION_AMOUNT));
 
+  // The ridged multifractal has no absolute form; billow's octave count sets its lacunarity.
+  h.Set(noise, NOISEOPERATOR_TYPE, Int32{64});
+  ASSERT_TRUE(h.Rebuild());
+  const std::vector<Float> ridged = Heights(h);
+  h.Set(noise, NOISEOPERATOR_ABSOLUTE, true);
+  ASSERT_TRUE(h.Rebuild());
+  EXPECT_EQ(Heights(h), ridged);
+  h.Set(noise, NOISEOPERATOR_TYPE, Int32{3});
+  ASSERT_TRUE(h.Rebuild());
+  const std::vector<Float> billow = Heights(h);
+  h.Set(noise, NOISEOPERATOR_OCTAVES, 9.0);
+  ASSERT_TRUE(h.Rebuild());
+  EXPECT_NE(Heights(h), billow);
+
   // The fBm types turn the octave count into their lacunarity; an impossible one (which
   // the editor's limits keep out) fails.
   h.Set(noise, NOISEOPERATOR_TYPE, Int32{8});
