@@ -1,13 +1,154 @@
 #include "object/operator_curve.h"
 
+#include <algorithm>
+#include <new>
+#include <string>
+
+#include "common/vlgd_gui.h"
+#include "platform/host.h"
+#include "platform/parallel.h"
+
 namespace VLGD {
+namespace {
 
-TERRAINOPERATORFLAGS CurveOperator::GetFlags(const Node&) const { return TERRAINOPERATORFLAGS::TYPE_FILTER; }
+using platform::SplineData;
+using platform::ValueType;
 
-Status CurveOperator::Compute(const Grid2D<Float>& incoming, Node&, Document&, const EvaluationContext&) {
-  return result_.CopyFrom(incoming);
+constexpr Int32 kDefaultPreset = static_cast<Int32>(SPLINEDATAPRESET::GLACIER_2);
+// Samples written between two looks at the break flag.
+constexpr Int kBreakBlock = 1024;
+
+// Gives the result the incoming grid's shape and an invalid range. A result that has the
+// shape already keeps its storage as it is, as the host's array resize does: the compute
+// writes every sample, so zeroing it first would only cost a pass over memory.
+Status ShapeResultLike(Grid2D<Float>& result, const Grid2D<Float>& incoming) {
+  if (result.Width() == incoming.Width() && result.Height() == incoming.Height() &&
+      result.Count() == incoming.Count() && result.SizeX() == incoming.SizeX() && result.SizeY() == incoming.SizeY()) {
+    result.ResetRange();
+    return platform::Ok();
+  }
+  result.Reset();  // frees the old samples before the new ones are allocated
+  return result.InitFrom(incoming);
 }
 
-platform::Description CurveOperatorDescription() { return {"ocurveoperator", {"Obaseterrainoperator"}, {}}; }
+// Runs block(b, e) over [begin, end) in blocks of at most kBreakBlock samples. The break
+// flag is tested before sample i only where (i AND 3999) != 0 (a bit mask, deliberately
+// not a modulo), and a break stops the loop with `message`. Testing once before a block
+// stands for the tests of its samples: every block of two or more samples holds an odd
+// index, and a single-sample block tests only where its index passes the mask.
+template <class Block>
+Status InMaskedBlocks(Int begin, Int end, const platform::CancellationToken* thread, const char* message,
+                      Block&& block) {
+  for (Int b = begin; b < end; b += kBreakBlock) {
+    const Int e = std::min(end, b + kBreakBlock);
+    if (thread != nullptr && (e - b > 1 || (b & 3999) != 0) && thread->IsCancelled())
+      return platform::CancelledError(message);
+    block(b, e);
+  }
+  return platform::Ok();
+}
+
+}  // namespace
+
+Status ApplyCurvePreset(Node& node, ParameterId curveId, Int32 preset) {
+  SplineData* curve = node.GetDataInstance().GetSplineData(curveId);
+  if (curve == nullptr) return platform::IllegalArgumentError("Could not get SplineData!");
+  return ApplySplinePreset(*curve, preset);
+}
+
+bool CurveOperator::Init(Node& node) {
+  if (!BaseTerrainOperatorData::Init(node)) return false;
+  platform::ConsoleSink& console = node.GetHost().GetConsole();
+  ParameterContainer& data = node.GetDataInstance();
+  if (!data.Set(CURVEOPERATOR_CURVE, SplineData{})) {
+    console.Print("Could not create new SplineData!");
+    return false;
+  }
+  if (!data.Set(CURVEOPERATOR_PRESET, kDefaultPreset)) return false;
+  if (const Status applied = ApplyCurvePreset(node, CURVEOPERATOR_CURVE, kDefaultPreset); !applied) {
+    console.Print("Could not apply curve preset!: " + applied.error().message);
+    return false;
+  }
+  return true;
+}
+
+TERRAINOPERATORFLAGS CurveOperator::GetFlags(const Node&) const {
+  return TERRAINOPERATORFLAGS::TYPE_FILTER | TERRAINOPERATORFLAGS::REQUIRES_MINMAX;
+}
+
+bool CurveOperator::OperatorMessage(Node& op, Int32 type, MessageData& message) {
+  if (type == platform::MSG_DESCRIPTION_COMMAND && message.parameter == CURVEOPERATOR_APPLYPRESET) {
+    const Int32 preset = op.GetData().GetInt32(CURVEOPERATOR_PRESET, kDefaultPreset);
+    if (const Status applied = ApplyCurvePreset(op, CURVEOPERATOR_CURVE, preset); applied)
+      op.SetDirty(platform::DIRTYFLAGS_DATA);
+    else
+      op.GetHost().GetConsole().Print("Could not apply curve preset!: " + applied.error().message);
+    return true;
+  }
+  if (type == platform::MSG_DESCRIPTION_CHECKUPDATE && message.parameter == CURVEOPERATOR_CURVE) {
+    (void)op.GetDataInstance().Set(CURVEOPERATOR_PRESET, kCurvePresetCustom);
+    return true;
+  }
+  return false;
+}
+
+bool CurveOperator::GetRebuildParameters(std::vector<ParameterId>& ids, const ParameterContainer&) const {
+  try {
+    ids.push_back(CURVEOPERATOR_CURVE);
+  } catch (const std::bad_alloc&) {
+    // No list: every parameter change rebuilds, which is never wrong.
+    ids.clear();
+    return false;
+  }
+  return true;
+}
+
+Status CurveOperator::Compute(const Grid2D<Float>& incoming, Node& op, Document&, const EvaluationContext& context) {
+  const SplineData* curve = op.GetData().GetSplineData(CURVEOPERATOR_CURVE);
+  if (curve == nullptr) return platform::IllegalArgumentError("Could not get SplineData!");
+  const bool valid = incoming.IsMinMaxValid();
+  const Float minimum = valid ? incoming.Minimum() : RangeLowest<Float>();
+  const Float maximum = valid ? incoming.Maximum() : -RangeLowest<Float>();
+  const Float range = maximum - minimum;
+  const Float inverse = range != 0.0 ? 1.0 / range : 0.0;
+  const platform::CancellationToken* thread = context.thread;
+  VLGD_RETURN_IF_ERROR(ShapeResultLike(result_, incoming));
+
+  Float* out = result_.Data();
+  const Int count = result_.Count();
+  if (minimum - maximum == 0.0) {
+    // A flat input: nothing to remap, the samples stay 0.
+    std::fill(out, out + count, 0.0);
+    return platform::Ok();
+  }
+  const Float* in = incoming.Data();
+  // The curve is only read (its evaluation is thread-safe and allocation-free). Unlike the
+  // other point-wise filters this loop uses all threads at every size.
+  const platform::ParallelOptions options{.granularity = 16};
+  return platform::ParallelForRange(0, count, options, [=](Int begin, Int end) -> Status {
+    return InMaskedBlocks(begin, end, thread, "Curve operator cancelled!", [=](Int b, Int e) {
+      for (Int i = b; i < e; ++i) out[i] = curve->GetPoint((in[i] - minimum) * inverse).y * range + minimum;
+    });
+  });
+}
+
+platform::Description CurveOperatorDescription() {
+  using platform::DescribeParameter;
+  SplineData glacier;
+  (void)ApplySplinePreset(glacier, kDefaultPreset);  // Init builds the preset again and reports failures
+  platform::ParameterDescription preset =
+      DescribeParameter(CURVEOPERATOR_PRESET, "CURVEOPERATOR_PRESET", ValueType::INT32, kDefaultPreset);
+  preset.enumeration = "SPLINEDATAPRESET";
+  platform::ParameterDescription apply =
+      DescribeParameter(CURVEOPERATOR_APPLYPRESET, "CURVEOPERATOR_APPLYPRESET", ValueType::NONE, platform::Value{});
+  apply.kind = platform::ParameterKind::BUTTON;
+  return {"ocurveoperator",
+          {"Obaseterrainoperator"},
+          {
+              DescribeParameter(CURVEOPERATOR_CURVE, "CURVEOPERATOR_CURVE", ValueType::CURVE, std::move(glacier)),
+              preset,
+              apply,
+          }};
+}
 
 }  // namespace VLGD

@@ -1,13 +1,175 @@
 #include "object/operator_fold.h"
 
+#include <algorithm>
+#include <new>
+
+#include "platform/noise.h"
+#include "platform/parallel.h"
+
 namespace VLGD {
+namespace {
 
-TERRAINOPERATORFLAGS FoldOperator::GetFlags(const Node&) const { return TERRAINOPERATORFLAGS::TYPE_FILTER; }
+using platform::ValueType;
 
-Status FoldOperator::Compute(const Grid2D<Float>& incoming, Node&, Document&, const EvaluationContext&) {
-  return result_.CopyFrom(incoming);
+constexpr Int kSingleThreadBelow = 10001;
+
+// Gives the result the incoming grid's shape and an invalid range. A result that has the
+// shape already keeps its storage as it is, as the host's array resize does: the compute
+// writes every sample, so zeroing it first would only cost a pass over memory.
+Status ShapeResultLike(Grid2D<Float>& result, const Grid2D<Float>& incoming) {
+  if (result.Width() == incoming.Width() && result.Height() == incoming.Height() &&
+      result.Count() == incoming.Count() && result.SizeX() == incoming.SizeX() && result.SizeY() == incoming.SizeY()) {
+    result.ResetRange();
+    return platform::Ok();
+  }
+  result.Reset();  // frees the old samples before the new ones are allocated
+  return result.InitFrom(incoming);
 }
 
-platform::Description FoldOperatorDescription() { return {"ofoldoperator", {"Obaseterrainoperator"}, {}}; }
+// The fold of one height at a level: down, v > L ? L - (v - L) : v; up, v < L ? L + (L - v)
+// : v. The strict comparisons leave a height on the level as it is. Written as a choice
+// between v and its reflection r by comparing the two, which gives the same sample in
+// every case (r < v exactly where v > L, NaN and infinities included, since r lies on the
+// other side of L), so that the reflection is computed on every path and the loop needs no
+// branch.
+template <FOLDMODE kMode>
+inline Float Fold(Float v, Float level) {
+  if constexpr (kMode == FOLDMODE::DOWN) {
+    const Float reflected = level - (v - level);
+    return reflected < v ? reflected : v;
+  } else {
+    const Float reflected = level + (level - v);
+    return reflected > v ? reflected : v;
+  }
+}
+
+// Where the level noise is sampled: x from -SX/2 to +SX/2 across the columns, z from +SY/2
+// down to -SY/2 down the rows, y the offset; the whole point scaled by the frequency. A
+// grid of one column or one row divides by zero here, as it always has.
+struct NoiseFrame {
+  Int width;
+  Float lastColumn;  // W - 1
+  Float lastRow;     // H - 1
+  Float sizeX;
+  Float sizeY;
+  Float frequency;
+  Float offset;
+  Float strength;
+  Float level;
+
+  [[nodiscard]] Float LevelAt(Int column, Int row) const {
+    const Vector point(((static_cast<Float>(column) / lastColumn) * sizeX - sizeX * 0.5) * frequency,
+                       (offset + 0.0) * frequency,
+                       (sizeY * 0.5 - (static_cast<Float>(row) / lastRow) * sizeY) * frequency);
+    return level + platform::ScalarNoise(point, 0.0) * strength;
+  }
+};
+
+template <FOLDMODE kMode>
+Status FoldFlat(const Float* in, Float* out, Int count, Float level) {
+  const platform::ParallelOptions options{.granularity = 16, .singleThreadBelow = kSingleThreadBelow};
+  return platform::ParallelForRange(0, count, options, [=](Int begin, Int end) {
+    const Float* __restrict source = in;
+    Float* __restrict target = out;
+    for (Int i = begin; i < end; ++i) target[i] = Fold<kMode>(source[i], level);
+  });
+}
+
+template <FOLDMODE kMode>
+Status FoldNoisy(const Float* in, Float* out, Int count, const NoiseFrame& frame) {
+  const platform::ParallelOptions options{.granularity = 16, .singleThreadBelow = kSingleThreadBelow};
+  return platform::ParallelForRange(0, count, options, [=, &frame](Int begin, Int end) {
+    // Column and row advance with the index: one division per chunk, not per sample.
+    Int column = begin % frame.width;
+    Int row = begin / frame.width;
+    for (Int i = begin; i < end; ++i, ++column) {
+      if (column == frame.width) {
+        column = 0;
+        ++row;
+      }
+      out[i] = Fold<kMode>(in[i], frame.LevelAt(column, row));
+    }
+  });
+}
+
+}  // namespace
+
+TERRAINOPERATORFLAGS FoldOperator::GetFlags(const Node&) const {
+  return TERRAINOPERATORFLAGS::TYPE_FILTER;
+}
+
+bool FoldOperator::InitOperatorDefaults(ParameterContainer& data) {
+  return data.Set(FOLDOPERATOR_MODE, Int32{0}) && data.Set(FOLDOPERATOR_LEVEL, 25.0) &&
+         data.Set(FOLDOPERATOR_NOISESTRENGTH, 0.0) && data.Set(FOLDOPERATOR_NOISESCALE, 1.0) &&
+         data.Set(FOLDOPERATOR_NOISEOFFSET, 0.0);
+}
+
+bool FoldOperator::GetRebuildParameters(std::vector<ParameterId>& ids, const ParameterContainer&) const {
+  try {
+    ids.insert(ids.end(), {FOLDOPERATOR_MODE, FOLDOPERATOR_LEVEL, FOLDOPERATOR_NOISESTRENGTH, FOLDOPERATOR_NOISESCALE,
+                           FOLDOPERATOR_NOISEOFFSET});
+  } catch (const std::bad_alloc&) {
+    // No list: every parameter change rebuilds, which is never wrong.
+    ids.clear();
+    return false;
+  }
+  return true;
+}
+
+Status FoldOperator::Compute(const Grid2D<Float>& incoming, Node& op, Document&, const EvaluationContext&) {
+  const ParameterContainer& data = op.GetData();
+  const Int32 mode = data.GetInt32(FOLDOPERATOR_MODE, 0);
+  const Float level = data.GetFloat(FOLDOPERATOR_LEVEL, 25.0);
+  const Float strength = data.GetFloat(FOLDOPERATOR_NOISESTRENGTH, 0.0);
+  const bool noisy = strength > 0.0;
+  Float frequency = 1.0;
+  Float offset = 0.0;
+  if (noisy) {
+    const Float scaled = data.GetFloat(FOLDOPERATOR_NOISESCALE, 1.0) * 100.0;
+    frequency = scaled != 0.0 ? 1.0 / scaled : 0.0;
+    offset = data.GetFloat(FOLDOPERATOR_NOISEOFFSET, 0.0);
+  }
+  VLGD_RETURN_IF_ERROR(ShapeResultLike(result_, incoming));
+
+  const Float* in = incoming.Data();
+  Float* out = result_.Data();
+  const Int count = result_.Count();
+  if (mode != static_cast<Int32>(FOLDMODE::DOWN) && mode != static_cast<Int32>(FOLDMODE::UP)) {
+    // Another mode leaves every height as it is.
+    const platform::ParallelOptions options{.granularity = 16, .singleThreadBelow = kSingleThreadBelow};
+    return platform::ParallelForRange(0, count, options,
+                                      [=](Int begin, Int end) { std::copy(in + begin, in + end, out + begin); });
+  }
+  const bool down = mode == static_cast<Int32>(FOLDMODE::DOWN);
+  if (!noisy)
+    return down ? FoldFlat<FOLDMODE::DOWN>(in, out, count, level) : FoldFlat<FOLDMODE::UP>(in, out, count, level);
+  const NoiseFrame frame{result_.Width(),
+                         static_cast<Float>(result_.Width() - 1),
+                         static_cast<Float>(result_.Height() - 1),
+                         result_.SizeX(),
+                         result_.SizeY(),
+                         frequency,
+                         offset,
+                         strength,
+                         level};
+  return down ? FoldNoisy<FOLDMODE::DOWN>(in, out, count, frame) : FoldNoisy<FOLDMODE::UP>(in, out, count, frame);
+}
+
+platform::Description FoldOperatorDescription() {
+  using platform::DescribeParameter;
+  platform::ParameterDescription mode =
+      DescribeParameter(FOLDOPERATOR_MODE, "FOLDOPERATOR_MODE", ValueType::INT32, Int32{0});
+  mode.enumeration = "FOLDMODE";
+  return {"ofoldoperator",
+          {"Obaseterrainoperator"},
+          {
+              mode,
+              DescribeParameter(FOLDOPERATOR_LEVEL, "FOLDOPERATOR_LEVEL", ValueType::FLOAT, 25.0),
+              DescribeParameter(FOLDOPERATOR_NOISESTRENGTH, "FOLDOPERATOR_NOISESTRENGTH", ValueType::FLOAT, 0.0),
+              DescribeParameter(FOLDOPERATOR_NOISESCALE, "FOLDOPERATOR_NOISESCALE", ValueType::FLOAT, 1.0),
+              DescribeParameter(FOLDOPERATOR_NOISEOFFSET, "FOLDOPERATOR_NOISEOFFSET", ValueType::FLOAT, 0.0),
+          },
+          {{"FOLDMODE", {{"DOWN", 0}, {"UP", 1}}}}};
+}
 
 }  // namespace VLGD
