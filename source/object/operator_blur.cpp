@@ -1,13 +1,104 @@
 #include "object/operator_blur.h"
 
+#include <memory>
+
+#include "vellgrund/convolution.h"
+
 namespace VLGD {
+namespace {
 
-TERRAINOPERATORFLAGS BlurOperator::GetFlags(const Node&) const { return TERRAINOPERATORFLAGS::TYPE_FILTER; }
+using platform::ValueType;
 
-Status BlurOperator::Compute(const Grid2D<Float>& incoming, Node&, Document&, const EvaluationContext&) {
-  return result_.CopyFrom(incoming);
+constexpr Int32 kOldGaussType = 4;  // the Gaussian's value in scenes of disk level 0
+
+// The range the result keeps from the incoming grid, as a copy of it would.
+void CopyRange(const Grid2D<Float>& from, Grid2D<Float>& to) {
+  to.ResetRange();
+  if (!from.IsMinMaxValid()) return;
+  to.IncludeInRange(from.Minimum());
+  to.IncludeInRange(from.Maximum());
 }
 
-platform::Description BlurOperatorDescription() { return {"obluroperator", {"Obaseterrainoperator"}, {}}; }
+}  // namespace
+
+bool BlurOperator::Read(Node& node, Int32 diskLevel) {
+  if (!BaseTerrainOperatorData::Read(node, diskLevel)) return false;
+  if (diskLevel != 0) return true;
+  ParameterContainer& data = node.GetDataInstance();
+  if (data.GetInt32(BLUROPERATOR_TYPE, 0) == kOldGaussType) {
+    (void)data.Set(BLUROPERATOR_TYPE, Int32{BLUROPERATOR_TYPE_GAUSS});
+  } else if (data.GetInt32(BLUROPERATOR_TYPE, 0) == BLUROPERATOR_TYPE_BOX && data.Contains(BLUROPERATOR_RADIUS)) {
+    (void)data.Set(BLUROPERATOR_RADIUS, data.GetInt32(BLUROPERATOR_RADIUS) / 2);
+  }
+  return true;
+}
+
+TERRAINOPERATORFLAGS BlurOperator::GetFlags(const Node&) const {
+  return TERRAINOPERATORFLAGS::TYPE_FILTER;
+}
+
+bool BlurOperator::GetOperatorDEnabling(const Node& op, ParameterId id, const Value&) const {
+  if (id != BLUROPERATOR_RADIUS) return true;
+  const Int32 type = op.GetData().GetInt32(BLUROPERATOR_TYPE, 0);
+  return type != BLUROPERATOR_TYPE_GAUSS3X3 && type != BLUROPERATOR_TYPE_GAUSS5X5;
+}
+
+bool BlurOperator::GetRebuildParameters(std::vector<ParameterId>& ids, const ParameterContainer&) const {
+  ids.push_back(BLUROPERATOR_RADIUS);
+  ids.push_back(BLUROPERATOR_TYPE);
+  return true;
+}
+
+Status BlurOperator::Compute(const Grid2D<Float>& incoming, Node& op, Document&, const EvaluationContext& context) {
+  const ParameterContainer& data = op.GetData();
+  const Int32 radius = data.GetInt32(BLUROPERATOR_RADIUS, 5);
+  const Int32 type = data.GetInt32(BLUROPERATOR_TYPE, 0);
+  switch (type) {
+    case BLUROPERATOR_TYPE_GAUSS:
+    case BLUROPERATOR_TYPE_GAUSS3X3:
+    case BLUROPERATOR_TYPE_GAUSS5X5: {
+      std::unique_ptr<Convolution::BaseKernel> kernel;
+      if (type == BLUROPERATOR_TYPE_GAUSS) {
+        if (radius < 0) return platform::IllegalArgumentError("Can't initialize kernel with a negative size!");
+        kernel = std::make_unique<Convolution::PresetKernels::GaussBlur>();
+        // Built directly, not through Initialize: radius 0 gives the not-a-number kernel.
+        VLGD_RETURN_IF_ERROR(kernel->Build(static_cast<UInt32>(radius), nullptr));
+      } else if (type == BLUROPERATOR_TYPE_GAUSS3X3) {
+        kernel = std::make_unique<Convolution::PresetKernels::GaussBlur3x3>();
+        VLGD_RETURN_IF_ERROR(kernel->Initialize(3));
+      } else {
+        kernel = std::make_unique<Convolution::PresetKernels::GaussBlur5x5>();
+        VLGD_RETURN_IF_ERROR(kernel->Initialize(5));
+      }
+      // The convolution of the incoming grid; the result's range is not known yet.
+      return Convolution::Convolve(incoming, result_, *kernel, OUTOFBOUNDSMODE::MIRROR);
+    }
+    case BLUROPERATOR_TYPE_BOX:
+    default: {
+      const Int diameter = 2 * static_cast<Int>(radius) + 1;
+      VLGD_RETURN_IF_ERROR(Convolution::BoxBlur(incoming, result_, diameter, context.thread));
+      CopyRange(incoming, result_);
+      return platform::Ok();
+    }
+  }
+}
+
+platform::Description BlurOperatorDescription() {
+  using platform::DescribeParameter;
+  platform::ParameterDescription type =
+      DescribeParameter(BLUROPERATOR_TYPE, "BLUROPERATOR_TYPE", ValueType::INT32, Int32{BLUROPERATOR_TYPE_BOX});
+  type.enumeration = "BLURTYPE";
+  return {"obluroperator",
+          {"Obaseterrainoperator"},
+          {
+              DescribeParameter(BLUROPERATOR_RADIUS, "BLUROPERATOR_RADIUS", ValueType::INT32, Int32{2}),
+              type,
+          },
+          {{"BLURTYPE",
+            {{"BOX", BLUROPERATOR_TYPE_BOX},
+             {"GAUSS", BLUROPERATOR_TYPE_GAUSS},
+             {"GAUSS3X3", BLUROPERATOR_TYPE_GAUSS3X3},
+             {"GAUSS5X5", BLUROPERATOR_TYPE_GAUSS5X5}}}}};
+}
 
 }  // namespace VLGD

@@ -1,13 +1,97 @@
 #include "object/operator_sharpen.h"
 
+#include <memory>
+
+#include "vellgrund/convolution.h"
+
 namespace VLGD {
+namespace {
 
-TERRAINOPERATORFLAGS SharpenOperator::GetFlags(const Node&) const { return TERRAINOPERATORFLAGS::TYPE_FILTER; }
+using platform::ValueType;
 
-Status SharpenOperator::Compute(const Grid2D<Float>& incoming, Node&, Document&, const EvaluationContext&) {
-  return result_.CopyFrom(incoming);
+// The range the result keeps from the incoming grid, as a copy of it would.
+void CopyRange(const Grid2D<Float>& from, Grid2D<Float>& to) {
+  to.ResetRange();
+  if (!from.IsMinMaxValid()) return;
+  to.IncludeInRange(from.Minimum());
+  to.IncludeInRange(from.Maximum());
 }
 
-platform::Description SharpenOperatorDescription() { return {"osharpenoperator", {"Obaseterrainoperator"}, {}}; }
+}  // namespace
+
+TERRAINOPERATORFLAGS SharpenOperator::GetFlags(const Node&) const {
+  return TERRAINOPERATORFLAGS::TYPE_FILTER;
+}
+
+bool SharpenOperator::GetOperatorDEnabling(const Node& op, ParameterId id, const Value&) const {
+  const Int32 type = op.GetData().GetInt32(SHARPENOPERATOR_TYPE, 0);
+  switch (id) {
+    case SHARPENOPERATOR_SIZE:
+      return type == SHARPENOPERATOR_TYPE_SEPARABLE || type == SHARPENOPERATOR_TYPE_UNSHARP;
+    case SHARPENOPERATOR_AMOUNT:
+      return type == SHARPENOPERATOR_TYPE_SEPARABLE;
+    default:
+      return true;
+  }
+}
+
+bool SharpenOperator::GetRebuildParameters(std::vector<ParameterId>& ids, const ParameterContainer&) const {
+  ids.push_back(SHARPENOPERATOR_TYPE);
+  ids.push_back(SHARPENOPERATOR_SIZE);
+  ids.push_back(SHARPENOPERATOR_AMOUNT);
+  return true;
+}
+
+Status SharpenOperator::Compute(const Grid2D<Float>& incoming, Node& op, Document&, const EvaluationContext& context) {
+  const ParameterContainer& data = op.GetData();
+  const Int32 type = data.GetInt32(SHARPENOPERATOR_TYPE, 0);
+  const Int32 size = data.GetInt32(SHARPENOPERATOR_SIZE, 5);
+  const Float amount = data.GetFloat(SHARPENOPERATOR_AMOUNT, 0.0);
+  std::unique_ptr<Convolution::BaseKernel> kernel;
+  switch (type) {
+    case SHARPENOPERATOR_TYPE_SEPARABLE:
+      VLGD_RETURN_IF_ERROR(Convolution::SeparableSharpen(incoming, result_, size, amount, context.thread));
+      CopyRange(incoming, result_);
+      return platform::Ok();
+    case SHARPENOPERATOR_TYPE_SHARPEN3X3:
+      kernel = std::make_unique<Convolution::PresetKernels::Sharpen3x3>();
+      VLGD_RETURN_IF_ERROR(kernel->Initialize(3));
+      break;
+    case SHARPENOPERATOR_TYPE_UNSHARP5X5:
+      kernel = std::make_unique<Convolution::PresetKernels::UnsharpMask5x5>();
+      VLGD_RETURN_IF_ERROR(kernel->Initialize(5));
+      break;
+    case SHARPENOPERATOR_TYPE_UNSHARP:
+      if (size < 0) return platform::IllegalArgumentError("Can't initialize kernel with a negative size!");
+      kernel = std::make_unique<Convolution::PresetKernels::UnsharpMask>();
+      // Through Initialize, so that radius 0 fails with the kernel's message.
+      VLGD_RETURN_IF_ERROR(kernel->Initialize(static_cast<UInt32>(size)));
+      break;
+    default:
+      result_.Reset();
+      return result_.CopyFrom(incoming);
+  }
+  // The convolution of the incoming grid; the result's range is not known yet.
+  return Convolution::Convolve(incoming, result_, *kernel, OUTOFBOUNDSMODE::MIRROR);
+}
+
+platform::Description SharpenOperatorDescription() {
+  using platform::DescribeParameter;
+  platform::ParameterDescription type = DescribeParameter(SHARPENOPERATOR_TYPE, "SHARPENOPERATOR_TYPE",
+                                                          ValueType::INT32, Int32{SHARPENOPERATOR_TYPE_SEPARABLE});
+  type.enumeration = "SHARPENTYPE";
+  return {"osharpenoperator",
+          {"Obaseterrainoperator"},
+          {
+              type,
+              DescribeParameter(SHARPENOPERATOR_SIZE, "SHARPENOPERATOR_SIZE", ValueType::INT32, Int32{3}),
+              DescribeParameter(SHARPENOPERATOR_AMOUNT, "SHARPENOPERATOR_AMOUNT", ValueType::FLOAT, 0.0),
+          },
+          {{"SHARPENTYPE",
+            {{"SEPARABLE", SHARPENOPERATOR_TYPE_SEPARABLE},
+             {"SHARPEN3X3", SHARPENOPERATOR_TYPE_SHARPEN3X3},
+             {"UNSHARP5X5", SHARPENOPERATOR_TYPE_UNSHARP5X5},
+             {"UNSHARP", SHARPENOPERATOR_TYPE_UNSHARP}}}}};
+}
 
 }  // namespace VLGD
