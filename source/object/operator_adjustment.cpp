@@ -1,28 +1,13 @@
 #include "object/operator_adjustment.h"
 
-#include <new>
 
 #include "platform/parallel.h"
+#include "vellgrund/filter_loops.h"
 
 namespace VLGD {
 namespace {
 
 using platform::ValueType;
-
-constexpr Int kSingleThreadBelow = 10001;
-
-// Gives the result the incoming grid's shape and an invalid range. A result that has the
-// shape already keeps its storage as it is, as the host's array resize does: the compute
-// writes every sample, so zeroing it first would only cost a pass over memory.
-Status ShapeResultLike(Grid2D<Float>& result, const Grid2D<Float>& incoming) {
-  if (result.Width() == incoming.Width() && result.Height() == incoming.Height() &&
-      result.Count() == incoming.Count() && result.SizeX() == incoming.SizeX() && result.SizeY() == incoming.SizeY()) {
-    result.ResetRange();
-    return platform::Ok();
-  }
-  result.Reset();  // frees the old samples before the new ones are allocated
-  return result.InitFrom(incoming);
-}
 
 }  // namespace
 
@@ -38,11 +23,6 @@ TERRAINOPERATORFLAGS AdjustmentOperator::GetFlags(const Node& op) const {
   return TERRAINOPERATORFLAGS::TYPE_FILTER;
 }
 
-bool AdjustmentOperator::InitOperatorDefaults(ParameterContainer& data) {
-  return data.Set(ADJUSTMENTOPERATOR_SCALE, 1.0) && data.Set(ADJUSTMENTOPERATOR_OFFSET_RELATIVE, 0.0) &&
-         data.Set(ADJUSTMENTOPERATOR_OFFSET, 0.0) && data.Set(ADJUSTMENTOPERATOR_RELATIVE, false);
-}
-
 bool AdjustmentOperator::GetOperatorDescriptionVisibility(const Node& op, ParameterId id) const {
   switch (id) {
     case ADJUSTMENTOPERATOR_OFFSET_RELATIVE:
@@ -56,15 +36,7 @@ bool AdjustmentOperator::GetOperatorDescriptionVisibility(const Node& op, Parame
 
 bool AdjustmentOperator::GetRebuildParameters(std::vector<ParameterId>& ids, const ParameterContainer& data) const {
   const bool relative = data.GetBool(ADJUSTMENTOPERATOR_RELATIVE);
-  try {
-    ids.insert(ids.end(), {ADJUSTMENTOPERATOR_RELATIVE, ADJUSTMENTOPERATOR_SCALE,
-                           relative ? ADJUSTMENTOPERATOR_OFFSET_RELATIVE : ADJUSTMENTOPERATOR_OFFSET});
-  } catch (const std::bad_alloc&) {
-    // No list: every parameter change rebuilds, which is never wrong.
-    ids.clear();
-    return false;
-  }
-  return true;
+  return AppendRebuildParameters(ids, {ADJUSTMENTOPERATOR_RELATIVE, ADJUSTMENTOPERATOR_SCALE, relative ? ADJUSTMENTOPERATOR_OFFSET_RELATIVE : ADJUSTMENTOPERATOR_OFFSET});
 }
 
 Status AdjustmentOperator::Compute(const Grid2D<Float>& incoming, Node& op, Document&, const EvaluationContext&) {
@@ -75,14 +47,14 @@ Status AdjustmentOperator::Compute(const Grid2D<Float>& incoming, Node& op, Docu
       relative ? data.GetFloat(ADJUSTMENTOPERATOR_OFFSET_RELATIVE, 0.0) : data.GetFloat(ADJUSTMENTOPERATOR_OFFSET, 0.0);
   Float factor = 1.0;
   if (relative) factor = incoming.IsMinMaxValid() ? incoming.Maximum() - incoming.Minimum() : 0.0;
-  VLGD_RETURN_IF_ERROR(ShapeResultLike(result_, incoming));
+  VLGD_RETURN_IF_ERROR(result_.ReshapeLike(incoming));
 
   // out = in x scale + factor x offset; the product of the two constants is the same for
   // every sample.
   const Float shift = factor * offset;
   const Float* in = incoming.Data();
   Float* out = result_.Data();
-  const platform::ParallelOptions options{.granularity = 16, .singleThreadBelow = kSingleThreadBelow};
+  const platform::ParallelOptions options{.granularity = 16, .singleThreadBelow = kPointFilterSingleThreadBelow};
   return platform::ParallelForRange(0, result_.Count(), options, [=](Int begin, Int end) {
     const Float* __restrict source = in;
     Float* __restrict target = out;

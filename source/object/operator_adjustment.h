@@ -21,7 +21,6 @@ class AdjustmentOperator final : public BaseTerrainOperatorData {
   // relative behaviour.
   bool Read(Node& node, Int32 diskLevel) override;
   [[nodiscard]] TERRAINOPERATORFLAGS GetFlags(const Node& op) const override;
-  bool InitOperatorDefaults(ParameterContainer& data) override;
   [[nodiscard]] bool GetOperatorDescriptionVisibility(const Node& op, ParameterId id) const override;
   Status Compute(const Grid2D<Float>& incoming, Node& op, Document& doc, const EvaluationContext& context) override;
   bool GetRebuildParameters(std::vector<ParameterId>& ids, const ParameterContainer& data) const override;

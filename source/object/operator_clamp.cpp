@@ -1,59 +1,20 @@
 #include "object/operator_clamp.h"
 
 #include <algorithm>
-#include <new>
 #include <string>
 
 #include "platform/parallel.h"
+#include "vellgrund/filter_loops.h"
 
 namespace VLGD {
 namespace {
 
 using platform::ValueType;
 
-constexpr Int kSingleThreadBelow = 10001;
-// Samples written between two looks at the break flag.
-constexpr Int kBreakBlock = 1024;
-
-// Gives the result the incoming grid's shape and an invalid range. A result that has the
-// shape already keeps its storage as it is, as the host's array resize does: the compute
-// writes every sample, so zeroing it first would only cost a pass over memory.
-Status ShapeResultLike(Grid2D<Float>& result, const Grid2D<Float>& incoming) {
-  if (result.Width() == incoming.Width() && result.Height() == incoming.Height() &&
-      result.Count() == incoming.Count() && result.SizeX() == incoming.SizeX() && result.SizeY() == incoming.SizeY()) {
-    result.ResetRange();
-    return platform::Ok();
-  }
-  result.Reset();  // frees the old samples before the new ones are allocated
-  return result.InitFrom(incoming);
-}
-
-// Runs block(b, e) over [begin, end) in blocks of at most kBreakBlock samples. The break
-// flag is tested before sample i only where (i AND 3999) != 0 (a bit mask, deliberately
-// not a modulo), and a break stops the loop with `message`. Testing once before a block
-// stands for the tests of its samples: every block of two or more samples holds an odd
-// index, and a single-sample block tests only where its index passes the mask.
-template <class Block>
-Status InMaskedBlocks(Int begin, Int end, const platform::CancellationToken* thread, const char* message,
-                      Block&& block) {
-  for (Int b = begin; b < end; b += kBreakBlock) {
-    const Int e = std::min(end, b + kBreakBlock);
-    if (thread != nullptr && (e - b > 1 || (b & 3999) != 0) && thread->IsCancelled())
-      return platform::CancelledError(message);
-    block(b, e);
-  }
-  return platform::Ok();
-}
-
 }  // namespace
 
 TERRAINOPERATORFLAGS ClampOperator::GetFlags(const Node&) const {
   return TERRAINOPERATORFLAGS::TYPE_FILTER | TERRAINOPERATORFLAGS::REQUIRES_MINMAX;
-}
-
-bool ClampOperator::InitOperatorDefaults(ParameterContainer& data) {
-  return data.Set(CLAMPOPERATOR_MIN, 0.0) && data.Set(CLAMPOPERATOR_MAX, 50.0) &&
-         data.Set(CLAMPOPERATOR_HARDCLAMP, false);
 }
 
 bool ClampOperator::OperatorMessage(Node& op, Int32 type, MessageData& message) {
@@ -71,14 +32,7 @@ bool ClampOperator::OperatorMessage(Node& op, Int32 type, MessageData& message) 
 }
 
 bool ClampOperator::GetRebuildParameters(std::vector<ParameterId>& ids, const ParameterContainer&) const {
-  try {
-    ids.insert(ids.end(), {CLAMPOPERATOR_MIN, CLAMPOPERATOR_MAX, CLAMPOPERATOR_HARDCLAMP});
-  } catch (const std::bad_alloc&) {
-    // No list: every parameter change rebuilds, which is never wrong.
-    ids.clear();
-    return false;
-  }
-  return true;
+  return AppendRebuildParameters(ids, {CLAMPOPERATOR_MIN, CLAMPOPERATOR_MAX, CLAMPOPERATOR_HARDCLAMP});
 }
 
 Status ClampOperator::Compute(const Grid2D<Float>& incoming, Node& op, Document&, const EvaluationContext& context) {
@@ -87,12 +41,12 @@ Status ClampOperator::Compute(const Grid2D<Float>& incoming, Node& op, Document&
   const Float high = data.GetFloat(CLAMPOPERATOR_MAX, 100.0);
   const bool hard = data.GetBool(CLAMPOPERATOR_HARDCLAMP, false);
   const platform::CancellationToken* thread = context.thread;
-  VLGD_RETURN_IF_ERROR(ShapeResultLike(result_, incoming));
+  VLGD_RETURN_IF_ERROR(result_.ReshapeLike(incoming));
 
   const Float* in = incoming.Data();
   Float* out = result_.Data();
   const Int count = result_.Count();
-  const platform::ParallelOptions options{.granularity = 16, .singleThreadBelow = kSingleThreadBelow};
+  const platform::ParallelOptions options{.granularity = 16, .singleThreadBelow = kPointFilterSingleThreadBelow};
 
   if (hard) {
     // A NaN fails lo <= v and becomes lo (or hi, where lo > hi).

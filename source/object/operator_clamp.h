@@ -16,7 +16,6 @@ enum ClampOperatorParameter : ParameterId {
 class ClampOperator final : public BaseTerrainOperatorData {
  public:
   [[nodiscard]] TERRAINOPERATORFLAGS GetFlags(const Node& op) const override;
-  bool InitOperatorDefaults(ParameterContainer& data) override;
   // Holds the bound the user moves back at the other one, so that min <= max.
   bool OperatorMessage(Node& op, Int32 type, MessageData& data) override;
   Status Compute(const Grid2D<Float>& incoming, Node& op, Document& doc, const EvaluationContext& context) override;

@@ -1,30 +1,15 @@
 #include "object/operator_fold.h"
 
 #include <algorithm>
-#include <new>
 
 #include "platform/noise.h"
 #include "platform/parallel.h"
+#include "vellgrund/filter_loops.h"
 
 namespace VLGD {
 namespace {
 
 using platform::ValueType;
-
-constexpr Int kSingleThreadBelow = 10001;
-
-// Gives the result the incoming grid's shape and an invalid range. A result that has the
-// shape already keeps its storage as it is, as the host's array resize does: the compute
-// writes every sample, so zeroing it first would only cost a pass over memory.
-Status ShapeResultLike(Grid2D<Float>& result, const Grid2D<Float>& incoming) {
-  if (result.Width() == incoming.Width() && result.Height() == incoming.Height() &&
-      result.Count() == incoming.Count() && result.SizeX() == incoming.SizeX() && result.SizeY() == incoming.SizeY()) {
-    result.ResetRange();
-    return platform::Ok();
-  }
-  result.Reset();  // frees the old samples before the new ones are allocated
-  return result.InitFrom(incoming);
-}
 
 // The fold of one height at a level: down, v > L ? L - (v - L) : v; up, v < L ? L + (L - v)
 // : v. The strict comparisons leave a height on the level as it is. Written as a choice
@@ -67,7 +52,7 @@ struct NoiseFrame {
 
 template <FOLDMODE kMode>
 Status FoldFlat(const Float* in, Float* out, Int count, Float level) {
-  const platform::ParallelOptions options{.granularity = 16, .singleThreadBelow = kSingleThreadBelow};
+  const platform::ParallelOptions options{.granularity = 16, .singleThreadBelow = kPointFilterSingleThreadBelow};
   return platform::ParallelForRange(0, count, options, [=](Int begin, Int end) {
     const Float* __restrict source = in;
     Float* __restrict target = out;
@@ -77,7 +62,7 @@ Status FoldFlat(const Float* in, Float* out, Int count, Float level) {
 
 template <FOLDMODE kMode>
 Status FoldNoisy(const Float* in, Float* out, Int count, const NoiseFrame& frame) {
-  const platform::ParallelOptions options{.granularity = 16, .singleThreadBelow = kSingleThreadBelow};
+  const platform::ParallelOptions options{.granularity = 16, .singleThreadBelow = kPointFilterSingleThreadBelow};
   return platform::ParallelForRange(0, count, options, [=, &frame](Int begin, Int end) {
     // Column and row advance with the index: one division per chunk, not per sample.
     Int column = begin % frame.width;
@@ -98,22 +83,8 @@ TERRAINOPERATORFLAGS FoldOperator::GetFlags(const Node&) const {
   return TERRAINOPERATORFLAGS::TYPE_FILTER;
 }
 
-bool FoldOperator::InitOperatorDefaults(ParameterContainer& data) {
-  return data.Set(FOLDOPERATOR_MODE, Int32{0}) && data.Set(FOLDOPERATOR_LEVEL, 25.0) &&
-         data.Set(FOLDOPERATOR_NOISESTRENGTH, 0.0) && data.Set(FOLDOPERATOR_NOISESCALE, 1.0) &&
-         data.Set(FOLDOPERATOR_NOISEOFFSET, 0.0);
-}
-
 bool FoldOperator::GetRebuildParameters(std::vector<ParameterId>& ids, const ParameterContainer&) const {
-  try {
-    ids.insert(ids.end(), {FOLDOPERATOR_MODE, FOLDOPERATOR_LEVEL, FOLDOPERATOR_NOISESTRENGTH, FOLDOPERATOR_NOISESCALE,
-                           FOLDOPERATOR_NOISEOFFSET});
-  } catch (const std::bad_alloc&) {
-    // No list: every parameter change rebuilds, which is never wrong.
-    ids.clear();
-    return false;
-  }
-  return true;
+  return AppendRebuildParameters(ids, {FOLDOPERATOR_MODE, FOLDOPERATOR_LEVEL, FOLDOPERATOR_NOISESTRENGTH, FOLDOPERATOR_NOISESCALE, FOLDOPERATOR_NOISEOFFSET});
 }
 
 Status FoldOperator::Compute(const Grid2D<Float>& incoming, Node& op, Document&, const EvaluationContext&) {
@@ -129,14 +100,14 @@ Status FoldOperator::Compute(const Grid2D<Float>& incoming, Node& op, Document&,
     frequency = scaled != 0.0 ? 1.0 / scaled : 0.0;
     offset = data.GetFloat(FOLDOPERATOR_NOISEOFFSET, 0.0);
   }
-  VLGD_RETURN_IF_ERROR(ShapeResultLike(result_, incoming));
+  VLGD_RETURN_IF_ERROR(result_.ReshapeLike(incoming));
 
   const Float* in = incoming.Data();
   Float* out = result_.Data();
   const Int count = result_.Count();
   if (mode != static_cast<Int32>(FOLDMODE::DOWN) && mode != static_cast<Int32>(FOLDMODE::UP)) {
     // Another mode leaves every height as it is.
-    const platform::ParallelOptions options{.granularity = 16, .singleThreadBelow = kSingleThreadBelow};
+    const platform::ParallelOptions options{.granularity = 16, .singleThreadBelow = kPointFilterSingleThreadBelow};
     return platform::ParallelForRange(0, count, options,
                                       [=](Int begin, Int end) { std::copy(in + begin, in + end, out + begin); });
   }

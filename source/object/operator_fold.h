@@ -24,7 +24,6 @@ enum class FOLDMODE : Int32 {
 class FoldOperator final : public BaseTerrainOperatorData {
  public:
   [[nodiscard]] TERRAINOPERATORFLAGS GetFlags(const Node& op) const override;
-  bool InitOperatorDefaults(ParameterContainer& data) override;
   Status Compute(const Grid2D<Float>& incoming, Node& op, Document& doc, const EvaluationContext& context) override;
   bool GetRebuildParameters(std::vector<ParameterId>& ids, const ParameterContainer& data) const override;
 };

@@ -1,28 +1,13 @@
 #include "object/operator_mirror.h"
 
-#include <new>
 
 #include "platform/parallel.h"
+#include "vellgrund/filter_loops.h"
 
 namespace VLGD {
 namespace {
 
 using platform::ValueType;
-
-constexpr Int kSingleThreadBelow = 10001;
-
-// Gives the result the incoming grid's shape and an invalid range. A result that has the
-// shape already keeps its storage as it is, as the host's array resize does: the compute
-// writes every sample, so zeroing it first would only cost a pass over memory.
-Status ShapeResultLike(Grid2D<Float>& result, const Grid2D<Float>& incoming) {
-  if (result.Width() == incoming.Width() && result.Height() == incoming.Height() &&
-      result.Count() == incoming.Count() && result.SizeX() == incoming.SizeX() && result.SizeY() == incoming.SizeY()) {
-    result.ResetRange();
-    return platform::Ok();
-  }
-  result.Reset();  // frees the old samples before the new ones are allocated
-  return result.InitFrom(incoming);
-}
 
 struct Rows {
   const Float* in;
@@ -66,20 +51,8 @@ TERRAINOPERATORFLAGS MirrorOperator::GetFlags(const Node&) const {
   return TERRAINOPERATORFLAGS::TYPE_FILTER | TERRAINOPERATORFLAGS::REQUIRES_MINMAX;
 }
 
-bool MirrorOperator::InitOperatorDefaults(ParameterContainer& data) {
-  return data.Set(MIRROROPERATOR_X, false) && data.Set(MIRROROPERATOR_HEIGHT, false) &&
-         data.Set(MIRROROPERATOR_Y, false);
-}
-
 bool MirrorOperator::GetRebuildParameters(std::vector<ParameterId>& ids, const ParameterContainer&) const {
-  try {
-    ids.insert(ids.end(), {MIRROROPERATOR_X, MIRROROPERATOR_HEIGHT, MIRROROPERATOR_Y});
-  } catch (const std::bad_alloc&) {
-    // No list: every parameter change rebuilds, which is never wrong.
-    ids.clear();
-    return false;
-  }
-  return true;
+  return AppendRebuildParameters(ids, {MIRROROPERATOR_X, MIRROROPERATOR_HEIGHT, MIRROROPERATOR_Y});
 }
 
 Status MirrorOperator::Compute(const Grid2D<Float>& incoming, Node& op, Document&, const EvaluationContext& context) {
@@ -87,11 +60,11 @@ Status MirrorOperator::Compute(const Grid2D<Float>& incoming, Node& op, Document
   const bool flipX = data.GetBool(MIRROROPERATOR_X);
   const bool flipH = data.GetBool(MIRROROPERATOR_HEIGHT);
   const bool flipY = data.GetBool(MIRROROPERATOR_Y);
-  VLGD_RETURN_IF_ERROR(ShapeResultLike(result_, incoming));
+  VLGD_RETURN_IF_ERROR(result_.ReshapeLike(incoming));
 
   // The loop runs over rows, but the one-thread threshold counts samples.
   platform::ParallelOptions options{.granularity = 16};
-  if (result_.Count() < kSingleThreadBelow) options.singleThreadBelow = result_.Height() + 1;
+  if (result_.Count() < kPointFilterSingleThreadBelow) options.singleThreadBelow = result_.Height() + 1;
   const Rows rows{incoming.Data(), result_.Data(), result_.Width(), result_.Height(), flipY, context.thread, options};
 
   if (!flipH) return MirrorRows(rows, flipX, [](Float v) { return v; });

@@ -1,9 +1,9 @@
 #include "object/operator_quantize.h"
 
 #include <cmath>
-#include <new>
 
 #include "platform/parallel.h"
+#include "vellgrund/filter_loops.h"
 
 namespace VLGD {
 namespace {
@@ -12,19 +12,6 @@ using platform::ValueType;
 
 // Twice the threshold of the other point-wise filters, deliberately.
 constexpr Int kSingleThreadBelow = 20001;
-
-// Gives the result the incoming grid's shape and an invalid range. A result that has the
-// shape already keeps its storage as it is, as the host's array resize does: the compute
-// writes every sample, so zeroing it first would only cost a pass over memory.
-Status ShapeResultLike(Grid2D<Float>& result, const Grid2D<Float>& incoming) {
-  if (result.Width() == incoming.Width() && result.Height() == incoming.Height() &&
-      result.Count() == incoming.Count() && result.SizeX() == incoming.SizeX() && result.SizeY() == incoming.SizeY()) {
-    result.ResetRange();
-    return platform::Ok();
-  }
-  result.Reset();  // frees the old samples before the new ones are allocated
-  return result.InitFrom(incoming);
-}
 
 // std::floor, written so that the sample loop vectorises on every x86-64 (std::floor is a
 // library call without SSE4.1). Below 2^52, adding and subtracting 2^52 rounds |x| to an
@@ -53,19 +40,8 @@ TERRAINOPERATORFLAGS QuantizeOperator::GetFlags(const Node&) const {
   return TERRAINOPERATORFLAGS::TYPE_FILTER | TERRAINOPERATORFLAGS::REQUIRES_MINMAX;
 }
 
-bool QuantizeOperator::InitOperatorDefaults(ParameterContainer& data) {
-  return data.Set(QUANTIZEOPERATOR_STEPS, Int32{8}).has_value();
-}
-
 bool QuantizeOperator::GetRebuildParameters(std::vector<ParameterId>& ids, const ParameterContainer&) const {
-  try {
-    ids.push_back(QUANTIZEOPERATOR_STEPS);
-  } catch (const std::bad_alloc&) {
-    // No list: every parameter change rebuilds, which is never wrong.
-    ids.clear();
-    return false;
-  }
-  return true;
+  return AppendRebuildParameters(ids, {QUANTIZEOPERATOR_STEPS});
 }
 
 Status QuantizeOperator::Compute(const Grid2D<Float>& incoming, Node& op, Document&, const EvaluationContext&) {
@@ -78,7 +54,7 @@ Status QuantizeOperator::Compute(const Grid2D<Float>& incoming, Node& op, Docume
   const Float maximum = valid ? incoming.Maximum() : 0.0;
   const Float range = maximum - minimum;
   const Float inverseRange = range != 0.0 ? 1.0 / range : 0.0;
-  VLGD_RETURN_IF_ERROR(ShapeResultLike(result_, incoming));
+  VLGD_RETURN_IF_ERROR(result_.ReshapeLike(incoming));
 
   const Float* in = incoming.Data();
   Float* out = result_.Data();

@@ -15,7 +15,6 @@ enum QuantizeOperatorParameter : ParameterId {
 class QuantizeOperator final : public BaseTerrainOperatorData {
  public:
   [[nodiscard]] TERRAINOPERATORFLAGS GetFlags(const Node& op) const override;
-  bool InitOperatorDefaults(ParameterContainer& data) override;
   Status Compute(const Grid2D<Float>& incoming, Node& op, Document& doc, const EvaluationContext& context) override;
   bool GetRebuildParameters(std::vector<ParameterId>& ids, const ParameterContainer& data) const override;
 };

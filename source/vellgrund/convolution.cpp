@@ -628,7 +628,7 @@ Status UnsharpMask::Build(UInt32 n, const Float*) {
 namespace OrvelSharpen {
 
 Int Half(Int size) {
-  return size > 0 ? (size - 1) / 2 : 0;
+  return size > 0 ? size / 2 : 0;
 }
 
 Status SharpenKernel::Build(UInt32 n, const Float* data) {

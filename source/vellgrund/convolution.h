@@ -103,9 +103,8 @@ class UnsharpMask final : public BaseKernel {
 
 namespace OrvelSharpen {
 
-// The taps on either side of the centre of a separable sharpen of size n: (n - 1) / 2,
-// which is n / 2 for odd sizes; even sizes round down to the odd size below, so that size 2,
-// like size 1, has no tap beside the centre.
+// The taps on either side of the centre of a separable sharpen of size n: n / 2, so an even
+// size reaches as far as the odd size above it.
 [[nodiscard]] Int Half(Int size);
 
 // The one-sided ramp of the separable sharpen: Half(n) + 1 values, a at the centre (index 0)

@@ -106,6 +106,18 @@ class Grid2D {
   Status InitFrom(const Grid2D<U>& other) {
     return InitShape(other.Width(), other.Height(), other.SizeX(), other.SizeY());
   }
+  // The shape of `other` with the range reset, for computations that write every sample:
+  // storage of the same size is kept as it is instead of being zeroed, saving a pass over
+  // memory; otherwise the old samples are freed before the new ones are allocated.
+  template <class U>
+  Status ReshapeLike(const Grid2D<U>& other) {
+    if (width_ == other.Width() && height_ == other.Height() && sizeX_ == other.SizeX() && sizeY_ == other.SizeY()) {
+      ResetRange();
+      return platform::Ok();
+    }
+    Reset();
+    return InitFrom(other);
+  }
   // Counts and sizes 0, storage freed, range reset.
   void Reset();
   // A deep copy of shape, range and samples.

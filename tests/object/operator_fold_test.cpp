@@ -54,7 +54,7 @@ Grid2D<Float> Row(std::initializer_list<Float> values) {
                   [&](Int x, Int) { return list[static_cast<size_t>(x)]; });
 }
 
-// The Part's fold, written as it stands.
+// The fold written with plain comparisons.
 Float FoldAsWritten(Int32 mode, Float v, Float level) {
   if (mode == 0 && v > level) return level - (v - level);
   if (mode == 1 && v < level) return level + (level - v);
@@ -97,7 +97,7 @@ TEST(FoldOperatorTest, ReflectsHeightsBeyondTheLevel) {
   ASSERT_TRUE(f.Compute(in));
   for (Int i = 0; i < 6; ++i) EXPECT_EQ(f.Out(i), in.Data()[i]) << i;
 
-  // The branch-free fold agrees with the Part's comparisons on awkward values too.
+  // The branch-free fold agrees with the plain comparisons on awkward values too.
   const Float inf = std::numeric_limits<Float>::infinity();
   const Float nan = std::numeric_limits<Float>::quiet_NaN();
   const Float values[] = {0.0, -0.0, 1e-310, -1e-310, 1.5, -2.25, 1e308, -1e308, inf, -inf, nan};

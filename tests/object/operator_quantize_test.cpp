@@ -49,7 +49,7 @@ Grid2D<Float> MakeGrid(Int width, Int height, const std::function<Float(Int, Int
   return grid;
 }
 
-// The Part's formula as it stands, with the library's floor.
+// The quantisation written plainly, with the library's floor.
 Float QuantizeAsWritten(Float v, Int32 steps, Float minimum, Float maximum) {
   const Float n = static_cast<Float>(steps) - 1.0;
   const Float inverseN = n != 0.0 ? 1.0 / n : 0.0;

@@ -122,11 +122,9 @@ TEST(SharpenOperatorTest, ComputesEachMethod) {
 
 TEST(SharpenOperatorTest, KeepsTheDegenerateSizes) {
   SharpenFixture f;
-  for (const Int32 size : {1, 2}) {
-    f.Set(SHARPENOPERATOR_SIZE, size);
-    ASSERT_TRUE(f.Compute());
-    for (const Float v : f.Result().Values()) ASSERT_TRUE(std::isnan(v)) << size;
-  }
+  f.Set(SHARPENOPERATOR_SIZE, Int32{1});
+  ASSERT_TRUE(f.Compute());
+  for (const Float v : f.Result().Values()) ASSERT_TRUE(std::isnan(v));
   f.Set(SHARPENOPERATOR_SIZE, Int32{0});
   EXPECT_EQ(f.Compute().error().message, "Can't initialize kernel with size 0!");
   f.Set(SHARPENOPERATOR_TYPE, Int32{3});
