@@ -82,13 +82,16 @@ Status CurveOperator::Compute(const Grid2D<Float>& incoming, Node& op, Document&
     std::fill(out, out + count, 0.0);
     return platform::Ok();
   }
+  auto sampled = platform::SplineSampler::Build(*curve);
+  if (!sampled) return std::unexpected(sampled.error());
+  const platform::SplineSampler& sampler = *sampled;
   const Float* in = incoming.Data();
-  // The curve is only read (its evaluation is thread-safe and allocation-free). Unlike the
-  // other point-wise filters this loop uses all threads at every size.
+  // The sampler is only read. Unlike the other point-wise filters this loop uses all
+  // threads at every size.
   const platform::ParallelOptions options{.granularity = 16};
-  return platform::ParallelForRange(0, count, options, [=](Int begin, Int end) -> Status {
-    return InMaskedBlocks(begin, end, thread, "Curve operator cancelled!", [=](Int b, Int e) {
-      for (Int i = b; i < e; ++i) out[i] = curve->GetPoint((in[i] - minimum) * inverse).y * range + minimum;
+  return platform::ParallelForRange(0, count, options, [=, &sampler](Int begin, Int end) -> Status {
+    return InMaskedBlocks(begin, end, thread, "Curve operator cancelled!", [=, &sampler](Int b, Int e) {
+      for (Int i = b; i < e; ++i) out[i] = sampler((in[i] - minimum) * inverse) * range + minimum;
     });
   });
 }

@@ -25,45 +25,60 @@ Iterator FirstKnotAfter(Iterator begin, Iterator end, Float x) {
   return std::upper_bound(begin, end, x, [](Float value, const SplineKnot& knot) { return value < knot.position.x; });
 }
 
-// y of the Bezier segment from a to b at x, a.x < x < b.x.
-Float EvaluateSegment(const SplineKnot& a, const SplineKnot& b, Float x) {
-  const Float width = b.position.x - a.position.x;
-  // Inner control points with their x kept within the segment make Bx(t) monotone, so
-  // every x has exactly one t. Coordinates are taken relative to knot a.
-  const Float x1 = std::clamp(a.rightTangent.x, 0.0, width);
-  const Float x2 = std::clamp(width + b.leftTangent.x, 0.0, width);
-  const Float rise = b.position.y - a.position.y;
-  const Float y1 = a.rightTangent.y;
-  const Float y2 = rise + b.leftTangent.y;
+// The Bezier segment from knot a to knot b in power form, relative to knot a.
+struct Segment {
+  Float ax1, ax2, ax3, ay1, ay2, ay3;
+  Float width;
 
-  // Power basis: B(t) = ((c3 t + c2) t + c1) t.
-  const Float ax3 = width - 3.0 * x2 + 3.0 * x1;
-  const Float ax2 = 3.0 * x2 - 6.0 * x1;
-  const Float ax1 = 3.0 * x1;
-  const Float ay3 = rise - 3.0 * y2 + 3.0 * y1;
-  const Float ay2 = 3.0 * y2 - 6.0 * y1;
-  const Float ay1 = 3.0 * y1;
-
-  // Newton from the chord's guess, which is exact for evenly spread control points;
-  // a step leaving the bracket falls back to bisection.
-  const Float u = x - a.position.x;
-  const Float tolerance = kSolveTolerance * width;
-  Float t = u / width;
-  Float low = 0.0;
-  Float high = 1.0;
-  for (int step = 0; step < kMaxSolveSteps; ++step) {
-    const Float error = ((ax3 * t + ax2) * t + ax1) * t - u;
-    if (std::abs(error) <= tolerance) break;
-    if (error < 0.0)
-      low = t;
-    else
-      high = t;
-    if (high - low <= kMinBracket) break;
-    const Float slope = (3.0 * ax3 * t + 2.0 * ax2) * t + ax1;
-    const Float next = t - error / slope;
-    t = next > low && next < high ? next : 0.5 * (low + high);
+  Segment(const SplineKnot& a, const SplineKnot& b) : width(b.position.x - a.position.x) {
+    // Inner control points with their x kept within the segment make Bx(t) monotone, so
+    // every x has exactly one t.
+    const Float x1 = std::clamp(a.rightTangent.x, 0.0, width);
+    const Float x2 = std::clamp(width + b.leftTangent.x, 0.0, width);
+    const Float rise = b.position.y - a.position.y;
+    const Float y1 = a.rightTangent.y;
+    const Float y2 = rise + b.leftTangent.y;
+    ax3 = width - 3.0 * x2 + 3.0 * x1;
+    ax2 = 3.0 * x2 - 6.0 * x1;
+    ax1 = 3.0 * x1;
+    ay3 = rise - 3.0 * y2 + 3.0 * y1;
+    ay2 = 3.0 * y2 - 6.0 * y1;
+    ay1 = 3.0 * y1;
   }
-  return a.position.y + ((ay3 * t + ay2) * t + ay1) * t;
+
+  // The t whose Bx(t) is u, 0 <= u <= width.
+  [[nodiscard]] Float Solve(Float u) const {
+    // Newton from the chord's guess, which is exact for evenly spread control points;
+    // a step leaving the bracket falls back to bisection.
+    const Float tolerance = kSolveTolerance * width;
+    Float t = u / width;
+    Float low = 0.0;
+    Float high = 1.0;
+    for (int step = 0; step < kMaxSolveSteps; ++step) {
+      const Float error = ((ax3 * t + ax2) * t + ax1) * t - u;
+      if (std::abs(error) <= tolerance) break;
+      if (error < 0.0)
+        low = t;
+      else
+        high = t;
+      if (high - low <= kMinBracket) break;
+      const Float slope = (3.0 * ax3 * t + 2.0 * ax2) * t + ax1;
+      const Float next = t - error / slope;
+      t = next > low && next < high ? next : 0.5 * (low + high);
+    }
+    return t;
+  }
+  // y relative to knot a, and dy/dx (not finite where the curve is vertical).
+  [[nodiscard]] Float Y(Float t) const { return ((ay3 * t + ay2) * t + ay1) * t; }
+  [[nodiscard]] Float Slope(Float t) const {
+    return ((3.0 * ay3 * t + 2.0 * ay2) * t + ay1) / ((3.0 * ax3 * t + 2.0 * ax2) * t + ax1);
+  }
+};
+
+// y of the segment from a to b at x, a.x < x < b.x.
+Float EvaluateSegment(const SplineKnot& a, const SplineKnot& b, Float x) {
+  const Segment segment(a, b);
+  return a.position.y + segment.Y(segment.Solve(x - a.position.x));
 }
 
 }  // namespace
@@ -169,6 +184,62 @@ Vector SplineData::GetPoint(Float x) const {
   // an x (the curve steps there, and x at the step reads the later knot).
   const auto after = FirstKnotAfter(knots_.begin(), knots_.end(), x);
   return Vector(x, EvaluateSegment(*std::prev(after), *after, x), 0.0);
+}
+
+Result<SplineSampler> SplineSampler::Build(const SplineData& curve) {
+  SplineSampler sampler;
+  sampler.curve_ = &curve;
+  const Int32 knotCount = curve.GetKnotCount();
+  if (knotCount < 2) return sampler;  // every x goes to GetPoint
+  const SplineKnot& first = *curve.GetKnot(0);
+  const SplineKnot& last = *curve.GetKnot(knotCount - 1);
+  const Float span = last.position.x - first.position.x;
+  if (!(span > 0.0)) return sampler;
+  sampler.start_ = first.position.x;
+  sampler.end_ = last.position.x;
+  sampler.inverseCell_ = static_cast<Float>(kCells) / span;
+  VLGD_RETURN_IF_ERROR(TryResize(sampler.cells_, kCells + 1));
+  sampler.cells_.back() = {last.position.y, 0.0, 0.0, 0.0};
+
+  // The exact values at the cell ends, then a cubic Hermite per cell checked against the
+  // exact curve inside it; cells around a knot or too steep for it keep solving.
+  const Float cellWidth = span / static_cast<Float>(kCells);
+  Float low = first.position.y, high = first.position.y;
+  for (Int32 k = 1; k < knotCount; ++k) {
+    low = std::min(low, curve.GetKnot(k)->position.y);
+    high = std::max(high, curve.GetKnot(k)->position.y);
+  }
+  const Float tolerance = kSamplerTolerance * std::max(1.0, high - low);
+  Int32 segmentEnd = 1;  // the knot that ends the current segment
+  Int32 solvedEnd = 0;   // the segment whose t at the previous cell's end is `solvedT`
+  Float solvedT = 0.0;
+  for (Int cell = 0; cell < kCells; ++cell) {
+    Cell& c = sampler.cells_[static_cast<std::size_t>(cell)];
+    const Float xa = sampler.start_ + static_cast<Float>(cell) * cellWidth;
+    const Float xb = cell + 1 == kCells ? sampler.end_ : xa + cellWidth;
+    while (segmentEnd < knotCount - 1 && curve.GetKnot(segmentEnd)->position.x <= xa) ++segmentEnd;
+    const SplineKnot& a = *curve.GetKnot(segmentEnd - 1);
+    const SplineKnot& b = *curve.GetKnot(segmentEnd);
+    c = {std::numeric_limits<Float>::quiet_NaN(), 0.0, 0.0, 0.0};  // NaN: solve
+    if (b.position.x < xb || !(b.position.x > a.position.x)) continue;  // a knot inside
+    const Segment segment(a, b);
+    const Float ta = solvedEnd == segmentEnd ? solvedT : segment.Solve(std::max(0.0, xa - a.position.x));
+    const Float tb = segment.Solve(std::min(segment.width, xb - a.position.x));
+    solvedEnd = segmentEnd;
+    solvedT = tb;
+    const Float y0 = a.position.y + segment.Y(ta);
+    const Float y1 = a.position.y + segment.Y(tb);
+    const Float m0 = segment.Slope(ta) * (xb - xa);
+    const Float m1 = segment.Slope(tb) * (xb - xa);
+    const Cell cubic{y0, m0, 3.0 * (y1 - y0) - 2.0 * m0 - m1, 2.0 * (y0 - y1) + m0 + m1};
+    bool close = std::isfinite(cubic.c1) && std::isfinite(cubic.c2) && std::isfinite(cubic.c3);
+    for (const Float f : {0.25, 0.5, 0.75}) {
+      const Float exact = a.position.y + segment.Y(segment.Solve(xa + f * (xb - xa) - a.position.x));
+      close = close && std::abs(((cubic.c3 * f + cubic.c2) * f + cubic.c1) * f + cubic.c0 - exact) <= tolerance;
+    }
+    if (close) c = cubic;
+  }
+  return sampler;
 }
 
 }  // namespace platform

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <algorithm>
+#include <cmath>
 #include <vector>
 
 #include "platform/result.h"
@@ -77,6 +79,42 @@ class SplineData {
   SplineKnot* MutableKnot(Int32 index);
 
   std::vector<SplineKnot> knots_;
+};
+
+// y(x) of a curve for very many x, as the filters need it: the knots' span is cut into
+// kCells cells, and each cell whose curve a cubic follows to within kSamplerTolerance of the
+// curve's height range is evaluated as that cubic; cells around a knot, or where the curve
+// turns too fast, solve the curve as GetPoint does. Outside the span and for NaN it reads
+// as GetPoint. The curve must outlive the sampler and stay unchanged while it is used.
+class SplineSampler {
+ public:
+  static constexpr Int kCells = 8192;
+  static constexpr Float kSamplerTolerance = 1e-12;
+
+  static Result<SplineSampler> Build(const SplineData& curve);
+
+  [[nodiscard]] Float operator()(Float x) const {
+    if (cells_.empty()) return curve_->GetPoint(x).y;
+    // Clamped without branches (NaN goes to the start); past the last cell lies one more
+    // that holds the last knot's y.
+    const Float inside = x > start_ ? (x < end_ ? x : end_) : start_;
+    const Float u = (inside - start_) * inverseCell_;
+    const auto cell = static_cast<std::size_t>(u);
+    const Float f = u - static_cast<Float>(cell);
+    const Cell& c = cells_[cell];
+    if (std::isnan(c.c0)) [[unlikely]]
+      return curve_->GetPoint(x).y;
+    return ((c.c3 * f + c.c2) * f + c.c1) * f + c.c0;
+  }
+
+ private:
+  struct Cell {
+    Float c0, c1, c2, c3;  // y = ((c3 f + c2) f + c1) f + c0 over the cell, 0 <= f <= 1
+  };
+
+  const SplineData* curve_ = nullptr;
+  std::vector<Cell> cells_;
+  Float start_ = 0.0, end_ = 0.0, inverseCell_ = 0.0;
 };
 
 }  // namespace platform

@@ -197,5 +197,40 @@ TEST(SplineDataTest, CopyAndEquality) {
   EXPECT_EQ(original.GetKnot(2)->flags, 0);
 }
 
+TEST(SplineDataTest, TheSamplerFollowsTheCurveEverywhere) {
+  // Flat, steep, vertical and stepping stretches, knots off the cell grid and a span that is
+  // not the unit interval.
+  SplineData curve;
+  ASSERT_TRUE(curve.InsertKnot(-0.3, 2.0));
+  ASSERT_TRUE(curve.InsertKnot(0.1, 0.0));
+  ASSERT_TRUE(curve.InsertKnot(0.37, 5.0));
+  ASSERT_TRUE(curve.InsertKnot(0.37, 1.0));
+  ASSERT_TRUE(curve.InsertKnot(0.9, 1.2));
+  ASSERT_TRUE(curve.InsertKnot(1.4, -3.0));
+  ASSERT_TRUE(curve.SetKnotRightTangent(0, {0.0, 0.0, 0.0}));
+  ASSERT_TRUE(curve.SetKnotLeftTangent(1, {0.0, 0.5, 0.0}));  // vertical into the knot
+  ASSERT_TRUE(curve.SetKnotRightTangent(1, {0.2, 0.0, 0.0}));
+  ASSERT_TRUE(curve.SetKnotRightTangent(4, {0.5, 2.0, 0.0}));
+  SplineData linear;
+  ASSERT_TRUE(linear.MakeLinearSpline(5));
+  SplineData identity;
+  for (const SplineData* c : {&curve, &linear, &identity}) {
+    auto built = SplineSampler::Build(*c);
+    ASSERT_TRUE(built);
+    const SplineSampler& sampler = *built;
+    for (int k = -1000; k <= 21000; ++k) {
+      const Float x = -0.3 + 1.7 * static_cast<Float>(k) / 20000.0 + 1e-7 * static_cast<Float>(k % 7);
+      ASSERT_NEAR(sampler(x), c->GetPoint(x).y, 8e-12) << x;  // 1e-12 of the height range of 8
+    }
+    const Float nan = std::numeric_limits<Float>::quiet_NaN();
+    EXPECT_EQ(std::isnan(sampler(nan)), c == &identity);
+    if (c != &identity) {
+      EXPECT_EQ(sampler(nan), c->GetPoint(nan).y);
+    }
+    EXPECT_EQ(sampler(1.4), c->GetPoint(1.4).y);
+    EXPECT_EQ(sampler(1e300), c->GetPoint(1e300).y);
+  }
+}
+
 }  // namespace
 }  // namespace platform
