@@ -3,6 +3,7 @@
 #include <memory>
 
 #include "vellgrund/convolution.h"
+#include "vellgrund/filter_loops.h"
 
 namespace VLGD {
 namespace {
@@ -44,9 +45,7 @@ bool BlurOperator::GetOperatorDEnabling(const Node& op, ParameterId id, const Va
 }
 
 bool BlurOperator::GetRebuildParameters(std::vector<ParameterId>& ids, const ParameterContainer&) const {
-  ids.push_back(BLUROPERATOR_RADIUS);
-  ids.push_back(BLUROPERATOR_TYPE);
-  return true;
+  return AppendRebuildParameters(ids, {BLUROPERATOR_RADIUS, BLUROPERATOR_TYPE});
 }
 
 Status BlurOperator::Compute(const Grid2D<Float>& incoming, Node& op, Document&, const EvaluationContext& context) {

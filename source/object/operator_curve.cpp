@@ -91,7 +91,7 @@ Status CurveOperator::Compute(const Grid2D<Float>& incoming, Node& op, Document&
   const platform::ParallelOptions options{.granularity = 16};
   return platform::ParallelForRange(0, count, options, [=, &sampler](Int begin, Int end) -> Status {
     return InMaskedBlocks(begin, end, thread, "Curve operator cancelled!", [=, &sampler](Int b, Int e) {
-      for (Int i = b; i < e; ++i) out[i] = sampler((in[i] - minimum) * inverse) * range + minimum;
+      sampler.RemapNormalised(in + b, out + b, e - b, minimum, inverse, range);
     });
   });
 }

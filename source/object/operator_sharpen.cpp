@@ -3,6 +3,7 @@
 #include <memory>
 
 #include "vellgrund/convolution.h"
+#include "vellgrund/filter_loops.h"
 
 namespace VLGD {
 namespace {
@@ -36,10 +37,7 @@ bool SharpenOperator::GetOperatorDEnabling(const Node& op, ParameterId id, const
 }
 
 bool SharpenOperator::GetRebuildParameters(std::vector<ParameterId>& ids, const ParameterContainer&) const {
-  ids.push_back(SHARPENOPERATOR_TYPE);
-  ids.push_back(SHARPENOPERATOR_SIZE);
-  ids.push_back(SHARPENOPERATOR_AMOUNT);
-  return true;
+  return AppendRebuildParameters(ids, {SHARPENOPERATOR_TYPE, SHARPENOPERATOR_SIZE, SHARPENOPERATOR_AMOUNT});
 }
 
 Status SharpenOperator::Compute(const Grid2D<Float>& incoming, Node& op, Document&, const EvaluationContext& context) {

@@ -235,11 +235,34 @@ Result<SplineSampler> SplineSampler::Build(const SplineData& curve) {
     bool close = std::isfinite(cubic.c1) && std::isfinite(cubic.c2) && std::isfinite(cubic.c3);
     for (const Float f : {0.25, 0.5, 0.75}) {
       const Float exact = a.position.y + segment.Y(segment.Solve(xa + f * (xb - xa) - a.position.x));
-      close = close && std::abs(((cubic.c3 * f + cubic.c2) * f + cubic.c1) * f + cubic.c0 - exact) <= tolerance;
+      close = close && std::abs(cubic(f) - exact) <= tolerance;
     }
     if (close) c = cubic;
   }
   return sampler;
+}
+
+void SplineSampler::RemapNormalised(const Float* in, Float* out, Int count, Float minimum, Float inverseRange,
+                                    Float range) const {
+  if (cells_.empty()) {
+    for (Int i = 0; i < count; ++i) out[i] = curve_->GetPoint((in[i] - minimum) * inverseRange).y * range + minimum;
+    return;
+  }
+  // Locals, so that the stores to out cannot make the compiler read the members again.
+  const Cell* cells = cells_.data();
+  const Float start = start_, end = end_, inverseCell = inverseCell_;
+  for (Int i = 0; i < count; ++i) {
+    const Float x = (in[i] - minimum) * inverseRange;
+    const Float inside = x > start ? (x < end ? x : end) : start;
+    const Float u = (inside - start) * inverseCell;
+    const auto cell = static_cast<Int>(u);
+    const Float f = u - static_cast<Float>(cell);
+    out[i] = cells[cell](f) * range + minimum;
+  }
+  // Cells that solve hold NaN and so leave NaN behind, as a NaN height does: both are
+  // looked up again here, which keeps the loop above free of branches.
+  for (Int i = 0; i < count; ++i)
+    if (std::isnan(out[i])) out[i] = curve_->GetPoint((in[i] - minimum) * inverseRange).y * range + minimum;
 }
 
 }  // namespace platform

@@ -99,17 +99,23 @@ class SplineSampler {
     // that holds the last knot's y.
     const Float inside = x > start_ ? (x < end_ ? x : end_) : start_;
     const Float u = (inside - start_) * inverseCell_;
-    const auto cell = static_cast<std::size_t>(u);
+    const auto cell = static_cast<Int>(u);
     const Float f = u - static_cast<Float>(cell);
-    const Cell& c = cells_[cell];
+    const Cell& c = cells_[static_cast<std::size_t>(cell)];
     if (std::isnan(c.c0)) [[unlikely]]
       return curve_->GetPoint(x).y;
-    return ((c.c3 * f + c.c2) * f + c.c1) * f + c.c0;
+    return c(f);
   }
+
+  // out[i] = y((in[i] - minimum) x inverseRange) x range + minimum for i < count: a height
+  // normalised by its range, sent through the curve and scaled back.
+  void RemapNormalised(const Float* in, Float* out, Int count, Float minimum, Float inverseRange, Float range) const;
 
  private:
   struct Cell {
-    Float c0, c1, c2, c3;  // y = ((c3 f + c2) f + c1) f + c0 over the cell, 0 <= f <= 1
+    Float c0, c1, c2, c3;  // y = c0 + c1 f + c2 f^2 + c3 f^3 over the cell, 0 <= f <= 1
+
+    [[nodiscard]] Float operator()(Float f) const { return ((c3 * f + c2) * f + c1) * f + c0; }
   };
 
   const SplineData* curve_ = nullptr;

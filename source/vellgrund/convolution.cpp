@@ -502,6 +502,17 @@ std::vector<Float> GaussianProfile(Int radius) {
   return profile;
 }
 
+// Fills values with the sampled Gaussian exp(-0.5 b^2) x exp(-0.5 a^2), a from the row and
+// b from the column, and returns the sum of the values.
+Float FillGaussian(const std::vector<Float>& profile, std::vector<Float>& values) {
+  const std::size_t count = profile.size();
+  for (std::size_t i = 0; i < count; ++i)
+    for (std::size_t j = 0; j < count; ++j) values[i * count + j] = profile[j] * profile[i];
+  Float sum = 0.0;
+  for (const Float value : values) sum += value;
+  return sum;
+}
+
 Status CheckedKernelSize(UInt32 radius, Int& size) {
   size = 2 * static_cast<Int>(radius) + 1;
   if (size > kMaxKernelSize) return platform::OutOfMemoryError("Could not allocate kernel values!");
@@ -557,12 +568,7 @@ Status GaussBlur::Build(UInt32 n, const Float*) {
   VLGD_RETURN_IF_ERROR(CheckedKernelSize(n, size));
   VLGD_RETURN_IF_ERROR(Resize(static_cast<UInt32>(size)));
   const std::vector<Float> profile = GaussianProfile(n);
-  const auto count = static_cast<std::size_t>(size);
-  // exp(-0.5 b^2) x exp(-0.5 a^2), a from the row, b from the column.
-  for (std::size_t i = 0; i < count; ++i)
-    for (std::size_t j = 0; j < count; ++j) values_[i * count + j] = profile[j] * profile[i];
-  Float sum = 0.0;
-  for (const Float value : values_) sum += value;
+  const Float sum = FillGaussian(profile, values_);
   const Float inverse = InverseOrZero(sum);
   for (Float& value : values_) value *= inverse;
 
@@ -597,12 +603,8 @@ Status UnsharpMask::Build(UInt32 n, const Float*) {
   VLGD_RETURN_IF_ERROR(CheckedKernelSize(n, size));
   VLGD_RETURN_IF_ERROR(Resize(static_cast<UInt32>(size)));
   const std::vector<Float> profile = GaussianProfile(n);
-  const auto count = static_cast<std::size_t>(size);
-  for (std::size_t i = 0; i < count; ++i)
-    for (std::size_t j = 0; j < count; ++j) values_[i * count + j] = profile[j] * profile[i];
-  Float sum = 0.0;
-  for (const Float value : values_) sum += value;
-  const std::size_t centre = count * count / 2;
+  const Float sum = FillGaussian(profile, values_);
+  const std::size_t centre = values_.size() / 2;
   values_[centre] = -((sum + sum) - values_[centre]);
   for (Float& value : values_) value *= -1.0;
   Float newSum = 0.0;
