@@ -2,6 +2,7 @@
 
 #include "platform/host.h"
 #include "vellgrund/erosion_droplet.h"
+#include "vellgrund/erosion_hydraulic.h"
 #include "vellgrund/erosion_lowland.h"
 #include "vellgrund/erosion_thermal.h"
 #include "vellgrund/filter_loops.h"
@@ -107,6 +108,8 @@ Status ErosionOperator::Compute(const Grid2D<Float>& incoming, Node& op, Documen
       return platform::Ok();
     case EROSIONOPERATOR_MODE_LOWLAND:
       return Erosion::FlattenLowlands(result_, ReadLowland(data));
+    case EROSIONOPERATOR_MODE_HYDRAULIC:
+      return Erosion::HydraulicErosion(result_, data.GetInt32(EROSIONOPERATOR_HYDRAULIC_ITERATIONS, 20), context);
     default:
       return platform::Ok();
   }

@@ -8,6 +8,7 @@
 #include "platform/host.h"
 #include "support/operator_fixture.h"
 #include "vellgrund/erosion_droplet.h"
+#include "vellgrund/erosion_hydraulic.h"
 #include "vellgrund/erosion_lowland.h"
 #include "vellgrund/erosion_thermal.h"
 
@@ -106,6 +107,14 @@ TEST(ErosionOperatorTest, DispatchesToTheKindOnACopyOfTheInput) {
   ASSERT_TRUE(Erosion::FlattenLowlands(expected, lowland));
   EXPECT_TRUE(Identical(f.Result(), expected));
 
+  // The hydraulic simulation.
+  f.Set(EROSIONOPERATOR_MODE, Int32{3});
+  f.Set(EROSIONOPERATOR_HYDRAULIC_ITERATIONS, Int32{3});
+  ASSERT_TRUE(f.Compute(in));
+  expected = Copy(in);
+  ASSERT_TRUE(Erosion::HydraulicErosion(expected, 3, {}));
+  EXPECT_TRUE(Identical(f.Result(), expected));
+
   // An unknown kind passes the terrain through.
   f.Set(EROSIONOPERATOR_MODE, Int32{9});
   ASSERT_TRUE(f.Compute(in));
@@ -113,18 +122,23 @@ TEST(ErosionOperatorTest, DispatchesToTheKindOnACopyOfTheInput) {
 }
 
 TEST(ErosionOperatorTest, InAStackParameterChangesRecomputeItAndBlendChangesDoNot) {
-  for (Int32 mode = 0; mode <= 2; ++mode) {
+  for (Int32 mode = 0; mode <= 3; ++mode) {
     TerrainHarness h(16);
     h.AddGenerator("base", 1.0);  // heights 1 + column: a ramp
     Node* erosion = h.AddOperator(ID_EROSIONOPERATOR, "erosion");
     h.Set(erosion, TERRAINOPERATOR_BLENDMODE, Int32{0});
     h.Set(erosion, EROSIONOPERATOR_MODE, mode);
     h.Set(erosion, EROSIONOPERATOR_DROPLET_COUNT, Int32{50});
+    h.Set(erosion, EROSIONOPERATOR_HYDRAULIC_ITERATIONS, Int32{2});
     EXPECT_EQ(Recomputed(h), "base erosion") << mode;
     const Float before = h.Height(3, 5);
     const ParameterId change[] = {EROSIONOPERATOR_THERMAL_TALUS, EROSIONOPERATOR_DROPLET_DEPOSITION,
                                   EROSIONOPERATOR_FLATTEN_LEVEL_HIGH};
-    h.Set(erosion, change[mode], 0.9);
+    if (mode < 3) {
+      h.Set(erosion, change[mode], 0.9);
+    } else {
+      h.Set(erosion, EROSIONOPERATOR_HYDRAULIC_ITERATIONS, Int32{3});
+    }
     EXPECT_EQ(Recomputed(h), "erosion") << mode;
     EXPECT_NE(h.Height(3, 5), before) << mode;
     h.Set(erosion, EROSIONOPERATOR_DROPLET_P41, true);  // not in any rebuild list
