@@ -215,7 +215,7 @@ TEST(Cli, ExamplesBuildAlikeOnAnyThreadCount) {
       }
     } else {
       const std::string heights = NpyPayload(one);
-      EXPECT_GE(heights.size(), 301u * 301u * sizeof(double)) << example;
+      EXPECT_GE(heights.size(), 257u * 257u * sizeof(double)) << example;
       EXPECT_EQ(heights, NpyPayload(all)) << example;
     }
   }
