@@ -8,6 +8,7 @@
 #include "object/operator_blur.h"
 #include "object/operator_clamp.h"
 #include "object/operator_curve.h"
+#include "object/operator_erosion.h"
 #include "object/operator_fold.h"
 #include "object/operator_mirror.h"
 #include "object/operator_quantize.h"
@@ -91,6 +92,8 @@ std::vector<Registration> RegistrationTable() {
        MirrorOperatorDescription},
       {K::OBJECT, ID_FOLDOPERATOR, 37, "ofoldoperator", Main(320, 64), 10011, Allocate<FoldOperator>(),
        FoldOperatorDescription},
+      {K::OBJECT, ID_EROSIONOPERATOR, 38, "oerosionoperator", Main(64, 64), 10012, Allocate<ErosionOperator>(),
+       ErosionOperatorDescription},
       {K::OBJECT, ID_QUANTIZEOPERATOR, 38, "oquantizeoperator", Main(0, 128), 10014, Allocate<QuantizeOperator>(),
        QuantizeOperatorDescription},
       {K::SEPARATOR, 1054746, 40, "--", {}},

@@ -49,10 +49,12 @@ constexpr Float kWhiteQuantum = 65536.0;
 constexpr Vector kGradients3[16] = {{1, 1, 0},  {-1, 1, 0}, {1, -1, 0}, {-1, -1, 0}, {1, 0, 1},  {-1, 0, 1},
                                     {1, 0, -1}, {-1, 0, -1}, {0, 1, 1},  {0, -1, 1},  {0, 1, -1}, {0, -1, -1},
                                     {1, 1, 0},  {0, -1, 1}, {-1, 1, 0}, {0, -1, -1}};
-constexpr Float kDiagonal = 0.7071067811865476;
-constexpr Float kGradients2[8][2] = {{1, 0},         {-1, 0},         {0, 1},          {0, -1},
-                                     {kDiagonal, kDiagonal}, {-kDiagonal, kDiagonal}, {kDiagonal, -kDiagonal},
-                                     {-kDiagonal, -kDiagonal}};
+// Eight unit directions at 22.5 + k x 45 degrees. None lies along an axis: with axis-aligned
+// gradients the noise vanishes along whole lattice lines, and sums of |n| show them as creases.
+constexpr Float kMajor = 0.9238795325112867;  // cos 22.5 degrees
+constexpr Float kMinor = 0.3826834323650898;  // sin 22.5 degrees
+constexpr Float kGradients2[8][2] = {{kMajor, kMinor},  {kMinor, kMajor},  {-kMinor, kMajor},  {-kMajor, kMinor},
+                                     {-kMajor, -kMinor}, {-kMinor, -kMajor}, {kMinor, -kMajor}, {kMajor, -kMinor}};
 
 inline Int FastFloor(Float x) {
   const Int i = static_cast<Int>(x);
@@ -294,8 +296,11 @@ struct Octave {
 };
 
 Octave MakeOctave(Int k, Float nominalFrequency, Int32 repeat) {
-  // Fixed shifts keep the octaves from sharing a lattice point at the origin.
-  const Vector offset(static_cast<Float>(k) * 37.137, static_cast<Float>(k) * 17.351, static_cast<Float>(k) * 23.713);
+  // Fixed shifts keep the octaves from sharing a lattice point at the origin. Every octave
+  // reads y half-way between lattice planes: a terrain samples the plane y = 0, and on a
+  // lattice plane gradient noise degenerates, its zeros lining up into visible creases.
+  const Float shift = static_cast<Float>(k + 1);
+  const Vector offset(shift * 37.137, static_cast<Float>(k) * 17.0 + 0.5, shift * 23.713);
   if (repeat <= 0) return {nominalFrequency, 0, offset};
   const Int cells = std::max<Int>(1, FastFloor(static_cast<Float>(repeat) * nominalFrequency + 0.5));
   return {static_cast<Float>(cells) / static_cast<Float>(repeat), cells, offset};

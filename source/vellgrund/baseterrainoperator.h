@@ -69,6 +69,7 @@ enum PluginId : Int32 {
   ID_GRADIENTOPERATOR = 1054623,
   ID_MIRROROPERATOR = 1054640,
   ID_TERRAINOPERATORSHADER = 1054655,  // also the message that tells materials a result changed
+  ID_EROSIONOPERATOR = 1054690,
   ID_PREFERENCES = 1055624,            // preference container; also the preference-changed message
   ID_FOLDOPERATOR = 1055664,
   ID_SHARPENOPERATOR = 1056139,

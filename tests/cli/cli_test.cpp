@@ -191,7 +191,7 @@ std::string NpyPayload(const std::filesystem::path& file) {
 // read one world-space noise meet without a step.
 TEST(Cli, ExamplesBuildAlikeOnAnyThreadCount) {
   testing_support::TempDir dir;
-  for (const char* example : {"default", "island", "dunes", "neighbours"}) {
+  for (const char* example : {"default", "island", "dunes", "neighbours", "scree", "rain", "lowlands", "riverbed"}) {
     const std::string scene = std::string(VELLGRUND_EXAMPLES_DIR) + "/" + example + ".json";
     const auto one = dir.File(std::string(example) + "-1.npy");
     const auto all = dir.File(std::string(example) + "-n.npy");
@@ -215,7 +215,7 @@ TEST(Cli, ExamplesBuildAlikeOnAnyThreadCount) {
       }
     } else {
       const std::string heights = NpyPayload(one);
-      EXPECT_EQ(heights.size(), 501u * 501u * sizeof(double)) << example;
+      EXPECT_GE(heights.size(), 257u * 257u * sizeof(double)) << example;
       EXPECT_EQ(heights, NpyPayload(all)) << example;
     }
   }

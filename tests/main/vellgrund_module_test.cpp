@@ -17,7 +17,7 @@ TEST(ModuleTest, RegistersTheMenuInOrderAndNeedsBothIconSheets) {
   ASSERT_TRUE(VLGD::StartModule(host));
   std::string menu;
   for (const PluginInfo* info : host.GetRegistry().MenuOrder()) menu += info->registeredName + " ";
-  EXPECT_EQ(menu, "#$10Terrain #$20-- #$21Noise #$24Gradient #$25Group #$30-- #$31Adjustment #$32Curve #$33Clamp #$34Blur #$35Sharpen #$36Mirror #$37Fold #$38Quantize #$40-- #$50-- ");
+  EXPECT_EQ(menu, "#$10Terrain #$20-- #$21Noise #$24Gradient #$25Group #$30-- #$31Adjustment #$32Curve #$33Clamp #$34Blur #$35Sharpen #$36Mirror #$37Fold #$38Erosion #$38Quantize #$40-- #$50-- ");
   EXPECT_EQ(console.Lines().at(1), "Procedural terrain for artists and technical directors.");
   EXPECT_EQ(host.GetRegistry().Find(1054563)->diskLevel, 1);
   EXPECT_EQ(host.GetRegistry().FindIcon(1056652)->x, 256);

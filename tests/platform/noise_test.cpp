@@ -138,6 +138,25 @@ TEST(NoiseTest, SmoothNoisesAreContinuousAndFadingSmoothsDetail) {
   EXPECT_LT(roughness(0.1), 0.9 * roughness(0.0));
 }
 
+TEST(NoiseTest, NoLatticeLineOfATerrainPlaneIsAZeroLine) {
+  // A terrain reads the noise on the plane y = 0. If the noise vanished along a whole lattice
+  // edge there, sums of |n| would crease along the lattice; check 200 edges of the first
+  // octave in 2-D and in 3-D.
+  const auto noise = Generator(515);
+  for (const bool twoD : {true, false})
+    for (int edge = 0; edge < 200; ++edge) {
+      const Float x = static_cast<Float>(edge % 20 - 10);
+      const Float z0 = static_cast<Float>(edge / 20 - 5);
+      Float largest = 0.0;
+      for (int k = 1; k < 16; ++k) {
+        const Vector p(x, 0.0, z0 + static_cast<Float>(k) / 16.0);
+        largest = std::max(largest, std::abs(noise->Noise(static_cast<Int32>(NoiseType::PERLIN), twoD, p, 0.0, 1.0,
+                                                          false, 0.0, 0.0, 0) - 0.5));
+      }
+      EXPECT_GT(largest, 1e-3) << "twoD " << twoD << " x " << x << " z " << z0;
+    }
+}
+
 TEST(NoiseTest, FbmSettingsAreCheckedAndShapeTheRidgedMultifractal) {
   const auto noise = Generator(5);
   EXPECT_FALSE(noise->InitFbm(0, 2.0, 1.0));

@@ -1,0 +1,166 @@
+#include "object/operator_erosion.h"
+
+#include "platform/host.h"
+#include "vellgrund/erosion_droplet.h"
+#include "vellgrund/erosion_hydraulic.h"
+#include "vellgrund/erosion_lowland.h"
+#include "vellgrund/erosion_thermal.h"
+#include "vellgrund/filter_loops.h"
+
+namespace VLGD {
+namespace {
+
+using platform::ValueType;
+
+// The mode whose group holds a parameter, or -1 for the mode itself and the base
+// operator's parameters.
+Int32 ModeOf(ParameterId id) {
+  if (id >= EROSIONOPERATOR_THERMAL_ITERATIONS && id <= EROSIONOPERATOR_THERMAL_SMOOTH) return EROSIONOPERATOR_MODE_THERMAL;
+  if (id >= EROSIONOPERATOR_DROPLET_COUNT && id <= EROSIONOPERATOR_DROPLET_P41) return EROSIONOPERATOR_MODE_DROPLET;
+  if (id >= EROSIONOPERATOR_FLATTEN_LEVEL_LOW && id <= EROSIONOPERATOR_FLATTEN_SOFTNESS)
+    return EROSIONOPERATOR_MODE_LOWLAND;
+  if (id == EROSIONOPERATOR_HYDRAULIC_ITERATIONS) return EROSIONOPERATOR_MODE_HYDRAULIC;
+  return -1;
+}
+
+Erosion::ThermalSettings ReadThermal(const ParameterContainer& data) {
+  Erosion::ThermalSettings settings;
+  settings.iterations = data.GetInt32(EROSIONOPERATOR_THERMAL_ITERATIONS, 1);
+  settings.intensity = data.GetFloat(EROSIONOPERATOR_THERMAL_INTENSITY, settings.intensity);
+  settings.talus = data.GetFloat(EROSIONOPERATOR_THERMAL_TALUS, settings.talus);
+  settings.deposit = data.GetFloat(EROSIONOPERATOR_THERMAL_DEPOSIT, settings.deposit);
+  settings.neighbourhood = data.GetInt32(EROSIONOPERATOR_THERMAL_NEIGHBOURHOOD, 2);
+  settings.smooth = data.GetBool(EROSIONOPERATOR_THERMAL_SMOOTH, settings.smooth);
+  return settings;
+}
+
+Erosion::DropletSettings ReadDroplets(const ParameterContainer& data) {
+  Erosion::DropletSettings settings;
+  // The description keeps the seed within 0 .. 2^32 - 1.
+  settings.seed = static_cast<UInt32>(data.GetInt64(EROSIONOPERATOR_DROPLET_SEED, settings.seed));
+  settings.count = data.GetInt32(EROSIONOPERATOR_DROPLET_COUNT, settings.count);
+  settings.deposition = data.GetFloat(EROSIONOPERATOR_DROPLET_DEPOSITION, settings.deposition);
+  settings.friction = data.GetFloat(EROSIONOPERATOR_DROPLET_FRICTION, settings.friction);
+  return settings;
+}
+
+Erosion::LowlandSettings ReadLowland(const ParameterContainer& data) {
+  Erosion::LowlandSettings settings;
+  settings.low = data.GetFloat(EROSIONOPERATOR_FLATTEN_LEVEL_LOW, settings.low);
+  settings.high = data.GetFloat(EROSIONOPERATOR_FLATTEN_LEVEL_HIGH, settings.high);
+  settings.noiseScale = data.GetFloat(EROSIONOPERATOR_FLATTEN_NOISE_SCALE, settings.noiseScale);
+  settings.exponent = data.GetFloat(EROSIONOPERATOR_FLATTEN_EXPONENT, settings.exponent);
+  settings.noiseAmount = data.GetFloat(EROSIONOPERATOR_FLATTEN_NOISE_AMOUNT, settings.noiseAmount);
+  settings.softness = data.GetFloat(EROSIONOPERATOR_FLATTEN_SOFTNESS, settings.softness);
+  return settings;
+}
+
+}  // namespace
+
+TERRAINOPERATORFLAGS ErosionOperator::GetFlags(const Node& op) const {
+  // Every kind but thermal weathering reads the incoming range.
+  if (op.GetData().GetInt32(EROSIONOPERATOR_MODE, 0) == EROSIONOPERATOR_MODE_THERMAL)
+    return TERRAINOPERATORFLAGS::TYPE_FILTER;
+  return TERRAINOPERATORFLAGS::TYPE_FILTER | TERRAINOPERATORFLAGS::REQUIRES_MINMAX;
+}
+
+bool ErosionOperator::GetOperatorDEnabling(const Node& op, ParameterId id, const Value&) const {
+  const Int32 mode = ModeOf(id);
+  return mode < 0 || op.GetData().GetInt32(EROSIONOPERATOR_MODE, 0) == mode;
+}
+
+bool ErosionOperator::GetRebuildParameters(std::vector<ParameterId>& ids, const ParameterContainer& data) const {
+  if (!AppendRebuildParameters(ids, {EROSIONOPERATOR_MODE})) return false;
+  switch (data.GetInt32(EROSIONOPERATOR_MODE, 0)) {
+    case EROSIONOPERATOR_MODE_THERMAL:
+      return AppendRebuildParameters(
+          ids, {EROSIONOPERATOR_THERMAL_ITERATIONS, EROSIONOPERATOR_THERMAL_INTENSITY, EROSIONOPERATOR_THERMAL_TALUS,
+                EROSIONOPERATOR_THERMAL_NEIGHBOURHOOD, EROSIONOPERATOR_THERMAL_DEPOSIT, EROSIONOPERATOR_THERMAL_SMOOTH});
+    case EROSIONOPERATOR_MODE_DROPLET:
+      // P41 is left out: editing it never rebuilds.
+      return AppendRebuildParameters(
+          ids, {EROSIONOPERATOR_DROPLET_SEED, EROSIONOPERATOR_DROPLET_COUNT, EROSIONOPERATOR_DROPLET_P32,
+                EROSIONOPERATOR_DROPLET_DEPOSITION, EROSIONOPERATOR_DROPLET_P34, EROSIONOPERATOR_DROPLET_FRICTION,
+                EROSIONOPERATOR_DROPLET_P36, EROSIONOPERATOR_DROPLET_P37, EROSIONOPERATOR_DROPLET_P38,
+                EROSIONOPERATOR_DROPLET_P39});
+    case EROSIONOPERATOR_MODE_LOWLAND:
+      return AppendRebuildParameters(
+          ids, {EROSIONOPERATOR_FLATTEN_LEVEL_LOW, EROSIONOPERATOR_FLATTEN_LEVEL_HIGH,
+                EROSIONOPERATOR_FLATTEN_NOISE_SCALE, EROSIONOPERATOR_FLATTEN_NOISE_AMOUNT,
+                EROSIONOPERATOR_FLATTEN_EXPONENT, EROSIONOPERATOR_FLATTEN_SOFTNESS});
+    case EROSIONOPERATOR_MODE_HYDRAULIC:
+      return AppendRebuildParameters(ids, {EROSIONOPERATOR_HYDRAULIC_ITERATIONS});
+    default:
+      return true;
+  }
+}
+
+Status ErosionOperator::Compute(const Grid2D<Float>& incoming, Node& op, Document&, const EvaluationContext& context) {
+  const ParameterContainer& data = op.GetData();
+  const Int32 mode = data.GetInt32(EROSIONOPERATOR_MODE, 0);
+  result_.Reset();
+  VLGD_RETURN_IF_ERROR(result_.CopyFrom(incoming));
+  switch (mode) {
+    case EROSIONOPERATOR_MODE_THERMAL:
+      return Erosion::ThermalWeathering(result_, ReadThermal(data), context, op.GetHost().GetStrings());
+    case EROSIONOPERATOR_MODE_DROPLET:
+      (void)Erosion::SimulateDroplets(result_, ReadDroplets(data));
+      return platform::Ok();
+    case EROSIONOPERATOR_MODE_LOWLAND:
+      return Erosion::FlattenLowlands(result_, ReadLowland(data));
+    case EROSIONOPERATOR_MODE_HYDRAULIC:
+      return Erosion::HydraulicErosion(result_, data.GetInt32(EROSIONOPERATOR_HYDRAULIC_ITERATIONS, 20), context);
+    default:
+      return platform::Ok();
+  }
+}
+
+platform::Description ErosionOperatorDescription() {
+  using platform::DescribeParameter;
+  platform::ParameterDescription mode =
+      DescribeParameter(EROSIONOPERATOR_MODE, "EROSIONOPERATOR_MODE", ValueType::INT32, Int32{EROSIONOPERATOR_MODE_THERMAL});
+  mode.enumeration = "EROSIONMODE";
+  const auto real = [](ParameterId id, const char* symbol, Float value) {
+    return DescribeParameter(id, symbol, ValueType::FLOAT, value);
+  };
+  const auto whole = [](ParameterId id, const char* symbol, Int32 value) {
+    return DescribeParameter(id, symbol, ValueType::INT32, value);
+  };
+  return {"oerosionoperator",
+          {"Obaseterrainoperator"},
+          {
+              mode,
+              whole(EROSIONOPERATOR_THERMAL_ITERATIONS, "EROSIONOPERATOR_THERMAL_ITERATIONS", 5),
+              real(EROSIONOPERATOR_THERMAL_INTENSITY, "EROSIONOPERATOR_THERMAL_INTENSITY", 0.8),
+              real(EROSIONOPERATOR_THERMAL_TALUS, "EROSIONOPERATOR_THERMAL_TALUS", 0.1),
+              whole(EROSIONOPERATOR_THERMAL_NEIGHBOURHOOD, "EROSIONOPERATOR_THERMAL_NEIGHBOURHOOD", 3),
+              real(EROSIONOPERATOR_THERMAL_DEPOSIT, "EROSIONOPERATOR_THERMAL_DEPOSIT", 0.2),
+              DescribeParameter(EROSIONOPERATOR_THERMAL_SMOOTH, "EROSIONOPERATOR_THERMAL_SMOOTH", ValueType::BOOL, true),
+              DescribeParameter(EROSIONOPERATOR_DROPLET_SEED, "EROSIONOPERATOR_DROPLET_SEED", ValueType::INT64,
+                                Int{1234}, 0.0, 4294967295.0),
+              whole(EROSIONOPERATOR_DROPLET_COUNT, "EROSIONOPERATOR_DROPLET_COUNT", 5000),
+              real(EROSIONOPERATOR_DROPLET_P32, "EROSIONOPERATOR_DROPLET_P32", 0.04),
+              real(EROSIONOPERATOR_DROPLET_DEPOSITION, "EROSIONOPERATOR_DROPLET_DEPOSITION", 0.03),
+              real(EROSIONOPERATOR_DROPLET_P34, "EROSIONOPERATOR_DROPLET_P34", 0.15),
+              real(EROSIONOPERATOR_DROPLET_FRICTION, "EROSIONOPERATOR_DROPLET_FRICTION", 0.7),
+              real(EROSIONOPERATOR_DROPLET_P36, "EROSIONOPERATOR_DROPLET_P36", 0.8),
+              real(EROSIONOPERATOR_DROPLET_P37, "EROSIONOPERATOR_DROPLET_P37", 0.1),
+              whole(EROSIONOPERATOR_DROPLET_P38, "EROSIONOPERATOR_DROPLET_P38", 80),
+              real(EROSIONOPERATOR_DROPLET_P39, "EROSIONOPERATOR_DROPLET_P39", 0.04),
+              DescribeParameter(EROSIONOPERATOR_DROPLET_P41, "EROSIONOPERATOR_DROPLET_P41", ValueType::BOOL, false),
+              real(EROSIONOPERATOR_FLATTEN_LEVEL_LOW, "EROSIONOPERATOR_FLATTEN_LEVEL_LOW", 0.25),
+              real(EROSIONOPERATOR_FLATTEN_LEVEL_HIGH, "EROSIONOPERATOR_FLATTEN_LEVEL_HIGH", 0.5),
+              real(EROSIONOPERATOR_FLATTEN_NOISE_SCALE, "EROSIONOPERATOR_FLATTEN_NOISE_SCALE", 2.0),
+              real(EROSIONOPERATOR_FLATTEN_EXPONENT, "EROSIONOPERATOR_FLATTEN_EXPONENT", 3.0),
+              real(EROSIONOPERATOR_FLATTEN_NOISE_AMOUNT, "EROSIONOPERATOR_FLATTEN_NOISE_AMOUNT", 0.4),
+              real(EROSIONOPERATOR_FLATTEN_SOFTNESS, "EROSIONOPERATOR_FLATTEN_SOFTNESS", 0.0),
+              whole(EROSIONOPERATOR_HYDRAULIC_ITERATIONS, "EROSIONOPERATOR_HYDRAULIC_ITERATIONS", 20),
+          },
+          {{"EROSIONMODE",
+            {{"THERMAL_WEATHERING", EROSIONOPERATOR_MODE_THERMAL},
+             {"DROPLET", EROSIONOPERATOR_MODE_DROPLET},
+             {"LOWLAND_FLATTENING", EROSIONOPERATOR_MODE_LOWLAND},
+             {"HYDRAULIC", EROSIONOPERATOR_MODE_HYDRAULIC}}}}};
+}
+
+}  // namespace VLGD

@@ -1,0 +1,240 @@
+#include "vellgrund/erosion_thermal.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "platform/parallel.h"
+#include "platform/progress.h"
+#include "support/operator_fixture.h"
+
+namespace {
+
+using namespace VLGD;
+using namespace VLGD::Erosion;
+using namespace testing_support;
+
+ThermalSettings Settings(Int32 neighbourhood, bool smooth, Int32 iterations = 1) {
+  ThermalSettings s;
+  s.neighbourhood = neighbourhood;
+  s.smooth = smooth;
+  s.iterations = iterations;
+  return s;
+}
+
+Status Weather(Grid2D<Float>& grid, const ThermalSettings& s, const EvaluationContext& context = {}) {
+  const platform::StringTable strings;
+  return ThermalWeathering(grid, s, context, strings);
+}
+
+// The scatter as one would write it: samples in index order, each taking its slides off a
+// copy of the start-of-pass grid and adding them to its receivers there.
+Grid2D<Float> Reference(const Grid2D<Float>& start, const ThermalSettings& s) {
+  const Int w = start.Width(), h = start.Height();
+  const bool eight = s.neighbourhood == 1 || s.neighbourhood == 3;
+  const bool allLower = s.neighbourhood == 3 || s.neighbourhood == 4;
+  const std::vector<std::pair<Int, Int>> offsets =
+      eight ? std::vector<std::pair<Int, Int>>{{0, -1}, {1, -1}, {-1, -1}, {0, 1}, {1, 1}, {-1, 1}, {-1, 0}, {1, 0}}
+            : std::vector<std::pair<Int, Int>>{{0, -1}, {1, 0}, {0, 1}, {-1, 0}};
+  Grid2D<Float> grid = Copy(start);
+  for (Int32 i = 0; i < s.iterations; ++i) {
+    Grid2D<Float> t = Copy(grid);
+    for (Int y = 0; y < h; ++y)
+      for (Int x = 0; x < w; ++x) {
+        std::vector<std::pair<Int, Int>> listed;
+        for (const auto& [dx, dy] : offsets)
+          if (x + dx >= 0 && x + dx < w && y + dy >= 0 && y + dy < h) listed.emplace_back(x + dx, y + dy);
+        const auto add = [&t](std::pair<Int, Int> n, Float v) {
+          t.Set(n.first, n.second, t.Get(n.first, n.second) + v);
+        };
+        const Float hs = grid.Get(x, y);
+        if (allLower) {
+          Float sum = 0.0, dmax = -std::numeric_limits<Float>::infinity();
+          for (const auto& n : listed)
+            if (const Float d = hs - grid.Get(n.first, n.second); d > s.talus) {
+              sum += d;
+              dmax = std::max(dmax, d);
+            }
+          const Float inv = sum != 0.0 ? 1.0 / sum : 0.0;
+          for (const auto& n : listed)
+            if (const Float d = hs - grid.Get(n.first, n.second); d > s.talus) {
+              const Float m = (dmax - s.talus) * d * inv;
+              add({x, y}, -m * s.intensity);
+              add(n, m * s.deposit);
+            }
+        } else if (!listed.empty()) {
+          auto lowest = listed.front();
+          for (const auto& n : listed)
+            if (grid.Get(n.first, n.second) < grid.Get(lowest.first, lowest.second)) lowest = n;
+          if (const Float d = hs - grid.Get(lowest.first, lowest.second); d > s.talus) {
+            add({x, y}, -d * s.intensity);
+            add(lowest, d * s.intensity * s.deposit);
+          }
+        }
+      }
+    grid = Copy(t);
+    if (allLower && s.smooth)
+      for (Int y = 0; y < h; ++y)
+        for (Int x = 0; x < w; ++x) {
+          const auto at = [&](Int cx, Int cy) {
+            return t.Get(std::clamp<Int>(cx, 0, w - 1), std::clamp<Int>(cy, 0, h - 1));
+          };
+          grid.Set(x, y, 0.2 * (at(x - 1, y) + at(x, y) + at(x + 1, y) + at(x, y + 1) + at(x, y - 1)));
+        }
+  }
+  return grid;
+}
+
+::testing::AssertionResult NearReference(const Grid2D<Float>& start, const ThermalSettings& s) {
+  Grid2D<Float> grid = Copy(start);
+  if (auto done = Weather(grid, s); !done) return ::testing::AssertionFailure() << done.error().message;
+  const Grid2D<Float> expected = Reference(start, s);
+  for (Int i = 0; i < grid.Count(); ++i)
+    if (std::abs(grid.Data()[i] - expected.Data()[i]) > 1e-12 * (1.0 + std::abs(expected.Data()[i])))
+      return ::testing::AssertionFailure() << "sample " << i << ": " << grid.Data()[i] << " vs " << expected.Data()[i];
+  return ::testing::AssertionSuccess();
+}
+
+TEST(ThermalWeathering, SinglePeakSlidesToItsLowerNeighbours) {
+  const auto peak = [](Int x, Int y) {
+    return MakeGrid(5, 4, [=](Int cx, Int cy) { return cx == x && cy == y ? 1.0 : 0.0; });
+  };
+  // Inner peak, all lower of four: m = 0.9 x 1 / 4; the peak loses 4 m x 0.8, each gets m x 0.2.
+  Grid2D<Float> grid = peak(2, 1);
+  ASSERT_TRUE(Weather(grid, Settings(4, false)));
+  EXPECT_DOUBLE_EQ(grid.Get(2, 1), 0.28);
+  for (const auto& [x, y] : {std::pair<Int, Int>{2, 0}, {3, 1}, {2, 2}, {1, 1}})
+    EXPECT_DOUBLE_EQ(grid.Get(x, y), 0.045);
+  EXPECT_EQ(grid.Get(1, 0), 0.0);
+  // All lower of eight: eight shares of 0.9 / 8.
+  grid = peak(2, 1);
+  ASSERT_TRUE(Weather(grid, Settings(3, false)));
+  EXPECT_DOUBLE_EQ(grid.Get(2, 1), 0.28);
+  EXPECT_DOUBLE_EQ(grid.Get(1, 0), 0.0225);
+  EXPECT_DOUBLE_EQ(grid.Get(3, 2), 0.0225);
+  // Lowest only: all neighbours tie and the first listed (the row above) takes 0.8 x 0.2.
+  for (const Int32 n : {1, 2}) {
+    grid = peak(2, 1);
+    ASSERT_TRUE(Weather(grid, Settings(n, true)));
+    EXPECT_DOUBLE_EQ(grid.Get(2, 1), 0.2);
+    EXPECT_DOUBLE_EQ(grid.Get(2, 0), 0.16);
+    EXPECT_EQ(grid.Get(2, 2) + grid.Get(1, 1) + grid.Get(3, 1) + grid.Get(1, 0), 0.0) << n;  // never smoothed
+  }
+}
+
+TEST(ThermalWeathering, BordersListOnlyNeighboursInside) {
+  // Corner (0, 0): 3 of eight, 2 of four; edge (2, 0): 5 of eight, 3 of four. No wrapping.
+  const struct {
+    Int x;
+    Int32 neighbourhood;
+    Float gain;
+  } cases[] = {{0, 3, 0.9 / 3 * 0.2}, {0, 4, 0.9 / 2 * 0.2}, {2, 3, 0.9 / 5 * 0.2}, {2, 4, 0.9 / 3 * 0.2}};
+  for (const auto& c : cases) {
+    Grid2D<Float> grid = MakeGrid(5, 4, [&](Int x, Int y) { return x == c.x && y == 0 ? 1.0 : 0.0; });
+    ASSERT_TRUE(Weather(grid, Settings(c.neighbourhood, false)));
+    EXPECT_DOUBLE_EQ(grid.Get(c.x, 0), 0.28);
+    EXPECT_DOUBLE_EQ(grid.Get(c.x, 1), c.gain) << c.x << " " << c.neighbourhood;
+    for (Int x = 0; x < 5; ++x) EXPECT_EQ(grid.Get(x, 3), 0.0);
+    EXPECT_EQ(grid.Get(4, 0) + grid.Get(4, 1), 0.0);
+  }
+}
+
+TEST(ThermalWeathering, TalusAboveEveryDifferenceOnlySmooths) {
+  const Grid2D<Float> start = RandomGrid(23, 17, 5);
+  for (const Int32 n : {1, 2, 3, 4}) {
+    ThermalSettings s = Settings(n, n <= 2, 3);
+    s.talus = 1.0;
+    Grid2D<Float> grid = Copy(start);
+    ASSERT_TRUE(Weather(grid, s));
+    EXPECT_TRUE(Identical(grid, start)) << n;
+  }
+  ThermalSettings s = Settings(3, true, 2);
+  s.talus = 1.0;
+  EXPECT_TRUE(NearReference(start, s));  // the smoothing alone
+}
+
+TEST(ThermalWeathering, ZeroIterationsAreRefusedAndCancellationIsSparse) {
+  const Grid2D<Float> start = RandomGrid(9, 7, 2);
+  Grid2D<Float> grid = Copy(start);
+  auto refused = Weather(grid, Settings(3, true, 0));
+  ASSERT_FALSE(refused);
+  EXPECT_EQ(refused.error().message, "Intensity and iterations must not be 0!");
+  EXPECT_TRUE(Identical(grid, start));
+  ASSERT_TRUE(Weather(grid, Settings(3, true, -2)));
+  EXPECT_TRUE(Identical(grid, start));
+
+  // Passes 0 and 1 never look at the break flag; pass 2 does and keeps the two before it.
+  platform::CancellationToken token;
+  token.Cancel();
+  EvaluationContext context;
+  context.thread = &token;
+  Grid2D<Float> twoPasses = Copy(start);
+  ASSERT_TRUE(Weather(twoPasses, Settings(3, true, 2), context));
+  auto cancelled = Weather(grid, Settings(3, true, 7), context);
+  ASSERT_FALSE(cancelled);
+  EXPECT_EQ(cancelled.error().kind, platform::ErrorKind::Cancelled);
+  EXPECT_EQ(cancelled.error().message, "Thermal Weathering cancelled!");
+  EXPECT_TRUE(Identical(grid, twoPasses));
+}
+
+TEST(ThermalWeathering, ReportsEveryPassInWholePercent) {
+  struct Recorder final : platform::ProgressSink {
+    void SetStatus(std::string_view text) override { texts.emplace_back(text); }
+    void ClearStatus() override {}
+    void SetProgress(double fraction) override { fractions.push_back(fraction); }
+    std::vector<std::string> texts;
+    std::vector<double> fractions;
+  } recorder;
+  platform::StringTable strings;
+  ASSERT_TRUE(strings.LoadText(R"({"10083": "Weathering # of #"})", "test"));
+  EvaluationContext context;
+  context.progress = &recorder;
+  Grid2D<Float> grid = RandomGrid(4, 4, 1);
+  ASSERT_TRUE(ThermalWeathering(grid, Settings(2, false, 3), context, strings));
+  EXPECT_EQ(recorder.texts, (std::vector<std::string>{"Weathering 0 of 3", "Weathering 1 of 3", "Weathering 2 of 3"}));
+  EXPECT_EQ(recorder.fractions, (std::vector<double>{0.0, 0.33, 0.66}));
+}
+
+TEST(ThermalWeathering, MatchesTheSequentialScatter) {
+  // Large enough to run the slide passes on several threads. Weathering drives neighbour
+  // differences onto the talus itself, where a rounding difference flips a comparison, so
+  // random heights are compared over one pass; whole steps and binary fractions stay exact
+  // over several, ties of the lowest neighbour included.
+  const Grid2D<Float> random = RandomGrid(131, 97, 7);
+  const Grid2D<Float> terraces = MakeGrid(37, 29, [](Int x, Int y) { return static_cast<Float>((x * 7 + y * 3) % 4); });
+  for (const Int32 n : {1, 2, 3, 4, 0})
+    for (const bool smoothing : {false, true}) {
+      ThermalSettings s = Settings(n, smoothing, 1);
+      s.talus = 0.05;
+      EXPECT_TRUE(NearReference(random, s)) << n << smoothing;
+      s.talus = -0.01;  // equal and slightly higher neighbours take part too
+      EXPECT_TRUE(NearReference(random, s)) << n << smoothing;
+      s.iterations = 3;
+      s.talus = 0.5;
+      s.intensity = 0.5;
+      s.deposit = 0.25;
+      EXPECT_TRUE(NearReference(terraces, s)) << n << smoothing;
+    }
+}
+
+TEST(ThermalWeathering, ResultDoesNotDependOnTheThreadCount) {
+  const Grid2D<Float> start = RandomGrid(611, 523, 11);
+  for (const Int32 n : {1, 2, 3, 4}) {
+    Grid2D<Float> one = Copy(start);
+    Grid2D<Float> all = Copy(start);
+    {
+      const platform::ScopedThreadLimit limit(1);
+      ASSERT_TRUE(Weather(one, Settings(n, true, 3)));
+    }
+    ASSERT_TRUE(Weather(all, Settings(n, true, 3)));
+    EXPECT_TRUE(Identical(all, one)) << n;
+  }
+}
+
+}  // namespace
