@@ -315,26 +315,20 @@ VLGD_ROW_LOOP void ErodeRow(Int width, const Float* __restrict up, const Float* 
                             Float* __restrict marks) {
   // Whether any sample is marked, as bits: a count would keep the loop from vectorising.
   platform::UInt64 marked = 0;
-  const Int last = width - 1;
-  for (Int x = 0; x < width; x += std::max<Int>(last, 1)) {  // the two edge samples
-    const Float dX = row[std::min(x + 1, last)] - row[std::max<Int>(x - 1, 0)];
+  // Edge and inner samples differ only in how they find their neighbours along the row.
+  const auto erode = [&](Int x, Float dX) {
     const FirstErosion f = ErodeFirst(dX, down[x] - up[x], row[x], d2[x], sediment[x], u[x], v[x]);
     bOut[x] = f.eroded.terrain;
     dOut[x] = f.eroded.water;
     sOut[x] = f.eroded.sediment;
     slopes[x] = f.slope2;
     marks[x] = f.tiltMark;
-    marked |= std::bit_cast<platform::UInt64>(marks[x]);
-  }
-  for (Int x = 1; x < last; ++x) {
-    const FirstErosion f = ErodeFirst(row[x + 1] - row[x - 1], down[x] - up[x], row[x], d2[x], sediment[x], u[x], v[x]);
-    bOut[x] = f.eroded.terrain;
-    dOut[x] = f.eroded.water;
-    sOut[x] = f.eroded.sediment;
-    slopes[x] = f.slope2;
-    marks[x] = f.tiltMark;
-    marked |= std::bit_cast<platform::UInt64>(marks[x]);
-  }
+    return std::bit_cast<platform::UInt64>(f.tiltMark);
+  };
+  const Int last = width - 1;
+  for (Int x = 0; x < width; x += std::max<Int>(last, 1))  // the two edge samples
+    marked |= erode(x, row[std::min(x + 1, last)] - row[std::max<Int>(x - 1, 0)]);
+  for (Int x = 1; x < last; ++x) marked |= erode(x, row[x + 1] - row[x - 1]);
   if (marked == 0) return;
   // The marked columns, listed in place without a branch per sample (mispredicted where
   // marked and unmarked samples mix), then done again with their tilt.

@@ -200,24 +200,19 @@ ParallelOptions SampleOptions() {
 template <class Family, bool kAllLower>
 Status SlidePass(const Pass& pass) {
   const Int count = pass.width * pass.height;
-  const auto out = [&pass](Int i0, Int i1) {
-    ForEachSample(i0, i1, pass.width, pass.height, [&pass](Int i, Int x, Int y, auto border) {
-      if constexpr (kAllLower)
-        SpreadOut<Family, decltype(border)::value>(pass, i, x, y);
-      else
-        SlideOut<Family, decltype(border)::value>(pass, i, x, y);
-    });
+  const auto loop = [&pass](auto gather) {
+    return [&pass](Int i0, Int i1) {
+      ForEachSample(i0, i1, pass.width, pass.height, [&pass](Int i, Int x, Int y, auto border) {
+        constexpr bool kBorder = decltype(border)::value;
+        if constexpr (kAllLower && !decltype(gather)::value) SpreadOut<Family, kBorder>(pass, i, x, y);
+        if constexpr (kAllLower && decltype(gather)::value) SpreadIn<Family, kBorder>(pass, i, x, y);
+        if constexpr (!kAllLower && !decltype(gather)::value) SlideOut<Family, kBorder>(pass, i, x, y);
+        if constexpr (!kAllLower && decltype(gather)::value) SlideIn<Family, kBorder>(pass, i, x, y);
+      });
+    };
   };
-  const auto in = [&pass](Int i0, Int i1) {
-    ForEachSample(i0, i1, pass.width, pass.height, [&pass](Int i, Int x, Int y, auto border) {
-      if constexpr (kAllLower)
-        SpreadIn<Family, decltype(border)::value>(pass, i, x, y);
-      else
-        SlideIn<Family, decltype(border)::value>(pass, i, x, y);
-    });
-  };
-  VLGD_RETURN_IF_ERROR(platform::ParallelForRange(0, count, SampleOptions(), out));
-  return platform::ParallelForRange(0, count, SampleOptions(), in);
+  VLGD_RETURN_IF_ERROR(platform::ParallelForRange(0, count, SampleOptions(), loop(std::false_type{})));
+  return platform::ParallelForRange(0, count, SampleOptions(), loop(std::true_type{}));
 }
 
 // destination = 0.2 x (left + sample + right + below + above), edges clamped.
