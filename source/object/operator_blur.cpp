@@ -12,14 +12,6 @@ using platform::ValueType;
 
 constexpr Int32 kOldGaussType = 4;  // the Gaussian's value in scenes of disk level 0
 
-// The range the result keeps from the incoming grid, as a copy of it would.
-void CopyRange(const Grid2D<Float>& from, Grid2D<Float>& to) {
-  to.ResetRange();
-  if (!from.IsMinMaxValid()) return;
-  to.IncludeInRange(from.Minimum());
-  to.IncludeInRange(from.Maximum());
-}
-
 }  // namespace
 
 bool BlurOperator::Read(Node& node, Int32 diskLevel) {
@@ -76,7 +68,7 @@ Status BlurOperator::Compute(const Grid2D<Float>& incoming, Node& op, Document&,
     default: {
       const Int diameter = 2 * static_cast<Int>(radius) + 1;
       VLGD_RETURN_IF_ERROR(Convolution::BoxBlur(incoming, result_, diameter, context.thread));
-      CopyRange(incoming, result_);
+      result_.CopyRangeFrom(incoming);  // the range is kept, as a copy would keep it
       return platform::Ok();
     }
   }

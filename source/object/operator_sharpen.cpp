@@ -6,19 +6,7 @@
 #include "vellgrund/filter_loops.h"
 
 namespace VLGD {
-namespace {
-
 using platform::ValueType;
-
-// The range the result keeps from the incoming grid, as a copy of it would.
-void CopyRange(const Grid2D<Float>& from, Grid2D<Float>& to) {
-  to.ResetRange();
-  if (!from.IsMinMaxValid()) return;
-  to.IncludeInRange(from.Minimum());
-  to.IncludeInRange(from.Maximum());
-}
-
-}  // namespace
 
 TERRAINOPERATORFLAGS SharpenOperator::GetFlags(const Node&) const {
   return TERRAINOPERATORFLAGS::TYPE_FILTER;
@@ -49,7 +37,7 @@ Status SharpenOperator::Compute(const Grid2D<Float>& incoming, Node& op, Documen
   switch (type) {
     case SHARPENOPERATOR_TYPE_SEPARABLE:
       VLGD_RETURN_IF_ERROR(Convolution::SeparableSharpen(incoming, result_, size, amount, context.thread));
-      CopyRange(incoming, result_);
+      result_.CopyRangeFrom(incoming);  // the range is kept, as a copy would keep it
       return platform::Ok();
     case SHARPENOPERATOR_TYPE_SHARPEN3X3:
       kernel = std::make_unique<Convolution::PresetKernels::Sharpen3x3>();

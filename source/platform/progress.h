@@ -2,6 +2,8 @@
 
 #include <string_view>
 
+#include "platform/types.h"
+
 namespace platform {
 
 // Receives the status text and progress of long work (the status bar of an editor, a
@@ -14,6 +16,12 @@ class ProgressSink {
   // fraction in 0 .. 1; a negative value means the amount of work is unknown.
   virtual void SetProgress(double fraction) = 0;
 };
+
+// Shows step `step` of `count` on the status bar; the bar moves in whole percent.
+inline void ShowStepProgress(ProgressSink& sink, Int step, Int count) {
+  const int percent = static_cast<int>(static_cast<double>(step) / static_cast<double>(count) * 100.0);
+  sink.SetProgress(percent / 100.0);
+}
 
 // Discards everything; the default where nobody watches.
 class NullProgressSink final : public ProgressSink {

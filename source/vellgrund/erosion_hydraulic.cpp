@@ -749,8 +749,7 @@ Status HydraulicErosion(Grid2D<Float>& grid, Int32 iterations, const EvaluationC
     if (context.progress != nullptr) {
       context.progress->SetStatus("Calculating Hydraulic Erosion iteration " + std::to_string(i) + " of " +
                                   std::to_string(iterations) + "...");
-      const auto percent = static_cast<int>(static_cast<Float>(i) / static_cast<Float>(iterations) * 100.0);
-      context.progress->SetProgress(static_cast<double>(percent) / 100.0);
+      platform::ShowStepProgress(*context.progress, i, iterations);
     }
     if (platform::TestBreak(context.thread)) return platform::CancelledError(detail::kCancelled);
     VLGD_RETURN_IF_ERROR(simulation.Step());

@@ -2,17 +2,17 @@
 
 #include <algorithm>
 #include <array>
-#include <charconv>
+#include <string>
 #include <cstdint>
 #include <cstring>
 #include <limits>
-#include <string_view>
 #include <type_traits>
 #include <utility>
 #include <vector>
 
 #include "platform/memory.h"
 #include "platform/parallel.h"
+#include "platform/progress.h"
 
 namespace VLGD::Erosion {
 namespace {
@@ -242,15 +242,8 @@ Status RunPass(Pass& pass) {
 
 void ShowPass(const EvaluationContext& context, const platform::StringTable& strings, Int32 i, Int32 count) {
   if (context.progress == nullptr) return;
-  char index[16];
-  char total[16];
-  const auto indexEnd = std::to_chars(index, index + sizeof index, i).ptr;
-  const auto totalEnd = std::to_chars(total, total + sizeof total, count).ptr;
-  context.progress->SetStatus(
-      strings.Format(kThermalStatusText, {std::string_view(index, indexEnd), std::string_view(total, totalEnd)}));
-  // The status bar moves in whole percent.
-  const auto percent = static_cast<Int32>(static_cast<Float>(i) / static_cast<Float>(count) * 100.0);
-  context.progress->SetProgress(percent / 100.0);
+  context.progress->SetStatus(strings.Format(kThermalStatusText, {std::to_string(i), std::to_string(count)}));
+  platform::ShowStepProgress(*context.progress, i, count);
 }
 
 }  // namespace

@@ -139,6 +139,12 @@ class Grid2D {
     minMaxValid_ = false;
   }
   void IncludeInRange(const T& value);
+  // Takes the range of another grid, valid or not, as a copy of it would.
+  void CopyRangeFrom(const Grid2D& other) {
+    minimum_ = other.minimum_;
+    maximum_ = other.maximum_;
+    minMaxValid_ = other.minMaxValid_;
+  }
   // Reset, then include every sample in storage order.
   void RecomputeRange();
 
