@@ -34,7 +34,9 @@ struct ParameterDescription {
   std::string enumeration;  // the registered enumeration of an Int32 choice, if any
   std::optional<Float> minimum;  // limits a value must keep, numbers only
   std::optional<Float> maximum;
-  bool readOnly = false;  // shown, never edited (status texts)
+  std::string unit;              // of a number, for people: "samples", "units", "degrees", "%"; empty: none
+  bool readOnly = false;         // shown, never edited (status texts)
+  bool keptForFiles = false;     // stored and read from files, but nothing computes with it
 };
 
 // A value parameter, the common case of a description line.

@@ -4,10 +4,19 @@
 #include <ostream>
 #include <string>
 
+#include "platform/cancellation.h"
 #include "platform/function_ref.h"
+#include "platform/progress.h"
 #include "platform/result.h"
 
 namespace platform {
+
+// What a long write listens to: the break flag, tested between blocks (a cancelled write
+// fails with a cancellation error and leaves nothing behind), and a sink for its progress.
+struct WriteControl {
+  const CancellationToken* cancel = nullptr;
+  ProgressSink* progress = nullptr;
+};
 
 // Writers never leave a half-written file behind: they write beside the target under a
 // temporary name and rename it into place only when everything was written.

@@ -50,6 +50,9 @@ class Host {
   StringTable& GetStrings() { return strings_; }
   [[nodiscard]] const StringTable& GetStrings() const { return strings_; }
   ConsoleSink& GetConsole() { return *console_; }
+  // Warnings about the user's input that did not stop the work (a value clamped into its
+  // limits, a resolution capped): one line each, for the user to see even in batch work.
+  void Warn(std::string_view text) { warnings_->Print(text); }
   UserInterface& GetUserInterface() { return *userInterface_; }
   // The application's timer: values that differ between objects made one after the other
   // (a new noise's seed). While a scene is read it counts 0, 1, 2, ... instead, so that a
@@ -73,6 +76,7 @@ class Host {
 
   // The sinks stay owned by the caller and must outlive their use.
   void SetConsole(ConsoleSink& console) { console_ = &console; }
+  void SetWarnings(ConsoleSink& warnings) { warnings_ = &warnings; }
   void SetUserInterface(UserInterface& userInterface) { userInterface_ = &userInterface; }
 
  private:
@@ -82,6 +86,7 @@ class Host {
   StandardErrorConsole standardError_;
   ConsoleUserInterface cancellingInterface_{standardError_};
   ConsoleSink* console_ = &standardError_;
+  ConsoleSink* warnings_ = &standardError_;
   UserInterface* userInterface_ = &cancellingInterface_;
   std::optional<UInt64> countingTimer_;
 };

@@ -4,8 +4,10 @@
 #include <filesystem>
 #include <optional>
 #include <span>
+#include <string>
 #include <vector>
 
+#include "platform/file_output.h"
 #include "platform/result.h"
 #include "platform/types.h"
 
@@ -49,7 +51,14 @@ class Image {
 // become 0 .. 1 floats in a float file and floats are clamped to 0 .. 1 in an integer file.
 // PNG holds 8 or 16 bits, OpenEXR 32-bit floats, TIFF all three. Nothing is left behind
 // on failure.
-Status WriteImage(const Image& image, const std::filesystem::path& path, std::optional<PixelType> fileType = {});
+// `attributes` are stored as text metadata where the format has it (PNG text chunks, TIFF
+// and OpenEXR attributes).
+struct ImageAttribute {
+  std::string name;
+  std::string value;
+};
+Status WriteImage(const Image& image, const std::filesystem::path& path, std::optional<PixelType> fileType = {},
+                  const WriteControl& control = {}, std::span<const ImageAttribute> attributes = {});
 
 // Reads any image OpenImageIO understands, keeping the file's channel type where it is one
 // of ours (other integer types arrive as UInt16, other float types as Float32).

@@ -182,7 +182,8 @@ Result<Image> ReadImageUnchecked(const std::filesystem::path& path) {
 
 }  // namespace
 
-Status WriteImage(const Image& image, const std::filesystem::path& path, std::optional<PixelType> fileType) {
+Status WriteImage(const Image& image, const std::filesystem::path& path, std::optional<PixelType> fileType,
+                  const WriteControl&, std::span<const ImageAttribute>) {
   try {
     return WriteImageUnchecked(image, path, fileType);
   } catch (const std::bad_alloc&) {

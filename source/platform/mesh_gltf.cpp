@@ -343,7 +343,7 @@ Status WriteGlbTo(const GeometryObject& root, OutputBuffer& out) {
 
 }  // namespace
 
-Status WriteGlb(const GeometryObject& root, const std::filesystem::path& path) {
+Status WriteGlb(const GeometryObject& root, const std::filesystem::path& path, const WriteControl&) {
   return mesh_internal::WriteMeshFile(path, [&root](OutputBuffer& out) { return WriteGlbTo(root, out); });
 }
 

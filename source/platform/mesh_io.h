@@ -2,6 +2,7 @@
 
 #include <filesystem>
 
+#include "platform/file_output.h"
 #include "platform/geometry.h"
 #include "platform/result.h"
 
@@ -20,19 +21,19 @@ namespace platform {
 // glTF 2.0 binary: one mesh per polygon object (positions, normals, UVs when a UVW tag is
 // present, triangles with 32-bit indices), line objects as LINES primitives, the object
 // tree as the node tree with local matrices.
-Status WriteGlb(const GeometryObject& root, const std::filesystem::path& path);
+Status WriteGlb(const GeometryObject& root, const std::filesystem::path& path, const WriteControl& control = {});
 
 // Wavefront OBJ: polygons as written (quads stay quads), "vt" per polygon corner when a
 // UVW tag is present, "vn" when a Phong tag is present, "l" records for line objects,
 // every object a named group ("o"), positions in world space.
-Status WriteObj(const GeometryObject& root, const std::filesystem::path& path);
+Status WriteObj(const GeometryObject& root, const std::filesystem::path& path, const WriteControl& control = {});
 
 // Binary little-endian PLY of the polygon objects in world space (lines are not part of
 // the format): x y z (float), nx ny nz when a Phong tag is present, s t when each point
 // has one texture coordinate, faces as lists of 3 or 4 uint32 indices.
-Status WritePly(const GeometryObject& root, const std::filesystem::path& path);
+Status WritePly(const GeometryObject& root, const std::filesystem::path& path, const WriteControl& control = {});
 
 // Chooses the writer from the file ending: .glb, .obj or .ply.
-Status WriteGeometry(const GeometryObject& root, const std::filesystem::path& path);
+Status WriteGeometry(const GeometryObject& root, const std::filesystem::path& path, const WriteControl& control = {});
 
 }  // namespace platform

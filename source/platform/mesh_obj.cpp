@@ -146,7 +146,7 @@ Status WriteObjTo(const GeometryObject& root, OutputBuffer& out) {
 
 }  // namespace
 
-Status WriteObj(const GeometryObject& root, const std::filesystem::path& path) {
+Status WriteObj(const GeometryObject& root, const std::filesystem::path& path, const WriteControl&) {
   return mesh_internal::WriteMeshFile(path, [&root](OutputBuffer& out) { return WriteObjTo(root, out); });
 }
 

@@ -105,7 +105,7 @@ Status WritePlyTo(const GeometryObject& root, OutputBuffer& out) {
 
 }  // namespace
 
-Status WritePly(const GeometryObject& root, const std::filesystem::path& path) {
+Status WritePly(const GeometryObject& root, const std::filesystem::path& path, const WriteControl&) {
   return mesh_internal::WriteMeshFile(path, [&root](OutputBuffer& out) { return WritePlyTo(root, out); });
 }
 

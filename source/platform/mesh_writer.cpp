@@ -5,7 +5,7 @@
 
 namespace platform {
 
-Status WriteGeometry(const GeometryObject& root, const std::filesystem::path& path) {
+Status WriteGeometry(const GeometryObject& root, const std::filesystem::path& path, const WriteControl&) {
   const std::string ending = LowerCaseEnding(path);
   if (ending == ".glb") return WriteGlb(root, path);
   if (ending == ".obj") return WriteObj(root, path);

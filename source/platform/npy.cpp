@@ -52,7 +52,8 @@ Status WriteValues(std::ostream& stream, std::span<const Float> values) {
 
 }  // namespace
 
-Status WriteNpy(const std::filesystem::path& path, std::span<const Float> values, Int rows, Int columns) {
+Status WriteNpy(const std::filesystem::path& path, std::span<const Float> values, Int rows, Int columns,
+                const WriteControl&) {
   if (rows < 0 || columns < 0)
     return IllegalArgumentError("Cannot write \"" + path.string() + "\": the array shape must not be negative!");
   const auto count = static_cast<Int>(values.size());
