@@ -1,100 +1,236 @@
+#include <sys/stat.h>
 #include <unistd.h>
 
-#include <csignal>
+#include <cerrno>
+#include <cmath>
 #include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <iostream>
+#include <iterator>
+#include <map>
+#include <optional>
 #include <string>
 
 #include "commands.h"
 #include "main/vellgrund_module.h"
 #include "object/terrainobject.h"
+#include "output_files.h"
 #include "platform/file_output.h"
 #include "platform/mesh_io.h"
 #include "platform/npy.h"
 #include "platform/scene_file.h"
+#include "terminal.h"
 
 namespace vellgrund_cli {
 namespace {
 
 using platform::Status;
 
-// Ctrl-C sets the evaluation's break flag; the build then ends with a cancellation error
-// and writes nothing.
-platform::CancellationToken* interruptToken = nullptr;
-extern "C" void OnInterrupt(int) {
-  if (interruptToken != nullptr) interruptToken->Cancel();
-}
-
-// One line on the terminal, rewritten as the status changes.
-class TerminalProgress final : public platform::ProgressSink {
+// Messages for the user on standard error, each line under the tool's name.
+class PrefixedStandardError final : public platform::ConsoleSink {
  public:
-  void SetStatus(std::string_view text) override { std::fprintf(stderr, "\r\033[K%.*s", static_cast<int>(text.size()), text.data()); }
-  void ClearStatus() override { std::fprintf(stderr, "\r\033[K"); }
-  void SetProgress(double) override {}
+  void Print(std::string_view line) override {
+    std::fprintf(stderr, "vellgrund: %.*s\n", static_cast<int>(line.size()), line.data());
+  }
 };
 
-// The heights file of a terrain: the given name, with the terrain's name added when the
-// scene has several.
-std::filesystem::path PerTerrain(const std::filesystem::path& file, const std::string& name, bool several) {
-  if (!several) return file;
+void Note(const std::string& text) { std::fprintf(stderr, "vellgrund: note: %s\n", text.c_str()); }
+
+std::string NameOf(const platform::Node& node) { return QuotedName(node.GetName()); }
+
+// The scene's text: from a file, from standard input ("-"), or the default scene. Reading
+// is bounded, so a huge or endless input is refused instead of filling the memory.
+platform::Result<std::string> ReadSceneText(const std::filesystem::path& scene) {
+  if (scene.empty()) return std::string(kDefaultScene);
+  const bool standardInput = scene == "-";
+  const std::string what = standardInput ? std::string("The scene on standard input") : "The scene file " + Quoted(scene);
+  std::FILE* file = stdin;
+  if (!standardInput) {
+    struct stat info{};
+    if (::stat(scene.c_str(), &info) != 0) {
+      if (errno == ENOENT) return platform::IllegalArgumentError(what + " does not exist!");
+      return platform::IllegalArgumentError("Could not read the scene file " + Quoted(scene) + ": " + std::strerror(errno));
+    }
+    if (S_ISDIR(info.st_mode))
+      return platform::IllegalArgumentError(what + " is a folder; give the path of a .json scene file!");
+    if (S_ISREG(info.st_mode) && static_cast<std::uintmax_t>(info.st_size) > kMaxSceneBytes)
+      return platform::IllegalArgumentError(what + " is " + ByteSize(static_cast<std::uintmax_t>(info.st_size)) +
+                                            "; scene files may be at most " + ByteSize(kMaxSceneBytes) + "!");
+    file = std::fopen(scene.c_str(), "rb");
+    if (file == nullptr)
+      return platform::IllegalArgumentError("Could not read the scene file " + Quoted(scene) + ": " + std::strerror(errno));
+  }
+  std::string text;
+  char block[65536];
+  std::size_t count = 0;
+  bool failed = false;
+  while ((count = std::fread(block, 1, sizeof block, file)) > 0) {
+    text.append(block, count);
+    if (text.size() > kMaxSceneBytes) break;
+  }
+  failed = std::ferror(file) != 0;
+  const int reason = errno;
+  if (!standardInput) std::fclose(file);
+  if (failed) return platform::IllegalArgumentError("Could not read " + what.substr(4) + ": " + std::strerror(reason));
+  if (text.size() > kMaxSceneBytes)
+    return platform::IllegalArgumentError(what + " is larger than " + ByteSize(kMaxSceneBytes) +
+                                          ", the most a scene file may hold!");
+  if (text.find_first_not_of(" \t\r\n") == std::string::npos)
+    return platform::IllegalArgumentError(what + " is empty; 'vellgrund new' prints a scene to start from.");
+  return text;
+}
+
+platform::Result<std::unique_ptr<platform::Document>> LoadDocument(platform::Host& host,
+                                                                  const std::filesystem::path& scene) {
+  VLGD_ASSIGN_OR_RETURN(const std::string text, ReadSceneText(scene));
+  const std::string source = scene.empty() ? std::string("default scene") : scene == "-" ? std::string("standard input") : scene.string();
+  return platform::LoadScene(host, text, Excerpt(source, 200));
+}
+
+// The files of one terrain.
+struct TerrainFiles {
+  platform::Node* terrain = nullptr;
+  std::vector<std::filesystem::path> meshes;  // the .glb last
+  std::filesystem::path heightmap;
+  std::filesystem::path heights;
+};
+
+// The heights file of a terrain: the given name, with the terrain's file name added when
+// the scene has several.
+std::filesystem::path PerTerrain(const std::filesystem::path& file, const std::string& stem, bool several) {
+  if (!several || file.empty()) return file;
   std::filesystem::path named = file;
-  named.replace_filename(file.stem().string() + "_" + name + file.extension().string());
+  named.replace_filename(file.stem().string() + "_" + stem + file.extension().string());
   return named;
 }
 
-// Writes one output and remembers it, so that a cancelled build can take back what it wrote.
-class Outputs {
- public:
-  explicit Outputs(const platform::CancellationToken& cancel) : cancel_(cancel) {}
-  Outputs(const Outputs&) = delete;
-  Outputs& operator=(const Outputs&) = delete;
-  ~Outputs() {
-    if (committed_) return;
-    std::error_code ignored;
-    for (const auto& path : written_) std::filesystem::remove(path, ignored);
-  }
-  template <class Write>
-  Status Add(const std::filesystem::path& path, Write&& write) {
-    if (cancel_.IsCancelled()) return platform::CancelledError("Build cancelled!");
-    VLGD_RETURN_IF_ERROR(write(path));
-    written_.push_back(path);
-    return cancel_.IsCancelled() ? platform::Status(platform::CancelledError("Build cancelled!")) : platform::Ok();
-  }
-  void Commit() { committed_ = true; }
-
- private:
-  const platform::CancellationToken& cancel_;
-  std::vector<std::filesystem::path> written_;
-  bool committed_ = false;
-};
-
-Status WriteOutputs(const BuildOptions& options, platform::Node& terrain, bool several, Outputs& outputs) {
-  const auto& data = *terrain.GetNodeData<VLGD::TerrainObject>();
-  const platform::GeometryObject* mesh = terrain.GetCache();
-  if (mesh == nullptr) return platform::GenericError("The terrain '" + terrain.GetName() + "' built no mesh!");
-  std::error_code error;
-  std::filesystem::create_directories(options.outputDirectory, error);
-  if (error)
-    return platform::IoError("Could not create the folder " + options.outputDirectory.string() + ": " + error.message());
-  const std::filesystem::path base = options.outputDirectory / terrain.GetName();
-  VLGD_RETURN_IF_ERROR(outputs.Add(base.string() + ".glb", [&](const auto& path) { return platform::WriteGlb(*mesh, path); }));
-  if (options.obj)
-    VLGD_RETURN_IF_ERROR(outputs.Add(base.string() + ".obj", [&](const auto& path) { return platform::WriteObj(*mesh, path); }));
-  if (options.ply)
-    VLGD_RETURN_IF_ERROR(outputs.Add(base.string() + ".ply", [&](const auto& path) { return platform::WritePly(*mesh, path); }));
-  if (!options.heightmap.empty()) {
-    VLGD_ASSIGN_OR_RETURN(platform::Image image, data.HeightImage(options.normalized));
-    const bool png = platform::LowerCaseEnding(options.heightmap) == ".png";
-    VLGD_RETURN_IF_ERROR(outputs.Add(PerTerrain(options.heightmap, terrain.GetName(), several), [&](const auto& path) {
-      return platform::WriteImage(image, path, png ? platform::PixelType::UInt16 : platform::PixelType::Float32);
-    }));
-  }
-  if (!options.heights.empty()) {
-    const VLGD::Grid2D<platform::Float>& grid = data.GetGrid();
-    VLGD_RETURN_IF_ERROR(outputs.Add(PerTerrain(options.heights, terrain.GetName(), several), [&](const auto& path) {
-      return platform::WriteNpy(path, grid.Values(), grid.Height(), grid.Width());
-    }));
-  }
+Status CheckOptions(const BuildOptions& options) {
+  if (!std::isfinite(options.lod) || options.lod <= 0.0)
+    return platform::IllegalArgumentError("--lod must be a number above 0, not " + std::to_string(options.lod) + "!");
+  VLGD_RETURN_IF_ERROR(CheckOutputFolder(options.outputDirectory));
+  if (!options.heightmap.empty())
+    VLGD_RETURN_IF_ERROR(CheckOutputFile(options.heightmap, "--heightmap", {".tif", ".tiff", ".exr", ".png"},
+                                         options.outputDirectory));
+  if (!options.heights.empty()) VLGD_RETURN_IF_ERROR(CheckOutputFile(options.heights, "--heights", {".npy"}, options.outputDirectory));
   return platform::Ok();
+}
+
+// Which terrains are built and where each file goes, decided before the build so that
+// every refusal comes before the work.
+platform::Result<std::vector<TerrainFiles>> PlanFiles(platform::Document& doc, const BuildOptions& options,
+                                                      platform::BuildPurpose purpose, bool notes) {
+  std::vector<platform::Node*> terrains;
+  std::size_t found = 0;
+  for (platform::Node* node : doc.AllNodes()) {
+    if (node->GetType() != VLGD::ID_TERRAINOBJECT) continue;
+    ++found;
+    if (!node->IsActiveFor(purpose)) {
+      if (notes)
+        Note("skipping the terrain " + NameOf(*node) + ": it is " +
+             (node->IsEnabled() ? std::string("hidden in ") + (purpose == platform::BuildPurpose::RENDER ? "render" : "editor") +
+                                      " builds"
+                                : std::string("disabled")) +
+             ".");
+      continue;
+    }
+    terrains.push_back(node);
+  }
+  if (found == 0) return platform::IllegalArgumentError("The scene holds no Terrain object (type 'oterrain')!");
+  if (terrains.empty())
+    return platform::IllegalArgumentError("Every Terrain object of the scene is disabled or hidden; nothing to build!");
+
+  const bool several = terrains.size() > 1;
+  std::map<std::string, platform::Node*> byStem;
+  std::vector<TerrainFiles> plan;
+  for (platform::Node* terrain : terrains) {
+    const std::string stem = SafeFileStem(terrain->GetName());
+    const auto [other, added] = byStem.emplace(stem, terrain);
+    if (!added)
+      return platform::IllegalArgumentError("The terrains " + NameOf(*other->second) + " and " + NameOf(*terrain) +
+                                            " would both be written as " + Quoted(stem + ".glb") +
+                                            "; give them different names!");
+    const platform::ParameterContainer& data = terrain->GetData();
+    for (const auto& [id, axis] : {std::pair{VLGD::TERRAINOBJECT_RESOLUTION_X, "X"}, std::pair{VLGD::TERRAINOBJECT_RESOLUTION_Z, "Z"}}) {
+      const platform::Int32 resolution = data.GetInt32(id);
+      if (resolution >= 1 && static_cast<platform::Float>(resolution) * options.lod < 1.0) {
+        char text[256];
+        std::snprintf(text, sizeof text,
+                      "--lod %g leaves the terrain %s no sample in %s (resolution %d); use --lod %g or more!",
+                      options.lod, NameOf(*terrain).c_str(), axis, resolution, 1.0 / resolution);
+        return platform::IllegalArgumentError(text);
+      }
+    }
+    TerrainFiles files;
+    files.terrain = terrain;
+    const std::filesystem::path base = options.outputDirectory / stem;
+    if (options.obj) files.meshes.push_back(base.string() + ".obj");
+    if (options.ply) files.meshes.push_back(base.string() + ".ply");
+    files.meshes.push_back(base.string() + ".glb");
+    files.heightmap = PerTerrain(options.heightmap, stem, several);
+    files.heights = PerTerrain(options.heights, stem, several);
+    plan.push_back(std::move(files));
+  }
+  return plan;
+}
+
+// Exact in metadata, short in messages.
+std::string HeightText(platform::Float value, bool exact = true) {
+  char text[40];
+  std::snprintf(text, sizeof text, exact ? "%.17g" : "%g", value);
+  return text;
+}
+
+Status WriteHeightMap(const TerrainFiles& files, const std::filesystem::path& temporary, bool normalized,
+                      const platform::WriteControl& control) {
+  const auto& data = *files.terrain->GetNodeData<VLGD::TerrainObject>();
+  const VLGD::Grid2D<platform::Float>& grid = data.GetGrid();
+  // A 16-bit PNG holds 0 .. 65535: raw heights would all clip, so it always holds the
+  // terrain's range mapped to 0 .. 1, and the range goes into the file to map it back.
+  const bool png = platform::LowerCaseEnding(files.heightmap) == ".png";
+  const bool mapped = normalized || png;
+  if (png && !normalized)
+    Note(Quoted(files.heightmap) + " holds the heights " + HeightText(grid.Minimum(), false) + " .. " +
+         HeightText(grid.Maximum(), false) + " mapped to 0 .. 65535 (a PNG cannot hold raw heights; the range is in its metadata).");
+  VLGD_ASSIGN_OR_RETURN(platform::Image image, data.HeightImage(mapped));
+  std::vector<platform::ImageAttribute> attributes;
+  if (mapped) {
+    attributes.push_back({"Vellgrund:HeightMinimum", HeightText(grid.Minimum())});
+    attributes.push_back({"Vellgrund:HeightMaximum", HeightText(grid.Maximum())});
+  }
+  return platform::WriteImage(image, temporary, png ? platform::PixelType::UInt16 : platform::PixelType::Float32, control,
+                              attributes);
+}
+
+Status WriteFiles(const std::vector<TerrainFiles>& plan, const BuildOptions& options, OutputTransaction& outputs,
+                  platform::ProgressSink& progress, const platform::CancellationToken& cancel) {
+  VLGD_RETURN_IF_ERROR(outputs.CreateFolder(options.outputDirectory));
+  const platform::WriteControl control{&cancel, &progress};
+  const auto write = [&](const std::filesystem::path& target, auto&& writer) -> Status {
+    if (cancel.IsCancelled()) return platform::CancelledError("Build cancelled!");
+    progress.SetStatus("Writing " + Excerpt(target.filename().string(), 60));
+    return writer(outputs.Stage(target));
+  };
+  // The small files first: a cancel during the large ones then finds everything staged.
+  for (const TerrainFiles& files : plan) {
+    const platform::GeometryObject* mesh = files.terrain->GetCache();
+    if (mesh == nullptr) return platform::GenericError("The terrain " + NameOf(*files.terrain) + " built no mesh!");
+    if (!files.heights.empty()) {
+      const VLGD::Grid2D<platform::Float>& grid = files.terrain->GetNodeData<VLGD::TerrainObject>()->GetGrid();
+      VLGD_RETURN_IF_ERROR(write(files.heights, [&](const auto& path) {
+        return platform::WriteNpy(path, grid.Values(), grid.Height(), grid.Width(), control);
+      }));
+    }
+    if (!files.heightmap.empty())
+      VLGD_RETURN_IF_ERROR(write(files.heightmap, [&](const auto& path) {
+        return WriteHeightMap(files, path, options.normalized, control);
+      }));
+    for (const std::filesystem::path& target : files.meshes)
+      VLGD_RETURN_IF_ERROR(write(target, [&](const auto& path) { return platform::WriteGeometry(*mesh, path, control); }));
+  }
+  if (cancel.IsCancelled()) return platform::CancelledError("Build cancelled!");
+  progress.ClearStatus();
+  return outputs.Commit();
 }
 
 void PrintStats(platform::Node& terrain) {
@@ -109,7 +245,6 @@ void PrintStats(platform::Node& terrain) {
 
 }  // namespace
 
-
 Status StartHost(platform::Host& host, platform::CollectingConsole& console) {
   host.SetConsole(console);
   VLGD_RETURN_IF_ERROR(VLGD::StartModule(host));
@@ -119,57 +254,65 @@ Status StartHost(platform::Host& host, platform::CollectingConsole& console) {
   return platform::Ok();
 }
 
-// Ctrl-C from the start: a break before the build skips it, a break during it stops it, a
-// break while files are written stops before the next file.
-class InterruptScope {
- public:
-  explicit InterruptScope(platform::CancellationToken& token) {
-    interruptToken = &token;
-    std::signal(SIGINT, OnInterrupt);
-  }
-  InterruptScope(const InterruptScope&) = delete;
-  InterruptScope& operator=(const InterruptScope&) = delete;
-  ~InterruptScope() {
-    std::signal(SIGINT, SIG_DFL);
-    interruptToken = nullptr;
-  }
-};
+namespace {
+
+Status StartCliHost(platform::Host& host, platform::CollectingConsole& console, PrefixedStandardError& warnings) {
+  host.SetWarnings(warnings);
+  return StartHost(host, console);
+}
+
+}  // namespace
 
 Status RunBuild(const BuildOptions& options) {
   platform::CancellationToken cancel;
   InterruptScope interrupt(cancel);
-  if (!options.scene.empty() && !std::filesystem::is_regular_file(options.scene))
-    return platform::IllegalArgumentError("The scene file " + options.scene.string() + " does not exist!");
+  VLGD_RETURN_IF_ERROR(CheckOptions(options));
   platform::Host host;
   // Build errors reach the user once, through the caller's report.
   platform::CollectingConsole console;
-  VLGD_RETURN_IF_ERROR(StartHost(host, console));
-  std::unique_ptr<platform::Document> doc;
-  if (options.scene.empty()) {
-    VLGD_ASSIGN_OR_RETURN(doc, platform::LoadScene(host, kDefaultScene, "default scene"));
-  } else {
-    VLGD_ASSIGN_OR_RETURN(doc, platform::LoadSceneFile(host, options.scene));
-  }
-  std::vector<platform::Node*> terrains;
-  for (platform::Node* node : doc->AllNodes())
-    if (node->GetType() == VLGD::ID_TERRAINOBJECT) terrains.push_back(node);
-  if (terrains.empty()) return platform::IllegalArgumentError("The scene holds no Terrain object!");
+  PrefixedStandardError warnings;
+  VLGD_RETURN_IF_ERROR(StartCliHost(host, console, warnings));
+  VLGD_ASSIGN_OR_RETURN(std::unique_ptr<platform::Document> doc, LoadDocument(host, options.scene));
+  const platform::BuildPurpose purpose = options.editor ? platform::BuildPurpose::EDITOR : platform::BuildPurpose::RENDER;
+  VLGD_ASSIGN_OR_RETURN(const std::vector<TerrainFiles> plan, PlanFiles(*doc, options, purpose, !options.quiet));
 
-  TerminalProgress terminal;
-  platform::NullProgressSink quiet;
+  std::optional<ProgressBar> bar;
+  platform::NullProgressSink silent;
+  if (!options.quiet && ::isatty(STDERR_FILENO) != 0) bar.emplace(stderr);
+  platform::ProgressSink& progress = bar ? static_cast<platform::ProgressSink&>(*bar) : silent;
   platform::HierarchyHelp help;
   help.lod = options.lod;
-  help.purpose = options.editor ? platform::BuildPurpose::EDITOR : platform::BuildPurpose::RENDER;
+  help.purpose = purpose;
   help.flags = platform::BUILDFLAGS_ISOPARM;
   help.cancel = &cancel;
-  help.progress = isatty(STDERR_FILENO) != 0 ? static_cast<platform::ProgressSink*>(&terminal) : &quiet;
+  help.progress = &progress;
   if (cancel.IsCancelled()) return platform::CancelledError("Build cancelled!");
   VLGD_RETURN_IF_ERROR(doc->ExecutePasses(help));
-  Outputs outputs(cancel);
-  for (platform::Node* terrain : terrains) VLGD_RETURN_IF_ERROR(WriteOutputs(options, *terrain, terrains.size() > 1, outputs));
-  outputs.Commit();
+  OutputTransaction outputs;
+  VLGD_RETURN_IF_ERROR(WriteFiles(plan, options, outputs, progress, cancel));
+  bar.reset();
+  if (!options.quiet)
+    for (const OutputTransaction::Written& file : outputs.Committed())
+      std::printf("wrote %s (%s)\n", file.path.c_str(), ByteSize(file.bytes).c_str());
   if (options.stats)
-    for (platform::Node* terrain : terrains) PrintStats(*terrain);
+    for (const TerrainFiles& files : plan) PrintStats(*files.terrain);
+  return platform::Ok();
+}
+
+Status RunValidate(const std::filesystem::path& scene) {
+  platform::Host host;
+  platform::CollectingConsole console;
+  PrefixedStandardError warnings;
+  VLGD_RETURN_IF_ERROR(StartCliHost(host, console, warnings));
+  VLGD_ASSIGN_OR_RETURN(std::unique_ptr<platform::Document> doc, LoadDocument(host, scene));
+  BuildOptions options;
+  VLGD_ASSIGN_OR_RETURN(const std::vector<TerrainFiles> plan, PlanFiles(*doc, options, platform::BuildPurpose::RENDER, true));
+  std::size_t operators = 0;
+  for (const platform::Node* node : doc->AllNodes())
+    if (node->GetTypeInfo().kind == platform::PluginKind::OBJECT && node->GetType() != VLGD::ID_TERRAINOBJECT) ++operators;
+  std::printf("%s: valid (%zu terrain%s to build, %zu other object%s)\n",
+              scene.empty() ? "default scene" : scene == "-" ? "standard input" : Excerpt(scene.string(), 200).c_str(),
+              plan.size(), plan.size() == 1 ? "" : "s", operators, operators == 1 ? "" : "s");
   return platform::Ok();
 }
 

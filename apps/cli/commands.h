@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <filesystem>
 #include <string>
 
@@ -13,6 +14,7 @@ enum ExitCode : int {
   kExitSuccess = 0,
   kExitFailed = 1,    // the work itself failed (could not write, out of memory, ...)
   kExitBadUsage = 2,  // the command line or its input is wrong
+  kExitCancelled = 130,  // stopped by SIGINT, SIGTERM or SIGHUP, as shells report an interrupt
 };
 
 struct PlaneOptions {
@@ -38,9 +40,15 @@ struct BuildOptions {
   platform::Float lod = 1.0;
   bool editor = false;
   bool stats = false;
+  bool quiet = false;  // no progress bar, notes or list of written files
 };
 
+// The most a scene may hold; a larger input is refused before it is parsed.
+inline constexpr std::uintmax_t kMaxSceneBytes = std::uintmax_t{64} << 20;
+
 platform::Status RunBuild(const BuildOptions& options);
+// Loads a scene and plans its outputs as a build would, without building.
+platform::Status RunValidate(const std::filesystem::path& scene);
 // Lists the registered types in menu order, or the parameters of one type.
 platform::Status RunDescribe(const std::string& type);
 // Prints the default scene.

@@ -1,9 +1,12 @@
 #include <cstdio>
+#include <algorithm>
 #include <exception>
 #include <map>
 #include <new>
 #include <optional>
 #include <string>
+#include <string_view>
+#include <vector>
 
 #include <CLI/CLI.hpp>
 
@@ -16,13 +19,62 @@ using namespace vellgrund_cli;
 
 // The one place where errors become messages for the user.
 int Report(const platform::Error& error) {
-  std::fprintf(stderr, "vellgrund: %s\n", error.message.c_str());
   switch (error.kind) {
+    case platform::ErrorKind::Cancelled:
+      // The engine names the loop it stopped in; the user asked to stop and needs to know
+      // only that nothing they had was touched.
+      std::fprintf(stderr, "vellgrund: cancelled; no existing file was changed.\n");
+      return kExitCancelled;
     case platform::ErrorKind::IllegalArgument:
+      std::fprintf(stderr, "vellgrund: %s\n", error.message.c_str());
       return kExitBadUsage;
     default:
+      std::fprintf(stderr, "vellgrund: %s\n", error.message.c_str());
       return kExitFailed;
   }
+}
+
+// The edit distance between two words, for suggesting what a mistyped one meant.
+std::size_t EditDistance(std::string_view a, std::string_view b) {
+  std::vector<std::size_t> row(b.size() + 1);
+  for (std::size_t j = 0; j <= b.size(); ++j) row[j] = j;
+  for (std::size_t i = 1; i <= a.size(); ++i) {
+    std::size_t diagonal = row[0];
+    row[0] = i;
+    for (std::size_t j = 1; j <= b.size(); ++j) {
+      const std::size_t above = row[j];
+      row[j] = std::min({row[j] + 1, row[j - 1] + 1, diagonal + (a[i - 1] == b[j - 1] ? 0 : 1)});
+      diagonal = above;
+    }
+  }
+  return row[b.size()];
+}
+
+// The first word that is not an option must be a command; a mistyped one gets the closest
+// command suggested instead of the parser's list of unexpected arguments.
+std::optional<std::string> UnknownCommand(int argc, char** argv, const CLI::App& app) {
+  for (int i = 1; i < argc; ++i) {
+    const std::string_view word = argv[i];
+    if (word == "--threads") {
+      ++i;
+      continue;
+    }
+    if (word.starts_with("-")) continue;
+    std::string closest;
+    std::size_t best = std::string::npos;
+    for (const CLI::App* command : app.get_subcommands([](const CLI::App*) { return true; })) {
+      if (command->get_name() == word) return std::nullopt;
+      const std::size_t distance = EditDistance(word, command->get_name());
+      if (distance < best) {
+        best = distance;
+        closest = command->get_name();
+      }
+    }
+    std::string message = "'" + std::string(word.substr(0, 40)) + "' is not a command";
+    if (best <= 2) return message + "; did you mean '" + closest + "'? See 'vellgrund --help'.";
+    return message + ". See 'vellgrund --help'.";
+  }
+  return std::nullopt;
 }
 
 int Run(int argc, char** argv) {
@@ -30,7 +82,8 @@ int Run(int argc, char** argv) {
   app.set_version_flag("--version", std::string("vellgrund ") + VELLGRUND_VERSION);
   app.require_subcommand(1);
   int threads = 0;
-  app.add_option("--threads", threads, "Worker threads (default: all cores)")->check(CLI::Range(1, 1024));
+  app.add_option("--threads", threads, "Worker threads (default: all cores); before or after the command")
+      ->check(CLI::Range(1, 1024));
 
   PlaneOptions plane;
   std::vector<platform::Float> size{plane.sizeX, plane.sizeZ};
@@ -50,7 +103,7 @@ int Run(int argc, char** argv) {
 
   BuildOptions build;
   CLI::App* buildCommand = app.add_subcommand("build", "Build every Terrain object of a scene into DIR/<name>.glb");
-  buildCommand->add_option("scene", build.scene, "Scene file (JSON); without one, the default scene");
+  buildCommand->add_option("scene", build.scene, "Scene file (JSON), '-' for standard input; without one, the default scene");
   buildCommand->add_option("-o,--output", build.outputDirectory, "Output folder")->capture_default_str();
   buildCommand->add_flag("--obj", build.obj, "Also write <name>.obj");
   buildCommand->add_flag("--ply", build.ply, "Also write <name>.ply");
@@ -60,11 +113,28 @@ int Run(int argc, char** argv) {
   buildCommand->add_option("--lod", build.lod, "Level of detail")->check(CLI::Range(0.0001, 16.0))->capture_default_str();
   buildCommand->add_flag("--editor", build.editor, "Build for the editor (editor visibility decides)");
   buildCommand->add_flag("--stats", build.stats, "Per operator: rebuilt or cached, time and memory");
+  buildCommand->add_flag("-q,--quiet", build.quiet, "No progress bar, notes or list of the files written");
+  buildCommand->footer(
+      "SCENE '-' reads the scene from standard input. Every file is written under a temporary name and moved into\n"
+      "place only when all were written: a failed or cancelled build (Ctrl-C, SIGTERM) changes no existing file.");
+
+  std::filesystem::path validateScene;
+  CLI::App* validateCommand =
+      app.add_subcommand("validate", "Check a scene file (types, parameters, names, outputs) without building it");
+  validateCommand->add_option("scene", validateScene, "Scene file (JSON), or '-' for standard input")->required();
 
   std::string describeType;
   CLI::App* describeCommand = app.add_subcommand("describe", "List the node types, or the parameters of one");
   describeCommand->add_option("type", describeType, "Resource name or plug-in ID");
   CLI::App* newCommand = app.add_subcommand("new", "Print the default scene as JSON");
+  // Global options may also follow the command.
+  for (CLI::App* command : {planeCommand, buildCommand, validateCommand, describeCommand, newCommand})
+    command->fallthrough();
+
+  if (const std::optional<std::string> unknown = UnknownCommand(argc, argv, app)) {
+    std::fprintf(stderr, "vellgrund: %s\n", unknown->c_str());
+    return kExitBadUsage;
+  }
 
   try {
     app.parse(argc, argv);
@@ -85,6 +155,8 @@ int Run(int argc, char** argv) {
     status = RunPlane(plane);
   } else if (*buildCommand) {
     status = RunBuild(build);
+  } else if (*validateCommand) {
+    status = RunValidate(validateScene);
   } else if (*describeCommand) {
     status = RunDescribe(describeType);
   } else if (*newCommand) {

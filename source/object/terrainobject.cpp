@@ -20,6 +20,7 @@ using platform::ValueType;
 using platform::Vector;
 
 constexpr Int kVertexSingleThreadBelow = 10001;
+constexpr Int32 kMeshStatusText = 10084;  // "Building the mesh of #..."
 
 struct Curvature {
   bool enabled = false;
@@ -300,6 +301,8 @@ Result<std::unique_ptr<GeometryObject>> TerrainObject::GetVirtualObjects(Node& n
 
   const Curvature curvature = ReadCurvature(data);
   const bool wantHull = data.GetBool(TERRAINOBJECT_HULL) && !curvature.enabled;
+  // Meshing a large grid takes seconds; the status says so instead of the last operator's.
+  if (help.progress != nullptr) help.progress->SetStatus(node.GetHost().GetStrings().Format(kMeshStatusText, {node.GetName()}));
   VLGD_ASSIGN_OR_RETURN(std::unique_ptr<PolygonObject> mesh,
                         CreatePlaneGeometry(sizeX, sizeZ, segX, segZ, data.GetInt32(TERRAINOBJECT_TESSELATION), true,
                                             help.cancel));
