@@ -8,6 +8,7 @@
 #include <fstream>
 #include <iostream>
 #include <iterator>
+#include <limits>
 #include <map>
 #include <optional>
 #include <string>
@@ -202,6 +203,36 @@ Status WriteHeightMap(const TerrainFiles& files, const std::filesystem::path& te
                               attributes);
 }
 
+// The first sample that a mesh file cannot hold (not a finite single-precision number), or -1.
+platform::Int FirstUnwritableHeight(const VLGD::Grid2D<platform::Float>& grid) {
+  constexpr platform::Float kLargest = std::numeric_limits<float>::max();
+  const platform::Float* values = grid.Data();
+  for (platform::Int i = 0; i < grid.Count(); ++i)
+    if (!(std::abs(values[i]) <= kLargest)) return i;
+  return -1;
+}
+
+// Names the first operator whose result holds a height no mesh file can hold, so the
+// user knows which parameters to look at.
+Status CheckHeights(const platform::Node& terrain) {
+  const auto& data = *terrain.GetNodeData<VLGD::TerrainObject>();
+  const VLGD::Grid2D<platform::Float>& grid = data.GetGrid();
+  if (FirstUnwritableHeight(grid) < 0) return platform::Ok();
+  std::string culprit;
+  platform::Int at = -1;
+  for (const VLGD::EvaluationQueue::Item& item : data.GetQueue().Items()) {
+    at = FirstUnwritableHeight(item.operatorData->GetResult());
+    if (at < 0) continue;
+    culprit = " The first operator whose own result holds one is " + NameOf(*item.object) + " (column " +
+              std::to_string(at % item.operatorData->GetResult().Width()) + ", row " +
+              std::to_string(at / item.operatorData->GetResult().Width()) + "); check its parameters and the scales "
+              "of the operators above it.";
+    break;
+  }
+  return platform::IllegalArgumentError("The terrain " + NameOf(terrain) +
+                                        " has a height that is not a number or too large for a mesh file!" + culprit);
+}
+
 Status WriteFiles(const std::vector<TerrainFiles>& plan, const BuildOptions& options, OutputTransaction& outputs,
                   platform::ProgressSink& progress, const platform::CancellationToken& cancel) {
   VLGD_RETURN_IF_ERROR(outputs.CreateFolder(options.outputDirectory));
@@ -215,6 +246,7 @@ Status WriteFiles(const std::vector<TerrainFiles>& plan, const BuildOptions& opt
   for (const TerrainFiles& files : plan) {
     const platform::GeometryObject* mesh = files.terrain->GetCache();
     if (mesh == nullptr) return platform::GenericError("The terrain " + NameOf(*files.terrain) + " built no mesh!");
+    VLGD_RETURN_IF_ERROR(CheckHeights(*files.terrain));
     if (!files.heights.empty()) {
       const VLGD::Grid2D<platform::Float>& grid = files.terrain->GetNodeData<VLGD::TerrainObject>()->GetGrid();
       VLGD_RETURN_IF_ERROR(write(files.heights, [&](const auto& path) {
