@@ -279,7 +279,7 @@ void PrintStats(platform::Node& terrain) {
 
 Status StartHost(platform::Host& host, platform::CollectingConsole& console) {
   host.SetConsole(console);
-  VLGD_RETURN_IF_ERROR(VLGD::StartModule(host));
+  VLGD_RETURN_IF_ERROR(VLGD::StartModule(host, platform::ResourceFolder(), VLGD::IconUse::CHECK_ONLY));
   // The banner is for editors; warnings (a broken preference file, say) are for everyone.
   const std::vector<std::string> lines = console.Lines();
   for (size_t i = 2; i < lines.size(); ++i) std::fprintf(stderr, "vellgrund: %s\n", lines[i].c_str());

@@ -175,8 +175,17 @@ void PluginEnd() {
   Sheets().blendModes.reset();
 }
 
-platform::Status StartModule(platform::Host& host, const std::filesystem::path& resources) {
-  if (!PluginMessage(host, kSystemInit, resources))
+platform::Status StartModule(platform::Host& host, const std::filesystem::path& resources, IconUse icons) {
+  bool initialised = false;
+  if (icons == IconUse::LOAD) {
+    initialised = PluginMessage(host, kSystemInit, resources);
+  } else {
+    std::error_code ignored;
+    initialised = host.GetStrings().LoadFile(resources / "strings" / "strings.json").has_value() &&
+                  std::filesystem::is_regular_file(resources / kMainSheet, ignored) &&
+                  std::filesystem::is_regular_file(resources / kBlendModeSheet, ignored);
+  }
+  if (!initialised)
     return platform::IoError("Could not load the module's resources from " + resources.string() +
                              " (strings/strings.json, " + kMainSheet + ", " + kBlendModeSheet + ")!");
   if (!PluginStart(host)) return platform::GenericError("Could not register the module's types!");

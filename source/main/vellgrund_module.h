@@ -19,9 +19,15 @@ bool PluginMessage(platform::Host& host, platform::Int32 id,
                    const std::filesystem::path& resources = platform::ResourceFolder());
 void PluginEnd();
 
+// What a front-end needs of the resources: an editor shows icons; a batch tool shows none
+// and need not decode the sheets (decoding them costs most of a tool's start-up), though
+// it still refuses to start when one is missing, as the editor would.
+enum class IconUse { LOAD, CHECK_ONLY };
+
 // Loads the module into the host as an application does at start-up: preferences from the
 // user's file, the system-initialisation message, then PluginStart. The error names what
 // failed.
-platform::Status StartModule(platform::Host& host, const std::filesystem::path& resources = platform::ResourceFolder());
+platform::Status StartModule(platform::Host& host, const std::filesystem::path& resources = platform::ResourceFolder(),
+                             IconUse icons = IconUse::LOAD);
 
 }  // namespace VLGD
