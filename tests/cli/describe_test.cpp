@@ -14,6 +14,7 @@
 #include "main/vellgrund_module.h"
 #include "platform/document.h"
 #include "platform/parameter_help.h"
+#include "platform/scene_file.h"
 #include "support/temp_dir.h"
 
 namespace {
@@ -145,6 +146,29 @@ TEST_F(Described, TheListNamesEveryTypeOnceAndTheFieldTypesUnderTheirOwnHeading)
     EXPECT_EQ(list.output.find(entry, found + 1), std::string::npos) << info->resourceName << " twice";
     EXPECT_EQ(found > fieldHeading, (info->objectInfo & platform::OBJECT_FIELD) != 0) << info->resourceName;
   }
+}
+
+// The guide's worked example is what readers copy first; a renamed symbol or choice, or a
+// value that leaves its limits, must not slip into it unnoticed.
+TEST_F(Described, TheSceneFormatGuidesExampleLoadsWithoutWarnings) {
+  std::ifstream stream(std::string(VELLGRUND_DOCS_DIR) + "/scene-format.md");
+  const std::string guide{std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
+  const std::size_t section = guide.find("## A complete example");
+  ASSERT_NE(section, std::string::npos);
+  const std::size_t open = guide.find("```json\n", section);
+  ASSERT_NE(open, std::string::npos);
+  const std::size_t begin = open + 8;
+  const std::size_t end = guide.find("```", begin);
+  ASSERT_NE(end, std::string::npos);
+
+  platform::CollectingConsole warnings;
+  host_.SetWarnings(warnings);
+  const auto doc = platform::LoadScene(host_, guide.substr(begin, end - begin), "scene-format.md");
+  ASSERT_TRUE(doc) << doc.error().message;
+  EXPECT_TRUE(warnings.Lines().empty()) << testing::PrintToString(warnings.Lines());
+  std::size_t terrains = 0;
+  for (const platform::Node* node : (*doc)->AllNodes()) terrains += node->GetTypeInfo().resourceName == "oterrain";
+  EXPECT_EQ(terrains, 1u);
 }
 
 TEST(Describe, AMisspeltTypeIsRefusedWithTheNearestName) {
