@@ -196,23 +196,51 @@ class Describer {
   }
 
   void ListTypes() const {
-    std::printf("Node types, in menu order:\n");
-    // Separators only between entries: the menu ends with two.
-    bool separate = false;
-    bool any = false;
+    // Sections of the listing; nullptr stands for a menu separator.
+    std::vector<const PluginInfo*> menu;
+    std::vector<const PluginInfo*> fields;
+    std::vector<const PluginInfo*> others;  // outside the menu, no field type: still worth a line
     for (const PluginInfo* info : registry_.MenuOrder()) {
-      if (info->kind == platform::PluginKind::SEPARATOR) {
-        separate = any;
-        continue;
-      }
-      if (separate) std::printf("  ----\n");
-      separate = false;
-      any = true;
-      PrintTypeLine(*info);
+      if (info->kind != platform::PluginKind::SEPARATOR)
+        menu.push_back(info);
+      else if (!menu.empty() && menu.back() != nullptr)  // one line for neighbouring separators
+        menu.push_back(nullptr);
     }
-    std::printf("\nField object types, for the layers of masking field lists:\n");
-    for (const auto& info : registry_.All())
-      if (info->allocate && (info->objectInfo & platform::OBJECT_FIELD) != 0) PrintTypeLine(*info);
+    // None after the last entry: the menu ends with two.
+    while (!menu.empty() && menu.back() == nullptr) menu.pop_back();
+    for (const auto& info : registry_.All()) {
+      if (!info->allocate) continue;
+      if ((info->objectInfo & platform::OBJECT_FIELD) != 0)
+        fields.push_back(info.get());
+      else if (!info->SortNumber())
+        others.push_back(info.get());
+    }
+
+    TypeColumns columns;
+    for (const auto* section : {&menu, &fields, &others})
+      for (const PluginInfo* info : *section) {
+        if (info == nullptr) continue;
+        columns.name = std::max(columns.name, info->resourceName.size());
+        columns.id = std::max(columns.id, std::to_string(info->id).size());
+        columns.label = std::max(columns.label, TypeLabel(*info).size());
+      }
+    const auto print = [&](const char* heading, const std::vector<const PluginInfo*>& section) {
+      if (section.empty()) return;
+      std::printf("%s", heading);
+      for (const PluginInfo* info : section) {
+        if (info == nullptr) {
+          std::printf("  ----\n");
+          continue;
+        }
+        const std::string head = Join({"  ", Padded(info->resourceName, columns.name), "  ",
+                                       Padded(std::to_string(info->id), columns.id), "  ",
+                                       Padded(TypeLabel(*info), columns.label), "  "});
+        std::fputs(Wrapped(head, TypeHelp(*info), head.size()).c_str(), stdout);
+      }
+    };
+    print("Node types, in menu order:\n", menu);
+    print("\nField object types, for the layers of masking field lists:\n", fields);
+    print("\nOther object types:\n", others);
     std::printf("\nSee the parameters of one type with 'vellgrund describe TYPE'.\n");
   }
 
@@ -247,6 +275,12 @@ class Describer {
   }
 
  private:
+  struct TypeColumns {
+    std::size_t name = 0;
+    std::size_t id = 0;
+    std::size_t label = 0;
+  };
+
   struct Columns {
     std::size_t id = 2;
     std::size_t symbol = 6;
@@ -276,12 +310,6 @@ class Describer {
   [[nodiscard]] std::string DefaultText(const ParameterDescription& parameter) const {
     if (parameter.kind != ParameterKind::VALUE) return "";
     return ValueText(parameter.defaultValue, EnumerationOf(parameter));
-  }
-
-  void PrintTypeLine(const PluginInfo& info) const {
-    const std::string head =
-        Join({"  ", Padded(info.resourceName, 20), " ", Padded(std::to_string(info.id), 8), " ", Padded(TypeLabel(info), 15), " "});
-    std::fputs(Wrapped(head, TypeHelp(info), head.size()).c_str(), stdout);
   }
 
   // The parameters of one group in description order; groups inside it as headings with
