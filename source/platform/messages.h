@@ -15,6 +15,9 @@ enum MessageType : Int32 {
   MSG_DESCRIPTION_POSTSETPARAMETER = 22, // after a user edit stored `parameter`
   MSG_DESCRIPTION_VALIDATE = 23,         // bring the parameters back into their limits
   MSG_DOCUMENTINFO = 24,                 // the document was loaded, saved, ...; `info` says what
+  // A scene file gave the node its values; `payload` holds the std::vector<ParameterId> of
+  // those it gave, so a node can tell a value from the file from its default.
+  MSG_DESCRIPTION_READ = 25,
 };
 
 // MSG_DOCUMENTINFO kinds.
