@@ -60,12 +60,17 @@ Result<Value> Conform(const Node& node, const ParameterDescription& parameter, V
       return Value(value.ToBool(false));
     case ValueType::INT32:
     case ValueType::INT64: {
-      const Int integer = ClampToLimits(parameter, value.ToInt64(0));
-      if (!parameter.enumeration.empty()) {
-        const Enumeration* enumeration = node.GetHost().GetRegistry().Enumerations().Find(parameter.enumeration);
-        if (enumeration != nullptr && !enumeration->isFlagSet && !enumeration->NameOf(integer))
+      Int integer = value.ToInt64(0);
+      const Enumeration* enumeration = parameter.enumeration.empty()
+                                           ? nullptr
+                                           : node.GetHost().GetRegistry().Enumerations().Find(parameter.enumeration);
+      if (enumeration != nullptr && !enumeration->isFlagSet) {
+        // A choice has no nearest member to fall back on.
+        if (!enumeration->NameOf(integer))
           return IllegalArgumentError(where + ": " + std::to_string(integer) + " is not a member of " +
                                       parameter.enumeration + "!");
+      } else {
+        integer = ClampToLimits(parameter, integer);
       }
       if (parameter.type == ValueType::INT64) return Value(integer);
       return Value(Value(integer).ToInt32(0));

@@ -639,8 +639,9 @@ class SceneReader {
   void WarnClamped(const Node& node, const std::string& symbol, const ParameterDescription& parameter,
                    const std::string& given, const std::string& used, bool below, bool whole) const {
     const std::string& name = node.GetName().empty() ? node.GetTypeInfo().resourceName : node.GetName();
+    // A whole number's limit is the nearest whole number inside: what it is clamped to.
     const Float limit = below ? *parameter.minimum : *parameter.maximum;
-    const std::string limitText = whole ? std::to_string(static_cast<Int>(limit)) : NumberText(limit);
+    const std::string limitText = whole ? used : NumberText(limit);
     host_.Warn("Warning: '" + name + "' parameter " + symbol + ": " + given + " is " + (below ? "below" : "above") +
                " the " + (below ? "minimum " : "maximum ") + limitText + "; using " + used + ".");
   }
