@@ -2,8 +2,8 @@
 
 #include <algorithm>
 #include <any>
-#include <vector>
 #include <string>
+#include <vector>
 
 #include "common/vlgd_gui.h"
 #include "platform/host.h"

@@ -163,21 +163,22 @@ platform::Description GradientOperatorDescription() {
   SplineData profile;
   (void)InitGradientProfile(profile);  // an empty curve is the identity, should this fail
   constexpr Float kFar = kMaxWorldDistance;
-  return {"ogradientoperator",
-          {"Obaseterrainoperator", "DterrainDistortion"},
-          {
-              DescribeParameter(GRADIENTOPERATOR_PROFILE, "GRADIENTOPERATOR_PROFILE", ValueType::CURVE, std::move(profile)),
-              DescribeParameter(GRADIENTOPERATOR_TYPE, "GRADIENTOPERATOR_TYPE", ValueType::INT32, Int32{1})
-                  .Choice("GRADIENTTYPE", static_cast<Int32>(GRADIENTTYPE::RADIAL), static_cast<Int32>(GRADIENTTYPE::SQUARE)),
-              DescribeParameter(GRADIENTOPERATOR_RADIUS, "GRADIENTOPERATOR_RADIUS", ValueType::FLOAT, 200.0)
-                  .Limits(0.0, kFar, "units"),
-              DescribeParameter(GRADIENTOPERATOR_SIZE, "GRADIENTOPERATOR_SIZE", ValueType::FLOAT, 200.0)
-                  .Limits(0.0, kFar, "units"),
-              DescribeParameter(GRADIENTOPERATOR_HEIGHT, "GRADIENTOPERATOR_HEIGHT", ValueType::FLOAT, 150.0)
-                  .Limits(0.0, kFar, "units"),
-          },
-          {{"GRADIENTTYPE",
-            {{"RADIAL", 1}, {"LINEAR", 2}, {"RECTANGULAR", 3}, {"SQUARE", 4}}}}};
+  return {
+      "ogradientoperator",
+      {"Obaseterrainoperator", "DterrainDistortion"},
+      {
+          DescribeParameter(GRADIENTOPERATOR_PROFILE, "GRADIENTOPERATOR_PROFILE", ValueType::CURVE, std::move(profile)),
+          DescribeParameter(GRADIENTOPERATOR_TYPE, "GRADIENTOPERATOR_TYPE", ValueType::INT32, Int32{1})
+              .Choice("GRADIENTTYPE", static_cast<Int32>(GRADIENTTYPE::RADIAL),
+                      static_cast<Int32>(GRADIENTTYPE::SQUARE)),
+          DescribeParameter(GRADIENTOPERATOR_RADIUS, "GRADIENTOPERATOR_RADIUS", ValueType::FLOAT, 200.0)
+              .Limits(0.0, kFar, "units"),
+          DescribeParameter(GRADIENTOPERATOR_SIZE, "GRADIENTOPERATOR_SIZE", ValueType::FLOAT, 200.0)
+              .Limits(0.0, kFar, "units"),
+          DescribeParameter(GRADIENTOPERATOR_HEIGHT, "GRADIENTOPERATOR_HEIGHT", ValueType::FLOAT, 150.0)
+              .Limits(0.0, kFar, "units"),
+      },
+      {{"GRADIENTTYPE", {{"RADIAL", 1}, {"LINEAR", 2}, {"RECTANGULAR", 3}, {"SQUARE", 4}}}}};
 }
 
 }  // namespace VLGD

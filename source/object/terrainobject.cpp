@@ -2,10 +2,10 @@
 
 #include <algorithm>
 #include <array>
-#include <cmath>
 #include <charconv>
-#include <string>
+#include <cmath>
 #include <new>
+#include <string>
 
 #include "common/vlgd_geometry.h"
 #include "platform/host.h"
@@ -224,46 +224,48 @@ Result<std::unique_ptr<platform::LineObject>> BuildIsoparms(Int width, Int heigh
 platform::Description TerrainObjectDescription() {
   using platform::DescribeParameter;
   constexpr Float kFar = kMaxWorldDistance;
-  ParameterDescription exportButton = DescribeParameter(TERRAINOBJECT_EXPORT, "TERRAINOBJECT_EXPORT", ValueType::NONE, Value{});
+  ParameterDescription exportButton =
+      DescribeParameter(TERRAINOBJECT_EXPORT, "TERRAINOBJECT_EXPORT", ValueType::NONE, Value{});
   exportButton.kind = platform::ParameterKind::BUTTON;
   ParameterDescription memory =
       DescribeParameter(TERRAINOBJECT_MEMORY_INFO, "TERRAINOBJECT_MEMORY_INFO", ValueType::STRING, Value{});
   memory.readOnly = true;
-  return {"oterrain",
-          {},
-          {
-              // A size of 0 would leave no area to sample.
-              DescribeParameter(TERRAINOBJECT_SIZE_X, "TERRAINOBJECT_SIZE_X", ValueType::FLOAT, 500.0)
-                  .Limits(0.001, kFar, "units"),
-              DescribeParameter(TERRAINOBJECT_SIZE_Z, "TERRAINOBJECT_SIZE_Z", ValueType::FLOAT, 500.0)
-                  .Limits(0.001, kFar, "units"),
-              DescribeParameter(TERRAINOBJECT_RESOLUTION_X, "TERRAINOBJECT_RESOLUTION_X", ValueType::INT32, Int32{500})
-                  .Limits(1.0, kHardMaxResolution, "segments"),
-              DescribeParameter(TERRAINOBJECT_RESOLUTION_Z, "TERRAINOBJECT_RESOLUTION_Z", ValueType::INT32, Int32{500})
-                  .Limits(1.0, kHardMaxResolution, "segments"),
-              DescribeParameter(TERRAINOBJECT_ISOPARM_LINES, "TERRAINOBJECT_ISOPARM_LINES", ValueType::INT32, Int32{3})
-                  .Limits(0.0, kHardMaxResolution, "segments"),
-              DescribeParameter(TERRAINOBJECT_LOCK_DENSITY, "TERRAINOBJECT_LOCK_DENSITY", ValueType::BOOL, Value{}),
-              DescribeParameter(TERRAINOBJECT_EDGE_HEIGHT, "TERRAINOBJECT_EDGE_HEIGHT", ValueType::FLOAT, 0.0)
-                  .Limits(-kFar, kFar, "units"),
-              DescribeParameter(TERRAINOBJECT_EDGE_FALLOFF, "TERRAINOBJECT_EDGE_FALLOFF", ValueType::BOOL, false),
-              DescribeParameter(TERRAINOBJECT_CURVATURE, "TERRAINOBJECT_CURVATURE", ValueType::BOOL, false),
-              DescribeParameter(TERRAINOBJECT_CURVATURE_RADIUS, "TERRAINOBJECT_CURVATURE_RADIUS", ValueType::FLOAT, 6371.0)
-                  .Limits(0.0, 1.0e9, "units"),
-              DescribeParameter(TERRAINOBJECT_CURVATURE_INVERT, "TERRAINOBJECT_CURVATURE_INVERT", ValueType::BOOL, Value{}),
-              DescribeParameter(TERRAINOBJECT_PHONG, "TERRAINOBJECT_PHONG", ValueType::BOOL, true),
-              DescribeParameter(TERRAINOBJECT_TESSELATION, "TERRAINOBJECT_TESSELATION", ValueType::INT32, Int32{0})
-                  .Choice("PLANETESSELATIONMODE", static_cast<Int32>(PLANETESSELATIONMODE::QUADS),
-                          static_cast<Int32>(PLANETESSELATIONMODE::TRIS2)),
-              DescribeParameter(TERRAINOBJECT_HULL, "TERRAINOBJECT_HULL", ValueType::BOOL, false),
-              DescribeParameter(TERRAINOBJECT_HULL_DEPTH, "TERRAINOBJECT_HULL_DEPTH", ValueType::FLOAT, 10.0)
-                  .Limits(-kFar, kFar, "units"),
-              // 0: heights as they are, 1: normalised to 0 .. 1.
-              DescribeParameter(TERRAINOBJECT_EXPORT_MODE, "TERRAINOBJECT_EXPORT_MODE", ValueType::INT32, Int32{0})
-                  .Limits(0.0, 1.0),
-              exportButton,
-              memory,
-          }};
+  return {
+      "oterrain",
+      {},
+      {
+          // A size of 0 would leave no area to sample.
+          DescribeParameter(TERRAINOBJECT_SIZE_X, "TERRAINOBJECT_SIZE_X", ValueType::FLOAT, 500.0)
+              .Limits(0.001, kFar, "units"),
+          DescribeParameter(TERRAINOBJECT_SIZE_Z, "TERRAINOBJECT_SIZE_Z", ValueType::FLOAT, 500.0)
+              .Limits(0.001, kFar, "units"),
+          DescribeParameter(TERRAINOBJECT_RESOLUTION_X, "TERRAINOBJECT_RESOLUTION_X", ValueType::INT32, Int32{500})
+              .Limits(1.0, kHardMaxResolution, "segments"),
+          DescribeParameter(TERRAINOBJECT_RESOLUTION_Z, "TERRAINOBJECT_RESOLUTION_Z", ValueType::INT32, Int32{500})
+              .Limits(1.0, kHardMaxResolution, "segments"),
+          DescribeParameter(TERRAINOBJECT_ISOPARM_LINES, "TERRAINOBJECT_ISOPARM_LINES", ValueType::INT32, Int32{3})
+              .Limits(0.0, kHardMaxResolution, "segments"),
+          DescribeParameter(TERRAINOBJECT_LOCK_DENSITY, "TERRAINOBJECT_LOCK_DENSITY", ValueType::BOOL, Value{}),
+          DescribeParameter(TERRAINOBJECT_EDGE_HEIGHT, "TERRAINOBJECT_EDGE_HEIGHT", ValueType::FLOAT, 0.0)
+              .Limits(-kFar, kFar, "units"),
+          DescribeParameter(TERRAINOBJECT_EDGE_FALLOFF, "TERRAINOBJECT_EDGE_FALLOFF", ValueType::BOOL, false),
+          DescribeParameter(TERRAINOBJECT_CURVATURE, "TERRAINOBJECT_CURVATURE", ValueType::BOOL, false),
+          DescribeParameter(TERRAINOBJECT_CURVATURE_RADIUS, "TERRAINOBJECT_CURVATURE_RADIUS", ValueType::FLOAT, 6371.0)
+              .Limits(0.0, 1.0e9, "units"),
+          DescribeParameter(TERRAINOBJECT_CURVATURE_INVERT, "TERRAINOBJECT_CURVATURE_INVERT", ValueType::BOOL, Value{}),
+          DescribeParameter(TERRAINOBJECT_PHONG, "TERRAINOBJECT_PHONG", ValueType::BOOL, true),
+          DescribeParameter(TERRAINOBJECT_TESSELATION, "TERRAINOBJECT_TESSELATION", ValueType::INT32, Int32{0})
+              .Choice("PLANETESSELATIONMODE", static_cast<Int32>(PLANETESSELATIONMODE::QUADS),
+                      static_cast<Int32>(PLANETESSELATIONMODE::TRIS2)),
+          DescribeParameter(TERRAINOBJECT_HULL, "TERRAINOBJECT_HULL", ValueType::BOOL, false),
+          DescribeParameter(TERRAINOBJECT_HULL_DEPTH, "TERRAINOBJECT_HULL_DEPTH", ValueType::FLOAT, 10.0)
+              .Limits(-kFar, kFar, "units"),
+          // 0: heights as they are, 1: normalised to 0 .. 1.
+          DescribeParameter(TERRAINOBJECT_EXPORT_MODE, "TERRAINOBJECT_EXPORT_MODE", ValueType::INT32, Int32{0})
+              .Limits(0.0, 1.0),
+          exportButton,
+          memory,
+      }};
 }
 
 bool TerrainObject::Init(Node& node) {

@@ -31,10 +31,10 @@ Int ClampToLimits(const ParameterDescription& parameter, Int value) {
   constexpr Float kLowest = -9223372036854775808.0;  // -2^63, exact
   if (parameter.minimum && static_cast<Float>(value) < *parameter.minimum)
     return *parameter.minimum >= -kLowest ? std::numeric_limits<Int>::max()
-                                           : static_cast<Int>(std::ceil(*parameter.minimum));
+                                          : static_cast<Int>(std::ceil(*parameter.minimum));
   if (parameter.maximum && static_cast<Float>(value) > *parameter.maximum)
     return *parameter.maximum < kLowest ? std::numeric_limits<Int>::min()
-                                         : static_cast<Int>(std::floor(*parameter.maximum));
+                                        : static_cast<Int>(std::floor(*parameter.maximum));
   return value;
 }
 

@@ -27,8 +27,8 @@ bool IsUsableExtent(Float extent) { return extent > 0.0; }
 
 bool IsZeroMatrix(const Matrix& m) { return m == Matrix{Vector{}, Vector{}, Vector{}, Vector{}}; }
 
-ParameterDescription FloatParameter(ParameterId id, std::string symbol, Float defaultValue, Float minimum, Float maximum,
-                                    const char* unit = "") {
+ParameterDescription FloatParameter(ParameterId id, std::string symbol, Float defaultValue, Float minimum,
+                                    Float maximum, const char* unit = "") {
   ParameterDescription parameter;
   parameter.id = id;
   parameter.symbol = std::move(symbol);
@@ -58,11 +58,13 @@ Status RegisterFieldType(Registry& registry, Int32 id, std::string resourceName,
   description.resourceName = resourceName;
   switch (shape) {
     case FieldShape::SPHERICAL:
-      description.parameters.push_back(FloatParameter(FIELD_RADIUS, "FIELD_RADIUS", kDefaultExtent, 0.0, kMaxExtent, "units"));
+      description.parameters.push_back(
+          FloatParameter(FIELD_RADIUS, "FIELD_RADIUS", kDefaultExtent, 0.0, kMaxExtent, "units"));
       description.parameters.push_back(InnerOffsetParameter());
       break;
     case FieldShape::LINEAR:
-      description.parameters.push_back(FloatParameter(FIELD_LENGTH, "FIELD_LENGTH", kDefaultExtent, 0.0, kMaxExtent, "units"));
+      description.parameters.push_back(
+          FloatParameter(FIELD_LENGTH, "FIELD_LENGTH", kDefaultExtent, 0.0, kMaxExtent, "units"));
       description.parameters.push_back(InnerOffsetParameter());
       break;
     case FieldShape::BOX: {

@@ -679,7 +679,8 @@ class SceneReader {
             parameter.enumeration.empty() ? nullptr : registry_.Enumerations().Find(parameter.enumeration);
         if (json.is_string() && !parameter.enumeration.empty()) {
           const auto& name = json.get_ref<const std::string&>();
-          if (enumeration == nullptr) return IllegalArgumentError("'" + name + "' is not a member of " + parameter.enumeration);
+          if (enumeration == nullptr)
+            return IllegalArgumentError("'" + name + "' is not a member of " + parameter.enumeration);
           const std::optional<Int> member = EnumValueOf(*enumeration, name);
           if (!member || *member < std::numeric_limits<Int32>::min() || *member > std::numeric_limits<Int32>::max())
             return NotAMember("'" + name + "'", *enumeration);

@@ -9,8 +9,8 @@
 #include "platform/debug_stop.h"
 #include "platform/file_output.h"
 #include "platform/host.h"
-#include "platform/memory.h"
 #include "platform/image.h"
+#include "platform/memory.h"
 #include "platform/parallel.h"
 #include "vellgrund/blend.h"
 
@@ -94,7 +94,8 @@ platform::Description BaseTerrainOperatorDescription() {
     return DescribeParameter(id, symbol, ValueType::FLOAT, value).Limits(0.0, 1.0);
   };
   const auto height = [](ParameterId id, const char* symbol, Float value) {
-    return DescribeParameter(id, symbol, ValueType::FLOAT, value).Limits(-kMaxWorldDistance, kMaxWorldDistance, "units");
+    return DescribeParameter(id, symbol, ValueType::FLOAT, value)
+        .Limits(-kMaxWorldDistance, kMaxWorldDistance, "units");
   };
   ParameterDescription version =
       DescribeParameter(TERRAINOPERATOR_VERSION, "TERRAINOPERATOR_VERSION", ValueType::INT32, kTerrainOperatorVersion)
@@ -103,7 +104,8 @@ platform::Description BaseTerrainOperatorDescription() {
   ParameterDescription exportButton =
       DescribeParameter(TERRAINOPERATOR_EXPORT_CHANGEMAP, "TERRAINOPERATOR_EXPORT_CHANGEMAP", ValueType::NONE, Value{});
   exportButton.kind = ParameterKind::BUTTON;
-  ParameterDescription status = DescribeParameter(TERRAINOPERATOR_STATUS, "TERRAINOPERATOR_STATUS", ValueType::STRING, Value{});
+  ParameterDescription status =
+      DescribeParameter(TERRAINOPERATOR_STATUS, "TERRAINOPERATOR_STATUS", ValueType::STRING, Value{});
   status.readOnly = true;
   description.parameters = {
       fraction(TERRAINOPERATOR_STRENGTH, "TERRAINOPERATOR_STRENGTH", 1.0),
@@ -112,20 +114,22 @@ platform::Description BaseTerrainOperatorDescription() {
       // A multiplier of the operator's heights, as a height per unit of its output.
       height(TERRAINOPERATOR_HEIGHTSCALE, "TERRAINOPERATOR_HEIGHTSCALE", 1.0),
       height(TERRAINOPERATOR_OFFSET, "TERRAINOPERATOR_OFFSET", 0.0),
-      DescribeParameter(TERRAINOPERATOR_FACTOR, "TERRAINOPERATOR_FACTOR", ValueType::FLOAT, 1.0).Limits(-1000.0, 1000.0),
+      DescribeParameter(TERRAINOPERATOR_FACTOR, "TERRAINOPERATOR_FACTOR", ValueType::FLOAT, 1.0)
+          .Limits(-1000.0, 1000.0),
       version,
       exportButton,
       status,
-      DescribeParameter(TERRAINOPERATOR_MASKING_FIELDS_LIST, "TERRAINOPERATOR_MASKING_FIELDS_LIST", ValueType::FIELDLIST,
-                        platform::FieldList{}),
-      DescribeParameter(TERRAINOPERATOR_MASKING_SLOPE_ENABLED, "TERRAINOPERATOR_MASKING_SLOPE_ENABLED", ValueType::BOOL, false),
+      DescribeParameter(TERRAINOPERATOR_MASKING_FIELDS_LIST, "TERRAINOPERATOR_MASKING_FIELDS_LIST",
+                        ValueType::FIELDLIST, platform::FieldList{}),
+      DescribeParameter(TERRAINOPERATOR_MASKING_SLOPE_ENABLED, "TERRAINOPERATOR_MASKING_SLOPE_ENABLED", ValueType::BOOL,
+                        false),
       // Slopes as a share of a right angle, 0 flat to 1 vertical; falloffs as a share of the range.
       fraction(TERRAINOPERATOR_MASKING_SLOPE_LOW, "TERRAINOPERATOR_MASKING_SLOPE_LOW", 0.0),
       fraction(TERRAINOPERATOR_MASKING_SLOPE_HIGH, "TERRAINOPERATOR_MASKING_SLOPE_HIGH", 1.0),
       fraction(TERRAINOPERATOR_MASKING_SLOPE_LOWFALLOFF, "TERRAINOPERATOR_MASKING_SLOPE_LOWFALLOFF", 0.0),
       fraction(TERRAINOPERATOR_MASKING_SLOPE_HIGHFALLOFF, "TERRAINOPERATOR_MASKING_SLOPE_HIGHFALLOFF", 0.0),
-      DescribeParameter(TERRAINOPERATOR_MASKING_HEIGHT_ENABLED, "TERRAINOPERATOR_MASKING_HEIGHT_ENABLED", ValueType::BOOL,
-                        false),
+      DescribeParameter(TERRAINOPERATOR_MASKING_HEIGHT_ENABLED, "TERRAINOPERATOR_MASKING_HEIGHT_ENABLED",
+                        ValueType::BOOL, false),
       height(TERRAINOPERATOR_MASKING_HEIGHT_LOW, "TERRAINOPERATOR_MASKING_HEIGHT_LOW", 0.0),
       height(TERRAINOPERATOR_MASKING_HEIGHT_HIGH, "TERRAINOPERATOR_MASKING_HEIGHT_HIGH", 100.0),
       fraction(TERRAINOPERATOR_MASKING_HEIGHT_LOWFALLOFF, "TERRAINOPERATOR_MASKING_HEIGHT_LOWFALLOFF", 0.0),

@@ -61,7 +61,7 @@ TEST(CurveOperatorTest, AScenePresetWithoutACurveAppliesThePreset) {
        "params": {"CURVEOPERATOR_PRESET": "CANYON", "CURVEOPERATOR_CURVE": {"preset": "DUNES"}}},
       {"type": "ocurveoperator", "name": "custom", "params": {"CURVEOPERATOR_PRESET": "CUSTOM"}},
       {"type": "ocurveoperator", "name": "none"}]})",
-                           "curves.json");
+                          "curves.json");
   ASSERT_TRUE(loaded) << loaded.error().message;
   const Document& document = **loaded;
   const auto curve = [&](const char* name) {

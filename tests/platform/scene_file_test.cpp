@@ -275,11 +275,13 @@ TEST_F(SceneFileTest, RefusalsNameTheSourceTheNodeAndTheKey) {
       {scene(R"("params": {"TEST_GROUP": 1})"), {"objects[0] 'n'", "parameter 'TEST_GROUP'", "has no value"}},
       {scene(R"("params": {"1003": "high"})"), {"objects[0] 'n'", "parameter '1003'", "expected a number"}},
       {scene(R"("params": {"1001": 1.5})"), {"parameter '1001'", "expected an integer"}},
-      {scene(R"("params": {"1001": -1})"), {"parameter '1001'", "-1 is not a member of TESTMODE (valid: LOW, MID, HIGH)"}},
+      {scene(R"("params": {"1001": -1})"),
+       {"parameter '1001'", "-1 is not a member of TESTMODE (valid: LOW, MID, HIGH)"}},
       {scene(R"("params": {"1001": 3})"), {"parameter '1001'", "3 is not a member of TESTMODE"}},
       {scene(R"("params": {"1002": 1e999})"), {"objects[0].params.1002", "number overflow"}},
       {scene(R"("params": {"1001": 9999999999})"), {"parameter '1001'", "out of range"}},
-      {scene(R"("params": {"1001": "LOUD"})"), {"parameter '1001'", "'LOUD' is not a member of TESTMODE (valid: LOW, MID, HIGH)"}},
+      {scene(R"("params": {"1001": "LOUD"})"),
+       {"parameter '1001'", "'LOUD' is not a member of TESTMODE (valid: LOW, MID, HIGH)"}},
       {scene(R"("params": {"1003": 1e400})"), {"objects[0].params.1003", "number overflow"}},
       {scene(R"("params": {"1004": [1, 2]})"), {"parameter '1004'", "[x, y, z]"}},
       {scene(R"("params": {"1006": {"preset": "WAVY"}})"), {"parameter '1006'", "unknown curve preset 'WAVY'"}},
@@ -321,24 +323,35 @@ TEST_F(SceneFileTest, NumbersOutsideTheirLimitsAreClampedWithAWarning) {
     std::vector<std::string> warnings;
   };
   const std::vector<Case> cases = {
-      {R"("1003": 75)", TEST_HEIGHT, 50.0,
+      {R"("1003": 75)",
+       TEST_HEIGHT,
+       50.0,
        {"Warning: 'n' parameter TEST_HEIGHT: 75.0 is above the maximum 50.0; using 50.0."}},
-      {R"("TEST_HEIGHT": -50.25)", TEST_HEIGHT, -50.0,
+      {R"("TEST_HEIGHT": -50.25)",
+       TEST_HEIGHT,
+       -50.0,
        {"Warning: 'n' parameter TEST_HEIGHT: -50.25 is below the minimum -50.0; using -50.0."}},
       // A whole number stops at the nearest whole number inside a fractional limit.
-      {R"("1002": -7)", TEST_SEED, Int{-2}, {"Warning: 'n' parameter TEST_SEED: -7 is below the minimum -2; using -2."}},
-      {R"("1002": 9223372036854775807)", TEST_SEED, Int{1'000'000'000'000'000'000},
+      {R"("1002": -7)",
+       TEST_SEED,
+       Int{-2},
+       {"Warning: 'n' parameter TEST_SEED: -7 is below the minimum -2; using -2."}},
+      {R"("1002": 9223372036854775807)",
+       TEST_SEED,
+       Int{1'000'000'000'000'000'000},
        {"Warning: 'n' parameter TEST_SEED: 9223372036854775807 is above the maximum 1000000000000000000; using "
         "1000000000000000000."}},
-      {R"("1004": [20, 0, -30])", TEST_OFFSET, Vector{10.0, 0.0, -10.0},
+      {R"("1004": [20, 0, -30])",
+       TEST_OFFSET,
+       Vector{10.0, 0.0, -10.0},
        {"Warning: 'n' parameter TEST_OFFSET.x: 20.0 is above the maximum 10.0; using 10.0.",
         "Warning: 'n' parameter TEST_OFFSET.z: -30.0 is below the minimum -10.0; using -10.0."}},
       {R"("1003": 50, "1002": -2, "1004": [-10, 10, 0])", TEST_HEIGHT, 50.0, {}},
   };
   for (const Case& c : cases) {
     const std::size_t before = warnings_.Lines().size();
-    auto document = Load(R"({"vellgrund": 1, "objects": [{"type": "oscenetest", "name": "n", "params": {)" + c.params +
-                         "}}]}");
+    auto document =
+        Load(R"({"vellgrund": 1, "objects": [{"type": "oscenetest", "name": "n", "params": {)" + c.params + "}}]}");
     ASSERT_NE(document, nullptr) << c.params;
     EXPECT_EQ(*document->FindByName("n")->GetData().Find(c.id), c.expected) << c.params;
     const std::vector<std::string> lines = warnings_.Lines();
