@@ -67,10 +67,14 @@ platform::Description AdjustmentOperatorDescription() {
   return {"oadjustmentoperator",
           {"Obaseterrainoperator"},
           {
-              DescribeParameter(ADJUSTMENTOPERATOR_SCALE, "ADJUSTMENTOPERATOR_SCALE", ValueType::FLOAT, 1.0),
+              DescribeParameter(ADJUSTMENTOPERATOR_SCALE, "ADJUSTMENTOPERATOR_SCALE", ValueType::FLOAT, 1.0)
+                  .Limits(-1000.0, 1000.0),
+              // In multiples of the incoming height range.
               DescribeParameter(ADJUSTMENTOPERATOR_OFFSET_RELATIVE, "ADJUSTMENTOPERATOR_OFFSET_RELATIVE",
-                                ValueType::FLOAT, 0.0),
-              DescribeParameter(ADJUSTMENTOPERATOR_OFFSET, "ADJUSTMENTOPERATOR_OFFSET", ValueType::FLOAT, 0.0),
+                                ValueType::FLOAT, 0.0)
+                  .Limits(-1000.0, 1000.0),
+              DescribeParameter(ADJUSTMENTOPERATOR_OFFSET, "ADJUSTMENTOPERATOR_OFFSET", ValueType::FLOAT, 0.0)
+                  .Limits(-kMaxWorldDistance, kMaxWorldDistance, "units"),
               DescribeParameter(ADJUSTMENTOPERATOR_RELATIVE, "ADJUSTMENTOPERATOR_RELATIVE", ValueType::BOOL, false),
           }};
 }

@@ -76,14 +76,14 @@ Status BlurOperator::Compute(const Grid2D<Float>& incoming, Node& op, Document&,
 
 platform::Description BlurOperatorDescription() {
   using platform::DescribeParameter;
-  platform::ParameterDescription type =
-      DescribeParameter(BLUROPERATOR_TYPE, "BLUROPERATOR_TYPE", ValueType::INT32, Int32{BLUROPERATOR_TYPE_BOX});
-  type.enumeration = "BLURTYPE";
   return {"obluroperator",
           {"Obaseterrainoperator"},
           {
-              DescribeParameter(BLUROPERATOR_RADIUS, "BLUROPERATOR_RADIUS", ValueType::INT32, Int32{2}),
-              type,
+              // A Gauss kernel holds (2 radius + 1)^2 weights: 2048 keeps it near 130 MB.
+              DescribeParameter(BLUROPERATOR_RADIUS, "BLUROPERATOR_RADIUS", ValueType::INT32, Int32{2})
+                  .Limits(0.0, kMaxKernelRadius, "samples"),
+              DescribeParameter(BLUROPERATOR_TYPE, "BLUROPERATOR_TYPE", ValueType::INT32, Int32{BLUROPERATOR_TYPE_BOX})
+                  .Choice("BLURTYPE", BLUROPERATOR_TYPE_BOX, BLUROPERATOR_TYPE_GAUSS5X5),
           },
           {{"BLURTYPE",
             {{"BOX", BLUROPERATOR_TYPE_BOX},

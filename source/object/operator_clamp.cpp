@@ -86,8 +86,10 @@ platform::Description ClampOperatorDescription() {
   return {"oclampoperator",
           {"Obaseterrainoperator"},
           {
-              DescribeParameter(CLAMPOPERATOR_MIN, "CLAMPOPERATOR_MIN", ValueType::FLOAT, 0.0),
-              DescribeParameter(CLAMPOPERATOR_MAX, "CLAMPOPERATOR_MAX", ValueType::FLOAT, 50.0),
+              DescribeParameter(CLAMPOPERATOR_MIN, "CLAMPOPERATOR_MIN", ValueType::FLOAT, 0.0)
+                  .Limits(-kMaxWorldDistance, kMaxWorldDistance, "units"),
+              DescribeParameter(CLAMPOPERATOR_MAX, "CLAMPOPERATOR_MAX", ValueType::FLOAT, 50.0)
+                  .Limits(-kMaxWorldDistance, kMaxWorldDistance, "units"),
               DescribeParameter(CLAMPOPERATOR_HARDCLAMP, "CLAMPOPERATOR_HARDCLAMP", ValueType::BOOL, false),
           }};
 }

@@ -1,11 +1,14 @@
 #include "object/operator_curve.h"
 
 #include <algorithm>
+#include <any>
 #include <string>
+#include <vector>
 
 #include "common/vlgd_gui.h"
 #include "platform/host.h"
 #include "platform/parallel.h"
+#include "vellgrund/enumerations.h"
 #include "vellgrund/filter_loops.h"
 
 namespace VLGD {
@@ -50,6 +53,19 @@ bool CurveOperator::OperatorMessage(Node& op, Int32 type, MessageData& message) 
     if (const Status applied = ApplyCurvePreset(op, CURVEOPERATOR_CURVE, preset); applied)
       op.SetDirty(platform::DIRTYFLAGS_DATA);
     else
+      op.GetHost().GetConsole().Print("Could not apply curve preset!: " + applied.error().message);
+    return true;
+  }
+  if (type == platform::MSG_DESCRIPTION_READ) {
+    // A file that names a preset without a curve means the preset's curve; an explicit
+    // curve wins over the preset named beside it.
+    const auto* given = std::any_cast<std::vector<ParameterId>>(&message.payload);
+    if (given == nullptr || std::ranges::find(*given, CURVEOPERATOR_PRESET) == given->end() ||
+        std::ranges::find(*given, CURVEOPERATOR_CURVE) != given->end())
+      return true;
+    const Int32 preset = op.GetData().GetInt32(CURVEOPERATOR_PRESET, kDefaultPreset);
+    if (preset == kCurvePresetCustom) return true;
+    if (const Status applied = ApplyCurvePreset(op, CURVEOPERATOR_CURVE, preset); !applied)
       op.GetHost().GetConsole().Print("Could not apply curve preset!: " + applied.error().message);
     return true;
   }
@@ -100,9 +116,13 @@ platform::Description CurveOperatorDescription() {
   using platform::DescribeParameter;
   SplineData glacier;
   (void)ApplySplinePreset(glacier, kDefaultPreset);  // Init builds the preset again and reports failures
-  platform::ParameterDescription preset =
-      DescribeParameter(CURVEOPERATOR_PRESET, "CURVEOPERATOR_PRESET", ValueType::INT32, kDefaultPreset);
-  preset.enumeration = "SPLINEDATAPRESET";
+  // The presets and "custom", which an edited curve shows; files keep either.
+  platform::Enumeration presets = SplinePresets();
+  presets.name = "CURVEPRESET";
+  presets.members.push_back({"CUSTOM", kCurvePresetCustom});
+  const platform::ParameterDescription preset =
+      DescribeParameter(CURVEOPERATOR_PRESET, "CURVEOPERATOR_PRESET", ValueType::INT32, kDefaultPreset)
+          .Choice("CURVEPRESET", static_cast<Int32>(SPLINEDATAPRESET::LINEAR), kCurvePresetCustom);
   platform::ParameterDescription apply =
       DescribeParameter(CURVEOPERATOR_APPLYPRESET, "CURVEOPERATOR_APPLYPRESET", ValueType::NONE, platform::Value{});
   apply.kind = platform::ParameterKind::BUTTON;
@@ -112,7 +132,8 @@ platform::Description CurveOperatorDescription() {
               DescribeParameter(CURVEOPERATOR_CURVE, "CURVEOPERATOR_CURVE", ValueType::CURVE, std::move(glacier)),
               preset,
               apply,
-          }};
+          },
+          {std::move(presets)}};
 }
 
 }  // namespace VLGD

@@ -117,50 +117,66 @@ Status ErosionOperator::Compute(const Grid2D<Float>& incoming, Node& op, Documen
 
 platform::Description ErosionOperatorDescription() {
   using platform::DescribeParameter;
-  platform::ParameterDescription mode =
-      DescribeParameter(EROSIONOPERATOR_MODE, "EROSIONOPERATOR_MODE", ValueType::INT32, Int32{EROSIONOPERATOR_MODE_THERMAL});
-  mode.enumeration = "EROSIONMODE";
-  const auto real = [](ParameterId id, const char* symbol, Float value) {
-    return DescribeParameter(id, symbol, ValueType::FLOAT, value);
+  // A share of something, 0 .. 1.
+  const auto share = [](ParameterId id, const char* symbol, Float value) {
+    return DescribeParameter(id, symbol, ValueType::FLOAT, value).Limits(0.0, 1.0);
   };
-  const auto whole = [](ParameterId id, const char* symbol, Int32 value) {
-    return DescribeParameter(id, symbol, ValueType::INT32, value);
+  const auto count = [](ParameterId id, const char* symbol, Int32 value, Float low, Float high, const char* unit) {
+    return DescribeParameter(id, symbol, ValueType::INT32, value).Limits(low, high, unit);
   };
-  return {"oerosionoperator",
-          {"Obaseterrainoperator"},
-          {
-              mode,
-              whole(EROSIONOPERATOR_THERMAL_ITERATIONS, "EROSIONOPERATOR_THERMAL_ITERATIONS", 5),
-              real(EROSIONOPERATOR_THERMAL_INTENSITY, "EROSIONOPERATOR_THERMAL_INTENSITY", 0.8),
-              real(EROSIONOPERATOR_THERMAL_TALUS, "EROSIONOPERATOR_THERMAL_TALUS", 0.1),
-              whole(EROSIONOPERATOR_THERMAL_NEIGHBOURHOOD, "EROSIONOPERATOR_THERMAL_NEIGHBOURHOOD", 3),
-              real(EROSIONOPERATOR_THERMAL_DEPOSIT, "EROSIONOPERATOR_THERMAL_DEPOSIT", 0.2),
-              DescribeParameter(EROSIONOPERATOR_THERMAL_SMOOTH, "EROSIONOPERATOR_THERMAL_SMOOTH", ValueType::BOOL, true),
-              DescribeParameter(EROSIONOPERATOR_DROPLET_SEED, "EROSIONOPERATOR_DROPLET_SEED", ValueType::INT64,
-                                Int{1234}, 0.0, 4294967295.0),
-              whole(EROSIONOPERATOR_DROPLET_COUNT, "EROSIONOPERATOR_DROPLET_COUNT", 5000),
-              real(EROSIONOPERATOR_DROPLET_P32, "EROSIONOPERATOR_DROPLET_P32", 0.04),
-              real(EROSIONOPERATOR_DROPLET_DEPOSITION, "EROSIONOPERATOR_DROPLET_DEPOSITION", 0.03),
-              real(EROSIONOPERATOR_DROPLET_P34, "EROSIONOPERATOR_DROPLET_P34", 0.15),
-              real(EROSIONOPERATOR_DROPLET_FRICTION, "EROSIONOPERATOR_DROPLET_FRICTION", 0.7),
-              real(EROSIONOPERATOR_DROPLET_P36, "EROSIONOPERATOR_DROPLET_P36", 0.8),
-              real(EROSIONOPERATOR_DROPLET_P37, "EROSIONOPERATOR_DROPLET_P37", 0.1),
-              whole(EROSIONOPERATOR_DROPLET_P38, "EROSIONOPERATOR_DROPLET_P38", 80),
-              real(EROSIONOPERATOR_DROPLET_P39, "EROSIONOPERATOR_DROPLET_P39", 0.04),
-              DescribeParameter(EROSIONOPERATOR_DROPLET_P41, "EROSIONOPERATOR_DROPLET_P41", ValueType::BOOL, false),
-              real(EROSIONOPERATOR_FLATTEN_LEVEL_LOW, "EROSIONOPERATOR_FLATTEN_LEVEL_LOW", 0.25),
-              real(EROSIONOPERATOR_FLATTEN_LEVEL_HIGH, "EROSIONOPERATOR_FLATTEN_LEVEL_HIGH", 0.5),
-              real(EROSIONOPERATOR_FLATTEN_NOISE_SCALE, "EROSIONOPERATOR_FLATTEN_NOISE_SCALE", 2.0),
-              real(EROSIONOPERATOR_FLATTEN_EXPONENT, "EROSIONOPERATOR_FLATTEN_EXPONENT", 3.0),
-              real(EROSIONOPERATOR_FLATTEN_NOISE_AMOUNT, "EROSIONOPERATOR_FLATTEN_NOISE_AMOUNT", 0.4),
-              real(EROSIONOPERATOR_FLATTEN_SOFTNESS, "EROSIONOPERATOR_FLATTEN_SOFTNESS", 0.0),
-              whole(EROSIONOPERATOR_HYDRAULIC_ITERATIONS, "EROSIONOPERATOR_HYDRAULIC_ITERATIONS", 20),
-          },
-          {{"EROSIONMODE",
-            {{"THERMAL_WEATHERING", EROSIONOPERATOR_MODE_THERMAL},
-             {"DROPLET", EROSIONOPERATOR_MODE_DROPLET},
-             {"LOWLAND_FLATTENING", EROSIONOPERATOR_MODE_LOWLAND},
-             {"HYDRAULIC", EROSIONOPERATOR_MODE_HYDRAULIC}}}}};
+  // Droplet settings that nothing reads yet; files keep them.
+  const auto kept = [](ParameterId id, const char* symbol, Float value) {
+    return DescribeParameter(id, symbol, ValueType::FLOAT, value).Limits(0.0, 1000.0).KeptForFiles();
+  };
+  return {
+      "oerosionoperator",
+      {"Obaseterrainoperator"},
+      {
+          DescribeParameter(EROSIONOPERATOR_MODE, "EROSIONOPERATOR_MODE", ValueType::INT32,
+                            Int32{EROSIONOPERATOR_MODE_THERMAL})
+              .Choice("EROSIONMODE", EROSIONOPERATOR_MODE_THERMAL, EROSIONOPERATOR_MODE_HYDRAULIC),
+          // 0 passes is refused by the weathering.
+          count(EROSIONOPERATOR_THERMAL_ITERATIONS, "EROSIONOPERATOR_THERMAL_ITERATIONS", 5, 1.0, 10000.0,
+                "iterations"),
+          share(EROSIONOPERATOR_THERMAL_INTENSITY, "EROSIONOPERATOR_THERMAL_INTENSITY", 0.8),
+          DescribeParameter(EROSIONOPERATOR_THERMAL_TALUS, "EROSIONOPERATOR_THERMAL_TALUS", ValueType::FLOAT, 0.1)
+              .Limits(0.0, kMaxWorldDistance, "units"),
+          // 1 .. 4: lowest of eight, lowest of four, all lower of eight, all lower of four.
+          count(EROSIONOPERATOR_THERMAL_NEIGHBOURHOOD, "EROSIONOPERATOR_THERMAL_NEIGHBOURHOOD", 3, 1.0, 4.0, ""),
+          share(EROSIONOPERATOR_THERMAL_DEPOSIT, "EROSIONOPERATOR_THERMAL_DEPOSIT", 0.2),
+          DescribeParameter(EROSIONOPERATOR_THERMAL_SMOOTH, "EROSIONOPERATOR_THERMAL_SMOOTH", ValueType::BOOL, true),
+          DescribeParameter(EROSIONOPERATOR_DROPLET_SEED, "EROSIONOPERATOR_DROPLET_SEED", ValueType::INT64, Int{1234})
+              .Limits(0.0, 4294967295.0),
+          // Droplets run one after the other on one thread: ten million take minutes.
+          count(EROSIONOPERATOR_DROPLET_COUNT, "EROSIONOPERATOR_DROPLET_COUNT", 5000, 0.0, 10'000'000.0, "droplets"),
+          kept(EROSIONOPERATOR_DROPLET_P32, "EROSIONOPERATOR_DROPLET_P32", 0.04),
+          share(EROSIONOPERATOR_DROPLET_DEPOSITION, "EROSIONOPERATOR_DROPLET_DEPOSITION", 0.03),
+          kept(EROSIONOPERATOR_DROPLET_P34, "EROSIONOPERATOR_DROPLET_P34", 0.15),
+          share(EROSIONOPERATOR_DROPLET_FRICTION, "EROSIONOPERATOR_DROPLET_FRICTION", 0.7),
+          kept(EROSIONOPERATOR_DROPLET_P36, "EROSIONOPERATOR_DROPLET_P36", 0.8),
+          kept(EROSIONOPERATOR_DROPLET_P37, "EROSIONOPERATOR_DROPLET_P37", 0.1),
+          count(EROSIONOPERATOR_DROPLET_P38, "EROSIONOPERATOR_DROPLET_P38", 80, 0.0, 100000.0, "").KeptForFiles(),
+          kept(EROSIONOPERATOR_DROPLET_P39, "EROSIONOPERATOR_DROPLET_P39", 0.04),
+          DescribeParameter(EROSIONOPERATOR_DROPLET_P41, "EROSIONOPERATOR_DROPLET_P41", ValueType::BOOL, false)
+              .KeptForFiles(),
+          // Levels in the unit range of the incoming heights.
+          share(EROSIONOPERATOR_FLATTEN_LEVEL_LOW, "EROSIONOPERATOR_FLATTEN_LEVEL_LOW", 0.25),
+          share(EROSIONOPERATOR_FLATTEN_LEVEL_HIGH, "EROSIONOPERATOR_FLATTEN_LEVEL_HIGH", 0.5),
+          DescribeParameter(EROSIONOPERATOR_FLATTEN_NOISE_SCALE, "EROSIONOPERATOR_FLATTEN_NOISE_SCALE",
+                            ValueType::FLOAT, 2.0)
+              .Limits(0.0, 10000.0),
+          DescribeParameter(EROSIONOPERATOR_FLATTEN_EXPONENT, "EROSIONOPERATOR_FLATTEN_EXPONENT", ValueType::FLOAT, 3.0)
+              .Limits(0.0, 100.0),
+          share(EROSIONOPERATOR_FLATTEN_NOISE_AMOUNT, "EROSIONOPERATOR_FLATTEN_NOISE_AMOUNT", 0.4),
+          share(EROSIONOPERATOR_FLATTEN_SOFTNESS, "EROSIONOPERATOR_FLATTEN_SOFTNESS", 0.0),
+          count(EROSIONOPERATOR_HYDRAULIC_ITERATIONS, "EROSIONOPERATOR_HYDRAULIC_ITERATIONS", 20, 0.0, 10000.0,
+                "iterations"),
+      },
+      {{"EROSIONMODE",
+        {{"THERMAL_WEATHERING", EROSIONOPERATOR_MODE_THERMAL},
+         {"DROPLET", EROSIONOPERATOR_MODE_DROPLET},
+         {"LOWLAND_FLATTENING", EROSIONOPERATOR_MODE_LOWLAND},
+         {"HYDRAULIC", EROSIONOPERATOR_MODE_HYDRAULIC}}}}};
 }
 
 }  // namespace VLGD

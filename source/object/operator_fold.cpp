@@ -128,17 +128,21 @@ Status FoldOperator::Compute(const Grid2D<Float>& incoming, Node& op, Document&,
 
 platform::Description FoldOperatorDescription() {
   using platform::DescribeParameter;
-  platform::ParameterDescription mode =
-      DescribeParameter(FOLDOPERATOR_MODE, "FOLDOPERATOR_MODE", ValueType::INT32, Int32{0});
-  mode.enumeration = "FOLDMODE";
+  constexpr Float kFar = kMaxWorldDistance;
   return {"ofoldoperator",
           {"Obaseterrainoperator"},
           {
-              mode,
-              DescribeParameter(FOLDOPERATOR_LEVEL, "FOLDOPERATOR_LEVEL", ValueType::FLOAT, 25.0),
-              DescribeParameter(FOLDOPERATOR_NOISESTRENGTH, "FOLDOPERATOR_NOISESTRENGTH", ValueType::FLOAT, 0.0),
-              DescribeParameter(FOLDOPERATOR_NOISESCALE, "FOLDOPERATOR_NOISESCALE", ValueType::FLOAT, 1.0),
-              DescribeParameter(FOLDOPERATOR_NOISEOFFSET, "FOLDOPERATOR_NOISEOFFSET", ValueType::FLOAT, 0.0),
+              DescribeParameter(FOLDOPERATOR_MODE, "FOLDOPERATOR_MODE", ValueType::INT32, Int32{0})
+                  .Choice("FOLDMODE", static_cast<Int32>(FOLDMODE::DOWN), static_cast<Int32>(FOLDMODE::UP)),
+              DescribeParameter(FOLDOPERATOR_LEVEL, "FOLDOPERATOR_LEVEL", ValueType::FLOAT, 25.0)
+                  .Limits(-kFar, kFar, "units"),
+              DescribeParameter(FOLDOPERATOR_NOISESTRENGTH, "FOLDOPERATOR_NOISESTRENGTH", ValueType::FLOAT, 0.0)
+                  .Limits(0.0, kFar, "units"),
+              // In hundreds of units of noise period.
+              DescribeParameter(FOLDOPERATOR_NOISESCALE, "FOLDOPERATOR_NOISESCALE", ValueType::FLOAT, 1.0)
+                  .Limits(0.0, 10000.0),
+              DescribeParameter(FOLDOPERATOR_NOISEOFFSET, "FOLDOPERATOR_NOISEOFFSET", ValueType::FLOAT, 0.0)
+                  .Limits(-kFar, kFar),
           },
           {{"FOLDMODE", {{"DOWN", 0}, {"UP", 1}}}}};
 }

@@ -162,20 +162,23 @@ platform::Description GradientOperatorDescription() {
   using platform::DescribeParameter;
   SplineData profile;
   (void)InitGradientProfile(profile);  // an empty curve is the identity, should this fail
-  platform::ParameterDescription type =
-      DescribeParameter(GRADIENTOPERATOR_TYPE, "GRADIENTOPERATOR_TYPE", ValueType::INT32, Int32{1});
-  type.enumeration = "GRADIENTTYPE";
-  return {"ogradientoperator",
-          {"Obaseterrainoperator", "DterrainDistortion"},
-          {
-              DescribeParameter(GRADIENTOPERATOR_PROFILE, "GRADIENTOPERATOR_PROFILE", ValueType::CURVE, std::move(profile)),
-              type,
-              DescribeParameter(GRADIENTOPERATOR_RADIUS, "GRADIENTOPERATOR_RADIUS", ValueType::FLOAT, 200.0),
-              DescribeParameter(GRADIENTOPERATOR_SIZE, "GRADIENTOPERATOR_SIZE", ValueType::FLOAT, 200.0),
-              DescribeParameter(GRADIENTOPERATOR_HEIGHT, "GRADIENTOPERATOR_HEIGHT", ValueType::FLOAT, 150.0),
-          },
-          {{"GRADIENTTYPE",
-            {{"RADIAL", 1}, {"LINEAR", 2}, {"RECTANGULAR", 3}, {"SQUARE", 4}}}}};
+  constexpr Float kFar = kMaxWorldDistance;
+  return {
+      "ogradientoperator",
+      {"Obaseterrainoperator", "DterrainDistortion"},
+      {
+          DescribeParameter(GRADIENTOPERATOR_PROFILE, "GRADIENTOPERATOR_PROFILE", ValueType::CURVE, std::move(profile)),
+          DescribeParameter(GRADIENTOPERATOR_TYPE, "GRADIENTOPERATOR_TYPE", ValueType::INT32, Int32{1})
+              .Choice("GRADIENTTYPE", static_cast<Int32>(GRADIENTTYPE::RADIAL),
+                      static_cast<Int32>(GRADIENTTYPE::SQUARE)),
+          DescribeParameter(GRADIENTOPERATOR_RADIUS, "GRADIENTOPERATOR_RADIUS", ValueType::FLOAT, 200.0)
+              .Limits(0.0, kFar, "units"),
+          DescribeParameter(GRADIENTOPERATOR_SIZE, "GRADIENTOPERATOR_SIZE", ValueType::FLOAT, 200.0)
+              .Limits(0.0, kFar, "units"),
+          DescribeParameter(GRADIENTOPERATOR_HEIGHT, "GRADIENTOPERATOR_HEIGHT", ValueType::FLOAT, 150.0)
+              .Limits(0.0, kFar, "units"),
+      },
+      {{"GRADIENTTYPE", {{"RADIAL", 1}, {"LINEAR", 2}, {"RECTANGULAR", 3}, {"SQUARE", 4}}}}};
 }
 
 }  // namespace VLGD

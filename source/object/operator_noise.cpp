@@ -1,5 +1,7 @@
 #include "object/operator_noise.h"
 
+#include <algorithm>
+#include <limits>
 #include <random>
 
 #include "platform/host.h"
@@ -136,24 +138,33 @@ Status NoiseOperator::Compute(const Grid2D<Float>& incoming, Node& op, Document&
 
 platform::Description NoiseOperatorDescription() {
   using platform::DescribeParameter;
-  platform::ParameterDescription type =
-      DescribeParameter(NOISEOPERATOR_TYPE, "NOISEOPERATOR_TYPE", ValueType::INT32, Int32{21});
-  type.enumeration = "NOISETYPE";
   platform::Enumeration noiseTypes{"NOISETYPE", {}};
-  for (const platform::NoiseTypeInfo& info : platform::NoiseTypes())
-    noiseTypes.members.push_back({std::string(info.name), static_cast<platform::Int>(info.type)});
+  Int32 first = std::numeric_limits<Int32>::max();
+  Int32 last = std::numeric_limits<Int32>::min();
+  for (const platform::NoiseTypeInfo& info : platform::NoiseTypes()) {
+    const auto value = static_cast<Int32>(info.type);
+    noiseTypes.members.push_back({std::string(info.name), value});
+    first = std::min(first, value);
+    last = std::max(last, value);
+  }
+  const platform::ParameterDescription type =
+      DescribeParameter(NOISEOPERATOR_TYPE, "NOISEOPERATOR_TYPE", ValueType::INT32, Int32{21})
+          .Choice("NOISETYPE", first, last);
   return {"onoiseoperator",
           {"Obaseterrainoperator", "DterrainDistortion"},
           {
-              DescribeParameter(NOISEOPERATOR_OCTAVES, "NOISEOPERATOR_OCTAVES", ValueType::FLOAT, 5.0, 0.0,
-                                static_cast<Float>(platform::NoiseGenerator::kMaxOctaves)),
+              DescribeParameter(NOISEOPERATOR_OCTAVES, "NOISEOPERATOR_OCTAVES", ValueType::FLOAT, 5.0)
+                  .Limits(0.0, static_cast<Float>(platform::NoiseGenerator::kMaxOctaves), "octaves"),
               DescribeParameter(NOISEOPERATOR_ABSOLUTE, "NOISEOPERATOR_ABSOLUTE", ValueType::BOOL, false),
               type,
               // No default: every new noise draws its own seed.
-              DescribeParameter(NOISEOPERATOR_SEED, "NOISEOPERATOR_SEED", ValueType::INT32, Value{}),
-              DescribeParameter(NOISEOPERATOR_SCALE, "NOISEOPERATOR_SCALE", ValueType::FLOAT, 1.0),
+              DescribeParameter(NOISEOPERATOR_SEED, "NOISEOPERATOR_SEED", ValueType::INT32, Value{})
+                  .Limits(std::numeric_limits<Int32>::min(), std::numeric_limits<Int32>::max()),
+              // In hundreds of units of feature size.
+              DescribeParameter(NOISEOPERATOR_SCALE, "NOISEOPERATOR_SCALE", ValueType::FLOAT, 1.0).Limits(0.0, 10000.0),
               DescribeParameter(NOISEOPERATOR_NORMALIZE, "NOISEOPERATOR_NORMALIZE", ValueType::BOOL, true),
-              DescribeParameter(NOISEOPERATOR_OFFSET, "NOISEOPERATOR_OFFSET", ValueType::VECTOR, Vector()),
+              DescribeParameter(NOISEOPERATOR_OFFSET, "NOISEOPERATOR_OFFSET", ValueType::VECTOR, Vector())
+                  .Limits(-kMaxWorldDistance, kMaxWorldDistance),
               DescribeParameter(NOISEOPERATOR_USE_TERRAIN_MATRIX, "NOISEOPERATOR_USE_TERRAIN_MATRIX", ValueType::BOOL,
                                 false),
               DescribeParameter(NOISEOPERATOR_INVERT, "NOISEOPERATOR_INVERT", ValueType::BOOL, false),

@@ -71,7 +71,8 @@ platform::Description QuantizeOperatorDescription() {
   using platform::DescribeParameter;
   return {"oquantizeoperator",
           {"Obaseterrainoperator"},
-          {DescribeParameter(QUANTIZEOPERATOR_STEPS, "QUANTIZEOPERATOR_STEPS", ValueType::INT32, Int32{8})}};
+          {DescribeParameter(QUANTIZEOPERATOR_STEPS, "QUANTIZEOPERATOR_STEPS", ValueType::INT32, Int32{8})
+               .Limits(1.0, 65536.0)}};
 }
 
 }  // namespace VLGD

@@ -63,21 +63,24 @@ Status SharpenOperator::Compute(const Grid2D<Float>& incoming, Node& op, Documen
 
 platform::Description SharpenOperatorDescription() {
   using platform::DescribeParameter;
-  platform::ParameterDescription type = DescribeParameter(SHARPENOPERATOR_TYPE, "SHARPENOPERATOR_TYPE",
-                                                          ValueType::INT32, Int32{SHARPENOPERATOR_TYPE_SEPARABLE});
-  type.enumeration = "SHARPENTYPE";
-  return {"osharpenoperator",
-          {"Obaseterrainoperator"},
-          {
-              type,
-              DescribeParameter(SHARPENOPERATOR_SIZE, "SHARPENOPERATOR_SIZE", ValueType::INT32, Int32{3}),
-              DescribeParameter(SHARPENOPERATOR_AMOUNT, "SHARPENOPERATOR_AMOUNT", ValueType::FLOAT, 0.0),
-          },
-          {{"SHARPENTYPE",
-            {{"SEPARABLE", SHARPENOPERATOR_TYPE_SEPARABLE},
-             {"SHARPEN3X3", SHARPENOPERATOR_TYPE_SHARPEN3X3},
-             {"UNSHARP5X5", SHARPENOPERATOR_TYPE_UNSHARP5X5},
-             {"UNSHARP", SHARPENOPERATOR_TYPE_UNSHARP}}}}};
+  return {
+      "osharpenoperator",
+      {"Obaseterrainoperator"},
+      {
+          DescribeParameter(SHARPENOPERATOR_TYPE, "SHARPENOPERATOR_TYPE", ValueType::INT32,
+                            Int32{SHARPENOPERATOR_TYPE_SEPARABLE})
+              .Choice("SHARPENTYPE", SHARPENOPERATOR_TYPE_SEPARABLE, SHARPENOPERATOR_TYPE_UNSHARP),
+          // 0 makes no kernel; the unsharp kernel holds (2 size + 1)^2 weights.
+          DescribeParameter(SHARPENOPERATOR_SIZE, "SHARPENOPERATOR_SIZE", ValueType::INT32, Int32{3})
+              .Limits(1.0, kMaxKernelRadius, "samples"),
+          // 0: the hard ramp, 1: the soft one.
+          DescribeParameter(SHARPENOPERATOR_AMOUNT, "SHARPENOPERATOR_AMOUNT", ValueType::FLOAT, 0.0).Limits(0.0, 1.0),
+      },
+      {{"SHARPENTYPE",
+        {{"SEPARABLE", SHARPENOPERATOR_TYPE_SEPARABLE},
+         {"SHARPEN3X3", SHARPENOPERATOR_TYPE_SHARPEN3X3},
+         {"UNSHARP5X5", SHARPENOPERATOR_TYPE_UNSHARP5X5},
+         {"UNSHARP", SHARPENOPERATOR_TYPE_UNSHARP}}}}};
 }
 
 }  // namespace VLGD

@@ -1,8 +1,11 @@
 #include "object/terrainobject.h"
 
 #include <algorithm>
+#include <array>
+#include <charconv>
 #include <cmath>
 #include <new>
+#include <string>
 
 #include "common/vlgd_geometry.h"
 #include "platform/host.h"
@@ -51,6 +54,39 @@ Curvature ReadCurvature(const ParameterContainer& data) {
 Int32 EffectiveResolution(Int32 resolution, Float lod, Int32 cap) {
   const Float scaled = static_cast<Float>(resolution) * lod;
   return static_cast<Float>(cap) <= scaled ? cap : static_cast<Int32>(scaled);
+}
+
+// The shortest text that reads back as `value`.
+std::string FloatText(Float value) {
+  char buffer[32];
+  const auto [end, error] = std::to_chars(buffer, buffer + sizeof buffer, value);
+  return error == std::errc() ? std::string(buffer, end) : std::string("?");
+}
+
+// Tells the user when the level of detail lowers or the cap limits a resolution, since the
+// heights then have fewer samples than the scene asks for. A level of detail above 1 raises
+// the resolution as asked and is no news.
+void WarnOfCappedResolution(const Node& node, std::array<Int32, 2> asked, std::array<Int32, 2> used, Float lod,
+                            Int32 cap, Int32 preference) {
+  bool lowered = false;
+  bool capped = false;
+  for (std::size_t k = 0; k < 2; ++k) {
+    const auto scaled = static_cast<Int32>(static_cast<Float>(asked[k]) * lod);
+    lowered = lowered || scaled < asked[k];
+    capped = capped || used[k] < scaled;
+  }
+  if (!lowered && !capped) return;
+  std::string reason;
+  if (lowered) reason = "the level of detail (" + FloatText(lod) + ")";
+  if (capped) {
+    if (lowered) reason += " and ";
+    reason += cap < preference ? "the largest resolution there is (" + std::to_string(cap) + ")"
+                               : "the maximum resolution preference (" + std::to_string(preference) + ")";
+  }
+  const std::string& name = node.GetName().empty() ? node.GetTypeInfo().resourceName : node.GetName();
+  node.GetHost().Warn("Warning: terrain '" + name + "': resolution " + std::to_string(asked[0]) + " x " +
+                      std::to_string(asked[1]) + " is " + (capped ? "capped at " : "lowered to ") +
+                      std::to_string(used[0]) + " x " + std::to_string(used[1]) + " by " + reason + ".");
 }
 
 Float SmoothStep(Float t) { return t < 0.0 ? 0.0 : t >= 1.0 ? 1.0 : t * t * (3.0 - 2.0 * t); }
@@ -187,42 +223,50 @@ Result<std::unique_ptr<platform::LineObject>> BuildIsoparms(Int width, Int heigh
 }  // namespace
 
 platform::Description TerrainObjectDescription() {
-  // Resolutions far beyond any cap are refused where they are typed in, not at build time.
-  constexpr Float kMaxResolution = 1 << 20;
-  ParameterDescription tesselation = platform::DescribeParameter(TERRAINOBJECT_TESSELATION, "TERRAINOBJECT_TESSELATION",
-                                               ValueType::INT32, Int32{0});
-  tesselation.enumeration = "PLANETESSELATIONMODE";
+  using platform::DescribeParameter;
+  constexpr Float kFar = kMaxWorldDistance;
   ParameterDescription exportButton =
-      platform::DescribeParameter(TERRAINOBJECT_EXPORT, "TERRAINOBJECT_EXPORT", ValueType::NONE, Value{});
+      DescribeParameter(TERRAINOBJECT_EXPORT, "TERRAINOBJECT_EXPORT", ValueType::NONE, Value{});
   exportButton.kind = platform::ParameterKind::BUTTON;
-  ParameterDescription memory = platform::DescribeParameter(TERRAINOBJECT_MEMORY_INFO, "TERRAINOBJECT_MEMORY_INFO", ValueType::STRING,
-                                          Value{});
+  ParameterDescription memory =
+      DescribeParameter(TERRAINOBJECT_MEMORY_INFO, "TERRAINOBJECT_MEMORY_INFO", ValueType::STRING, Value{});
   memory.readOnly = true;
-  return {"oterrain",
-          {},
-          {
-              platform::DescribeParameter(TERRAINOBJECT_SIZE_X, "TERRAINOBJECT_SIZE_X", ValueType::FLOAT, 500.0, 0.0),
-              platform::DescribeParameter(TERRAINOBJECT_SIZE_Z, "TERRAINOBJECT_SIZE_Z", ValueType::FLOAT, 500.0, 0.0),
-              platform::DescribeParameter(TERRAINOBJECT_RESOLUTION_X, "TERRAINOBJECT_RESOLUTION_X", ValueType::INT32, Int32{500}, 1.0,
-                        kMaxResolution),
-              platform::DescribeParameter(TERRAINOBJECT_RESOLUTION_Z, "TERRAINOBJECT_RESOLUTION_Z", ValueType::INT32, Int32{500}, 1.0,
-                        kMaxResolution),
-              platform::DescribeParameter(TERRAINOBJECT_ISOPARM_LINES, "TERRAINOBJECT_ISOPARM_LINES", ValueType::INT32, Int32{3}, 0.0),
-              platform::DescribeParameter(TERRAINOBJECT_LOCK_DENSITY, "TERRAINOBJECT_LOCK_DENSITY", ValueType::BOOL, Value{}),
-              platform::DescribeParameter(TERRAINOBJECT_EDGE_HEIGHT, "TERRAINOBJECT_EDGE_HEIGHT", ValueType::FLOAT, 0.0),
-              platform::DescribeParameter(TERRAINOBJECT_EDGE_FALLOFF, "TERRAINOBJECT_EDGE_FALLOFF", ValueType::BOOL, false),
-              platform::DescribeParameter(TERRAINOBJECT_CURVATURE, "TERRAINOBJECT_CURVATURE", ValueType::BOOL, false),
-              platform::DescribeParameter(TERRAINOBJECT_CURVATURE_RADIUS, "TERRAINOBJECT_CURVATURE_RADIUS", ValueType::FLOAT, 6371.0,
-                        0.0),
-              platform::DescribeParameter(TERRAINOBJECT_CURVATURE_INVERT, "TERRAINOBJECT_CURVATURE_INVERT", ValueType::BOOL, Value{}),
-              platform::DescribeParameter(TERRAINOBJECT_PHONG, "TERRAINOBJECT_PHONG", ValueType::BOOL, true),
-              tesselation,
-              platform::DescribeParameter(TERRAINOBJECT_HULL, "TERRAINOBJECT_HULL", ValueType::BOOL, false),
-              platform::DescribeParameter(TERRAINOBJECT_HULL_DEPTH, "TERRAINOBJECT_HULL_DEPTH", ValueType::FLOAT, 10.0),
-              platform::DescribeParameter(TERRAINOBJECT_EXPORT_MODE, "TERRAINOBJECT_EXPORT_MODE", ValueType::INT32, Int32{0}, 0.0, 1.0),
-              exportButton,
-              memory,
-          }};
+  return {
+      "oterrain",
+      {},
+      {
+          // A size of 0 would leave no area to sample.
+          DescribeParameter(TERRAINOBJECT_SIZE_X, "TERRAINOBJECT_SIZE_X", ValueType::FLOAT, 500.0)
+              .Limits(0.001, kFar, "units"),
+          DescribeParameter(TERRAINOBJECT_SIZE_Z, "TERRAINOBJECT_SIZE_Z", ValueType::FLOAT, 500.0)
+              .Limits(0.001, kFar, "units"),
+          DescribeParameter(TERRAINOBJECT_RESOLUTION_X, "TERRAINOBJECT_RESOLUTION_X", ValueType::INT32, Int32{500})
+              .Limits(1.0, kHardMaxResolution, "segments"),
+          DescribeParameter(TERRAINOBJECT_RESOLUTION_Z, "TERRAINOBJECT_RESOLUTION_Z", ValueType::INT32, Int32{500})
+              .Limits(1.0, kHardMaxResolution, "segments"),
+          DescribeParameter(TERRAINOBJECT_ISOPARM_LINES, "TERRAINOBJECT_ISOPARM_LINES", ValueType::INT32, Int32{3})
+              .Limits(0.0, kHardMaxResolution, "segments"),
+          DescribeParameter(TERRAINOBJECT_LOCK_DENSITY, "TERRAINOBJECT_LOCK_DENSITY", ValueType::BOOL, Value{}),
+          DescribeParameter(TERRAINOBJECT_EDGE_HEIGHT, "TERRAINOBJECT_EDGE_HEIGHT", ValueType::FLOAT, 0.0)
+              .Limits(-kFar, kFar, "units"),
+          DescribeParameter(TERRAINOBJECT_EDGE_FALLOFF, "TERRAINOBJECT_EDGE_FALLOFF", ValueType::BOOL, false),
+          DescribeParameter(TERRAINOBJECT_CURVATURE, "TERRAINOBJECT_CURVATURE", ValueType::BOOL, false),
+          DescribeParameter(TERRAINOBJECT_CURVATURE_RADIUS, "TERRAINOBJECT_CURVATURE_RADIUS", ValueType::FLOAT, 6371.0)
+              .Limits(0.0, 1.0e9, "units"),
+          DescribeParameter(TERRAINOBJECT_CURVATURE_INVERT, "TERRAINOBJECT_CURVATURE_INVERT", ValueType::BOOL, Value{}),
+          DescribeParameter(TERRAINOBJECT_PHONG, "TERRAINOBJECT_PHONG", ValueType::BOOL, true),
+          DescribeParameter(TERRAINOBJECT_TESSELATION, "TERRAINOBJECT_TESSELATION", ValueType::INT32, Int32{0})
+              .Choice("PLANETESSELATIONMODE", static_cast<Int32>(PLANETESSELATIONMODE::QUADS),
+                      static_cast<Int32>(PLANETESSELATIONMODE::TRIS2)),
+          DescribeParameter(TERRAINOBJECT_HULL, "TERRAINOBJECT_HULL", ValueType::BOOL, false),
+          DescribeParameter(TERRAINOBJECT_HULL_DEPTH, "TERRAINOBJECT_HULL_DEPTH", ValueType::FLOAT, 10.0)
+              .Limits(-kFar, kFar, "units"),
+          // 0: heights as they are, 1: normalised to 0 .. 1.
+          DescribeParameter(TERRAINOBJECT_EXPORT_MODE, "TERRAINOBJECT_EXPORT_MODE", ValueType::INT32, Int32{0})
+              .Limits(0.0, 1.0),
+          exportButton,
+          memory,
+      }};
 }
 
 bool TerrainObject::Init(Node& node) {
@@ -267,9 +311,12 @@ Result<std::unique_ptr<GeometryObject>> TerrainObject::GetVirtualObjects(Node& n
   Document* doc = node.GetDocument();
   if (doc == nullptr) return std::unique_ptr<GeometryObject>{};
   const ParameterContainer& data = node.GetData();
-  const Int32 cap = doc->GetWorldPluginData(ID_PREFERENCES).GetInt32(PREFS_MAX_RESOLUTION, 0);
-  const Int32 segX = EffectiveResolution(data.GetInt32(TERRAINOBJECT_RESOLUTION_X), help.lod, cap);
-  const Int32 segZ = EffectiveResolution(data.GetInt32(TERRAINOBJECT_RESOLUTION_Z), help.lod, cap);
+  const Int32 preference = doc->GetWorldPluginData(ID_PREFERENCES).GetInt32(PREFS_MAX_RESOLUTION, 0);
+  const Int32 cap = std::min(preference, kHardMaxResolution);
+  const Int32 askedX = data.GetInt32(TERRAINOBJECT_RESOLUTION_X);
+  const Int32 askedZ = data.GetInt32(TERRAINOBJECT_RESOLUTION_Z);
+  const Int32 segX = EffectiveResolution(askedX, help.lod, cap);
+  const Int32 segZ = EffectiveResolution(askedZ, help.lod, cap);
   const Float sizeX = data.GetFloat(TERRAINOBJECT_SIZE_X, 250.0);
   const Float sizeZ = data.GetFloat(TERRAINOBJECT_SIZE_Z);
 
@@ -288,6 +335,9 @@ Result<std::unique_ptr<GeometryObject>> TerrainObject::GetVirtualObjects(Node& n
   const auto status = queue_.Check(evaluatedOnce_ ? &previous : nullptr, *doc, context);
   if (!node.CheckCache() && status == EvaluationQueue::STATUS::OK && !queue_.StructureChanged())
     return std::unique_ptr<GeometryObject>{};
+
+  // Here the grid is built anew: once per build, never for a cached result.
+  WarnOfCappedResolution(node, {askedX, askedZ}, {segX, segZ}, help.lod, cap, preference);
 
   ParameterContainer& own = node.GetDataInstance();  // status texts, not edits
   (void)own.Set(TERRAINOBJECT_MEMORY_INFO, node.GetHost().GetStrings().Get(10028));

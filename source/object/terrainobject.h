@@ -31,6 +31,9 @@ enum TerrainObjectParameter : ParameterId {
 // Key of the preference container that caps the resolution per axis.
 constexpr ParameterId PREFS_MAX_RESOLUTION = 1000;
 constexpr Int32 kDefaultMaxResolution = 4000;
+// The most a resolution or its preference cap can be: a 16385 x 16385 grid of Floats is
+// about 2 GB, and every operator holds one or two of them.
+constexpr Int32 kHardMaxResolution = 16384;
 
 // The generator the user places in a scene: evaluates its operator children into a height
 // grid and turns it into a mesh, optionally with curvature, a hull and isoparms.

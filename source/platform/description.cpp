@@ -1,5 +1,7 @@
 #include "platform/description.h"
 
+#include <cmath>
+#include <limits>
 #include <new>
 
 #include "platform/node.h"
@@ -16,6 +18,24 @@ ParameterDescription DescribeParameter(ParameterId id, std::string symbol, Value
   parameter.minimum = minimum;
   parameter.maximum = maximum;
   return parameter;
+}
+
+Float ClampToLimits(const ParameterDescription& parameter, Float value) {
+  if (parameter.minimum && value < *parameter.minimum) return *parameter.minimum;
+  if (parameter.maximum && value > *parameter.maximum) return *parameter.maximum;
+  return value;
+}
+
+Int ClampToLimits(const ParameterDescription& parameter, Int value) {
+  // Whole limits: the nearest integers inside fractional ones, within Int's range.
+  constexpr Float kLowest = -9223372036854775808.0;  // -2^63, exact
+  if (parameter.minimum && static_cast<Float>(value) < *parameter.minimum)
+    return *parameter.minimum >= -kLowest ? std::numeric_limits<Int>::max()
+                                          : static_cast<Int>(std::ceil(*parameter.minimum));
+  if (parameter.maximum && static_cast<Float>(value) > *parameter.maximum)
+    return *parameter.maximum < kLowest ? std::numeric_limits<Int>::min()
+                                        : static_cast<Int>(std::floor(*parameter.maximum));
+  return value;
 }
 
 Status FlatDescription::Append(const ParameterDescription& parameter) {

@@ -37,7 +37,30 @@ struct ParameterDescription {
   std::string unit;              // of a number, for people: "samples", "units", "degrees", "%"; empty: none
   bool readOnly = false;         // shown, never edited (status texts)
   bool keptForFiles = false;     // stored and read from files, but nothing computes with it
+
+  // Builders for description lines: DescribeParameter(...).Limits(0, 4096, "samples").
+  [[nodiscard]] ParameterDescription Limits(Float low, Float high, std::string unitName = {}) && {
+    minimum = low;
+    maximum = high;
+    unit = std::move(unitName);
+    return std::move(*this);
+  }
+  [[nodiscard]] ParameterDescription Choice(std::string enumerationName, Int32 first, Int32 last) && {
+    enumeration = std::move(enumerationName);
+    minimum = first;
+    maximum = last;
+    return std::move(*this);
+  }
+  [[nodiscard]] ParameterDescription KeptForFiles() && {
+    keptForFiles = true;
+    return std::move(*this);
+  }
 };
+
+// A number brought into the parameter's limits, as editors and the scene loader apply them;
+// integers keep to whole numbers inside the limits. NaN stays NaN for the caller to refuse.
+Float ClampToLimits(const ParameterDescription& parameter, Float value);
+Int ClampToLimits(const ParameterDescription& parameter, Int value);
 
 // A value parameter, the common case of a description line.
 ParameterDescription DescribeParameter(ParameterId id, std::string symbol, ValueType type, Value defaultValue = {},

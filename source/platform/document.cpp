@@ -5,6 +5,7 @@
 #include <cmath>
 #include <limits>
 #include <new>
+#include <variant>
 
 #include "platform/host.h"
 #include "platform/registry.h"
@@ -36,30 +37,46 @@ bool IsNumeric(ValueType type) {
   return type == ValueType::BOOL || type == ValueType::INT32 || type == ValueType::INT64 || type == ValueType::FLOAT;
 }
 
-// A user's value in the type the description gives, brought into its limits.
+// A user's value in the type the description gives, brought into its limits as the scene
+// loader brings a file's values (ClampToLimits); a choice must name a member.
 Result<Value> Conform(const Node& node, const ParameterDescription& parameter, Value value) {
   const std::string where = "Parameter " + parameter.symbol + " of " + NodeLabel(node);
   if (parameter.kind != ParameterKind::VALUE || parameter.readOnly)
     return IllegalArgumentError(where + " cannot be set!");
+  if (parameter.type == ValueType::VECTOR && value.Type() == ValueType::VECTOR) {
+    Vector v = *std::get_if<Vector>(&value.Data());
+    for (Float* component : {&v.x, &v.y, &v.z}) {
+      if (!std::isfinite(*component)) return IllegalArgumentError(where + " must be a finite number!");
+      *component = ClampToLimits(parameter, *component);
+    }
+    return Value(v);
+  }
   if (value.Type() == parameter.type && !IsNumeric(parameter.type)) return value;
   if (!IsNumeric(parameter.type) || !IsNumeric(value.Type()))
     return IllegalArgumentError(where + " does not take a value of this type!");
   if (!std::isfinite(value.ToFloat(0.0))) return IllegalArgumentError(where + " must be a finite number!");
-  const Float low = parameter.minimum.value_or(-std::numeric_limits<Float>::infinity());
-  const Float high = parameter.maximum.value_or(std::numeric_limits<Float>::infinity());
   switch (parameter.type) {
     case ValueType::BOOL:
       return Value(value.ToBool(false));
     case ValueType::INT32:
     case ValueType::INT64: {
       Int integer = value.ToInt64(0);
-      if (static_cast<Float>(integer) < low) integer = static_cast<Int>(std::ceil(low));
-      if (static_cast<Float>(integer) > high) integer = static_cast<Int>(std::floor(high));
+      const Enumeration* enumeration = parameter.enumeration.empty()
+                                           ? nullptr
+                                           : node.GetHost().GetRegistry().Enumerations().Find(parameter.enumeration);
+      if (enumeration != nullptr && !enumeration->isFlagSet) {
+        // A choice has no nearest member to fall back on.
+        if (!enumeration->NameOf(integer))
+          return IllegalArgumentError(where + ": " + std::to_string(integer) + " is not a member of " +
+                                      parameter.enumeration + "!");
+      } else {
+        integer = ClampToLimits(parameter, integer);
+      }
       if (parameter.type == ValueType::INT64) return Value(integer);
       return Value(Value(integer).ToInt32(0));
     }
     default:
-      return Value(std::clamp(value.ToFloat(0.0), low, high));
+      return Value(ClampToLimits(parameter, value.ToFloat(0.0)));
   }
 }
 

@@ -16,6 +16,8 @@ namespace platform {
 namespace {
 
 constexpr Float kDefaultExtent = 100.0;
+// The largest extent a field takes, in units.
+constexpr Float kMaxExtent = 1.0e6;
 
 // NaN reads as 0, like a missing value.
 Float ClampUnit(Float value) { return value > 0.0 ? std::min(value, 1.0) : 0.0; }
@@ -25,8 +27,8 @@ bool IsUsableExtent(Float extent) { return extent > 0.0; }
 
 bool IsZeroMatrix(const Matrix& m) { return m == Matrix{Vector{}, Vector{}, Vector{}, Vector{}}; }
 
-ParameterDescription FloatParameter(ParameterId id, std::string symbol, Float defaultValue, std::optional<Float> minimum,
-                                    std::optional<Float> maximum) {
+ParameterDescription FloatParameter(ParameterId id, std::string symbol, Float defaultValue, Float minimum,
+                                    Float maximum, const char* unit = "") {
   ParameterDescription parameter;
   parameter.id = id;
   parameter.symbol = std::move(symbol);
@@ -34,6 +36,7 @@ ParameterDescription FloatParameter(ParameterId id, std::string symbol, Float de
   parameter.defaultValue = defaultValue;
   parameter.minimum = minimum;
   parameter.maximum = maximum;
+  parameter.unit = unit;
   return parameter;
 }
 
@@ -55,11 +58,13 @@ Status RegisterFieldType(Registry& registry, Int32 id, std::string resourceName,
   description.resourceName = resourceName;
   switch (shape) {
     case FieldShape::SPHERICAL:
-      description.parameters.push_back(FloatParameter(FIELD_RADIUS, "FIELD_RADIUS", kDefaultExtent, 0.0, std::nullopt));
+      description.parameters.push_back(
+          FloatParameter(FIELD_RADIUS, "FIELD_RADIUS", kDefaultExtent, 0.0, kMaxExtent, "units"));
       description.parameters.push_back(InnerOffsetParameter());
       break;
     case FieldShape::LINEAR:
-      description.parameters.push_back(FloatParameter(FIELD_LENGTH, "FIELD_LENGTH", kDefaultExtent, 0.0, std::nullopt));
+      description.parameters.push_back(
+          FloatParameter(FIELD_LENGTH, "FIELD_LENGTH", kDefaultExtent, 0.0, kMaxExtent, "units"));
       description.parameters.push_back(InnerOffsetParameter());
       break;
     case FieldShape::BOX: {
@@ -69,6 +74,8 @@ Status RegisterFieldType(Registry& registry, Int32 id, std::string resourceName,
       size.type = ValueType::VECTOR;
       size.defaultValue = Vector(kDefaultExtent);
       size.minimum = 0.0;  // per component
+      size.maximum = kMaxExtent;
+      size.unit = "units";
       description.parameters.push_back(std::move(size));
       description.parameters.push_back(InnerOffsetParameter());
       break;

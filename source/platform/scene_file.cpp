@@ -405,6 +405,12 @@ class SceneReader {
       if (data != nullptr && !data->Read(*read.node, read.level))
         return IllegalArgumentError(read.where + ": could not convert from disk level " + std::to_string(read.level));
     }
+    // Then each node learns which values the file gave, to act on them as on an edit.
+    for (PendingRead& read : reads_) {
+      MessageData message;
+      message.payload = std::move(read.given);
+      read.node->Message(MSG_DESCRIPTION_READ, message);
+    }
     return std::move(document_);
   }
 
@@ -421,6 +427,7 @@ class SceneReader {
     Node* node;
     Int32 level;
     std::string where;
+    std::vector<ParameterId> given;  // the parameters the file gave
   };
 
   // {"<key>": value, ...} for the world preferences, and {"<container ID>": {...}} for
@@ -539,7 +546,9 @@ class SceneReader {
       VLGD_ASSIGN_OR_RETURN(level, Within(ReadInt32(*written), where + ": 'level'"));
     }
     VLGD_RETURN_IF_ERROR(ReadNodeMatrix(object, *node, where));
-    if (const Json* params = Member(object, "params")) VLGD_RETURN_IF_ERROR(ReadParameters(*params, *node, where));
+    std::vector<ParameterId> given;
+    if (const Json* params = Member(object, "params"))
+      VLGD_RETURN_IF_ERROR(ReadParameters(*params, *node, where, given));
     if (const Json* id = Member(object, "id")) {
       VLGD_ASSIGN_OR_RETURN(std::string key, Within(ReadKey(*id), where + ": 'id'"));
       if (!keys_.emplace(key, node.get()).second)
@@ -548,7 +557,7 @@ class SceneReader {
 
     Node* inserted = previous != nullptr ? document_->InsertAfter(std::move(node), *previous)
                                          : document_->InsertFirst(std::move(node), parent);
-    reads_.push_back({inserted, level, where});
+    reads_.push_back({inserted, level, where, std::move(given)});
 
     if (const Json* children = Member(object, "children")) {
       if (!children->is_array()) return Within<Node*>(Expected("an array", *children), where + ": 'children'");
@@ -602,7 +611,7 @@ class SceneReader {
     return Ok();
   }
 
-  Status ReadParameters(const Json& params, Node& node, const std::string& where) {
+  Status ReadParameters(const Json& params, Node& node, const std::string& where, std::vector<ParameterId>& given) {
     if (!params.is_object()) return Within<void>(Expected("an object", params), where + ": 'params'");
     const FlatDescription& description = node.GetTypeInfo().description;
     std::unordered_set<ParameterId> seen;
@@ -619,17 +628,43 @@ class SceneReader {
       // Read-only values are status texts the node writes itself: checked, then dropped.
       if (parameter->readOnly) continue;
       VLGD_RETURN_IF_ERROR(node.GetDataInstance().Set(parameter->id, std::move(value)));
+      given.push_back(parameter->id);
       for (PendingLink& link : links) links_.push_back(std::move(link));
     }
     return Ok();
   }
 
-  static Status CheckLimits(const ParameterDescription& parameter, Float value) {
-    if (parameter.minimum && value < *parameter.minimum)
-      return IllegalArgumentError(NumberText(value) + " is below the minimum " + NumberText(*parameter.minimum));
-    if (parameter.maximum && value > *parameter.maximum)
-      return IllegalArgumentError(NumberText(value) + " is above the maximum " + NumberText(*parameter.maximum));
-    return Ok();
+  // A file's number outside its parameter's limits is brought inside, as an editor's field
+  // would, with a warning naming the node, the parameter and both values.
+  void WarnClamped(const Node& node, const std::string& symbol, const ParameterDescription& parameter,
+                   const std::string& given, const std::string& used, bool below, bool whole) const {
+    const std::string& name = node.GetName().empty() ? node.GetTypeInfo().resourceName : node.GetName();
+    // A whole number's limit is the nearest whole number inside: what it is clamped to.
+    const Float limit = below ? *parameter.minimum : *parameter.maximum;
+    const std::string limitText = whole ? used : NumberText(limit);
+    host_.Warn("Warning: '" + name + "' parameter " + symbol + ": " + given + " is " + (below ? "below" : "above") +
+               " the " + (below ? "minimum " : "maximum ") + limitText + "; using " + used + ".");
+  }
+
+  Int ClampInteger(const Node& node, const ParameterDescription& parameter, Int value) const {
+    const Int used = ClampToLimits(parameter, value);
+    if (used != value)
+      WarnClamped(node, parameter.symbol, parameter, std::to_string(value), std::to_string(used), used > value, true);
+    return used;
+  }
+
+  Float ClampNumber(const Node& node, const std::string& symbol, const ParameterDescription& parameter,
+                    Float value) const {
+    const Float used = ClampToLimits(parameter, value);
+    if (used != value) WarnClamped(node, symbol, parameter, NumberText(value), NumberText(used), used > value, false);
+    return used;
+  }
+
+  // A choice must name a member: there is no nearest one to fall back on.
+  static std::unexpected<Error> NotAMember(const std::string& given, const Enumeration& enumeration) {
+    std::string valid;
+    for (const EnumMember& member : enumeration.members) valid += (valid.empty() ? "" : ", ") + member.name;
+    return IllegalArgumentError(given + " is not a member of " + enumeration.name + " (valid: " + valid + ")");
   }
 
   Result<Value> ReadValue(const ParameterDescription& parameter, const Json& json, Node& node, const std::string& where,
@@ -640,37 +675,42 @@ class SceneReader {
         return Value(value);
       }
       case ValueType::INT32: {
-        Int32 value = 0;
+        const Enumeration* enumeration =
+            parameter.enumeration.empty() ? nullptr : registry_.Enumerations().Find(parameter.enumeration);
         if (json.is_string() && !parameter.enumeration.empty()) {
-          const Enumeration* enumeration = registry_.Enumerations().Find(parameter.enumeration);
           const auto& name = json.get_ref<const std::string&>();
-          const std::optional<Int> member = enumeration != nullptr ? EnumValueOf(*enumeration, name) : std::nullopt;
-          if (!member || *member < std::numeric_limits<Int32>::min() || *member > std::numeric_limits<Int32>::max())
+          if (enumeration == nullptr)
             return IllegalArgumentError("'" + name + "' is not a member of " + parameter.enumeration);
-          value = static_cast<Int32>(*member);
-        } else {
-          if (!json.is_number_integer())
-            return Expected(parameter.enumeration.empty() ? "an integer" : "an integer or a member name", json);
-          VLGD_ASSIGN_OR_RETURN(value, ReadInt32(json));
+          const std::optional<Int> member = EnumValueOf(*enumeration, name);
+          if (!member || *member < std::numeric_limits<Int32>::min() || *member > std::numeric_limits<Int32>::max())
+            return NotAMember("'" + name + "'", *enumeration);
+          return Value(static_cast<Int32>(*member));
         }
-        VLGD_RETURN_IF_ERROR(CheckLimits(parameter, value));
-        return Value(value);
+        if (!json.is_number_integer())
+          return Expected(parameter.enumeration.empty() ? "an integer" : "an integer or a member name", json);
+        VLGD_ASSIGN_OR_RETURN(const Int32 value, ReadInt32(json));
+        if (enumeration != nullptr && !enumeration->isFlagSet) {
+          if (!enumeration->NameOf(value)) return NotAMember(std::to_string(value), *enumeration);
+          return Value(value);
+        }
+        const Int used = std::clamp<Int>(ClampInteger(node, parameter, value), std::numeric_limits<Int32>::min(),
+                                         std::numeric_limits<Int32>::max());
+        return Value(static_cast<Int32>(used));
       }
       case ValueType::INT64: {
         VLGD_ASSIGN_OR_RETURN(const Int value,
                               ReadInteger(json, std::numeric_limits<Int>::min(), std::numeric_limits<Int>::max()));
-        VLGD_RETURN_IF_ERROR(CheckLimits(parameter, static_cast<Float>(value)));
-        return Value(value);
+        return Value(ClampInteger(node, parameter, value));
       }
       case ValueType::FLOAT: {
         VLGD_ASSIGN_OR_RETURN(const Float value, ReadNumber(json));
-        VLGD_RETURN_IF_ERROR(CheckLimits(parameter, value));
-        return Value(value);
+        return Value(ClampNumber(node, parameter.symbol, parameter, value));
       }
       case ValueType::VECTOR: {
-        VLGD_ASSIGN_OR_RETURN(const Vector value, ReadVector(json, 3));
-        for (const Float component : {value.x, value.y, value.z})
-          VLGD_RETURN_IF_ERROR(CheckLimits(parameter, component));
+        VLGD_ASSIGN_OR_RETURN(Vector value, ReadVector(json, 3));
+        value.x = ClampNumber(node, parameter.symbol + ".x", parameter, value.x);
+        value.y = ClampNumber(node, parameter.symbol + ".y", parameter, value.y);
+        value.z = ClampNumber(node, parameter.symbol + ".z", parameter, value.z);
         return Value(value);
       }
       case ValueType::STRING: {

@@ -3,14 +3,16 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <limits>
 #include <new>
 
 #include "platform/debug_stop.h"
 #include "platform/file_output.h"
 #include "platform/host.h"
-#include "platform/memory.h"
 #include "platform/image.h"
+#include "platform/memory.h"
 #include "platform/parallel.h"
+#include "vellgrund/blend.h"
 
 namespace VLGD {
 namespace {
@@ -87,43 +89,51 @@ std::string FormatMemory(const platform::StringTable& strings, Int bytes) {
 platform::Description BaseTerrainOperatorDescription() {
   platform::Description description;
   description.resourceName = "Obaseterrainoperator";
-  ParameterDescription mode =
-      platform::DescribeParameter(TERRAINOPERATOR_BLENDMODE, "TERRAINOPERATOR_BLENDMODE", ValueType::INT32, Int32{0});
-  mode.enumeration = "BLENDMODE";
+  using platform::DescribeParameter;
+  const auto fraction = [](ParameterId id, const char* symbol, Float value) {
+    return DescribeParameter(id, symbol, ValueType::FLOAT, value).Limits(0.0, 1.0);
+  };
+  const auto height = [](ParameterId id, const char* symbol, Float value) {
+    return DescribeParameter(id, symbol, ValueType::FLOAT, value)
+        .Limits(-kMaxWorldDistance, kMaxWorldDistance, "units");
+  };
   ParameterDescription version =
-      platform::DescribeParameter(TERRAINOPERATOR_VERSION, "TERRAINOPERATOR_VERSION", ValueType::INT32, kTerrainOperatorVersion);
+      DescribeParameter(TERRAINOPERATOR_VERSION, "TERRAINOPERATOR_VERSION", ValueType::INT32, kTerrainOperatorVersion)
+          .Limits(0.0, std::numeric_limits<Int32>::max());
   version.readOnly = true;
-  ParameterDescription exportButton = platform::DescribeParameter(TERRAINOPERATOR_EXPORT_CHANGEMAP, "TERRAINOPERATOR_EXPORT_CHANGEMAP",
-                                                ValueType::NONE, Value{});
+  ParameterDescription exportButton =
+      DescribeParameter(TERRAINOPERATOR_EXPORT_CHANGEMAP, "TERRAINOPERATOR_EXPORT_CHANGEMAP", ValueType::NONE, Value{});
   exportButton.kind = ParameterKind::BUTTON;
-  ParameterDescription status = platform::DescribeParameter(TERRAINOPERATOR_STATUS, "TERRAINOPERATOR_STATUS", ValueType::STRING, Value{});
+  ParameterDescription status =
+      DescribeParameter(TERRAINOPERATOR_STATUS, "TERRAINOPERATOR_STATUS", ValueType::STRING, Value{});
   status.readOnly = true;
   description.parameters = {
-      platform::DescribeParameter(TERRAINOPERATOR_STRENGTH, "TERRAINOPERATOR_STRENGTH", ValueType::FLOAT, 1.0),
-      mode,
-      platform::DescribeParameter(TERRAINOPERATOR_HEIGHTSCALE, "TERRAINOPERATOR_HEIGHTSCALE", ValueType::FLOAT, 1.0),
-      platform::DescribeParameter(TERRAINOPERATOR_OFFSET, "TERRAINOPERATOR_OFFSET", ValueType::FLOAT, 0.0),
-      platform::DescribeParameter(TERRAINOPERATOR_FACTOR, "TERRAINOPERATOR_FACTOR", ValueType::FLOAT, 1.0),
+      fraction(TERRAINOPERATOR_STRENGTH, "TERRAINOPERATOR_STRENGTH", 1.0),
+      DescribeParameter(TERRAINOPERATOR_BLENDMODE, "TERRAINOPERATOR_BLENDMODE", ValueType::INT32, Int32{0})
+          .Choice("BLENDMODE", static_cast<Int32>(BLENDMODE::NORMAL), static_cast<Int32>(BLENDMODE::HARDLIGHT)),
+      // A multiplier of the operator's heights, as a height per unit of its output.
+      height(TERRAINOPERATOR_HEIGHTSCALE, "TERRAINOPERATOR_HEIGHTSCALE", 1.0),
+      height(TERRAINOPERATOR_OFFSET, "TERRAINOPERATOR_OFFSET", 0.0),
+      DescribeParameter(TERRAINOPERATOR_FACTOR, "TERRAINOPERATOR_FACTOR", ValueType::FLOAT, 1.0)
+          .Limits(-1000.0, 1000.0),
       version,
       exportButton,
       status,
-      platform::DescribeParameter(TERRAINOPERATOR_MASKING_FIELDS_LIST, "TERRAINOPERATOR_MASKING_FIELDS_LIST", ValueType::FIELDLIST,
-                platform::FieldList{}),
-      platform::DescribeParameter(TERRAINOPERATOR_MASKING_SLOPE_ENABLED, "TERRAINOPERATOR_MASKING_SLOPE_ENABLED", ValueType::BOOL, false),
-      platform::DescribeParameter(TERRAINOPERATOR_MASKING_SLOPE_LOW, "TERRAINOPERATOR_MASKING_SLOPE_LOW", ValueType::FLOAT, 0.0),
-      platform::DescribeParameter(TERRAINOPERATOR_MASKING_SLOPE_HIGH, "TERRAINOPERATOR_MASKING_SLOPE_HIGH", ValueType::FLOAT, 1.0),
-      platform::DescribeParameter(TERRAINOPERATOR_MASKING_SLOPE_LOWFALLOFF, "TERRAINOPERATOR_MASKING_SLOPE_LOWFALLOFF", ValueType::FLOAT,
-                0.0),
-      platform::DescribeParameter(TERRAINOPERATOR_MASKING_SLOPE_HIGHFALLOFF, "TERRAINOPERATOR_MASKING_SLOPE_HIGHFALLOFF",
-                ValueType::FLOAT, 0.0),
-      platform::DescribeParameter(TERRAINOPERATOR_MASKING_HEIGHT_ENABLED, "TERRAINOPERATOR_MASKING_HEIGHT_ENABLED", ValueType::BOOL,
-                false),
-      platform::DescribeParameter(TERRAINOPERATOR_MASKING_HEIGHT_LOW, "TERRAINOPERATOR_MASKING_HEIGHT_LOW", ValueType::FLOAT, 0.0),
-      platform::DescribeParameter(TERRAINOPERATOR_MASKING_HEIGHT_HIGH, "TERRAINOPERATOR_MASKING_HEIGHT_HIGH", ValueType::FLOAT, 100.0),
-      platform::DescribeParameter(TERRAINOPERATOR_MASKING_HEIGHT_LOWFALLOFF, "TERRAINOPERATOR_MASKING_HEIGHT_LOWFALLOFF",
-                ValueType::FLOAT, 0.0),
-      platform::DescribeParameter(TERRAINOPERATOR_MASKING_HEIGHT_HIGHFALLOFF, "TERRAINOPERATOR_MASKING_HEIGHT_HIGHFALLOFF",
-                ValueType::FLOAT, 0.0),
+      DescribeParameter(TERRAINOPERATOR_MASKING_FIELDS_LIST, "TERRAINOPERATOR_MASKING_FIELDS_LIST",
+                        ValueType::FIELDLIST, platform::FieldList{}),
+      DescribeParameter(TERRAINOPERATOR_MASKING_SLOPE_ENABLED, "TERRAINOPERATOR_MASKING_SLOPE_ENABLED", ValueType::BOOL,
+                        false),
+      // Slopes as a share of a right angle, 0 flat to 1 vertical; falloffs as a share of the range.
+      fraction(TERRAINOPERATOR_MASKING_SLOPE_LOW, "TERRAINOPERATOR_MASKING_SLOPE_LOW", 0.0),
+      fraction(TERRAINOPERATOR_MASKING_SLOPE_HIGH, "TERRAINOPERATOR_MASKING_SLOPE_HIGH", 1.0),
+      fraction(TERRAINOPERATOR_MASKING_SLOPE_LOWFALLOFF, "TERRAINOPERATOR_MASKING_SLOPE_LOWFALLOFF", 0.0),
+      fraction(TERRAINOPERATOR_MASKING_SLOPE_HIGHFALLOFF, "TERRAINOPERATOR_MASKING_SLOPE_HIGHFALLOFF", 0.0),
+      DescribeParameter(TERRAINOPERATOR_MASKING_HEIGHT_ENABLED, "TERRAINOPERATOR_MASKING_HEIGHT_ENABLED",
+                        ValueType::BOOL, false),
+      height(TERRAINOPERATOR_MASKING_HEIGHT_LOW, "TERRAINOPERATOR_MASKING_HEIGHT_LOW", 0.0),
+      height(TERRAINOPERATOR_MASKING_HEIGHT_HIGH, "TERRAINOPERATOR_MASKING_HEIGHT_HIGH", 100.0),
+      fraction(TERRAINOPERATOR_MASKING_HEIGHT_LOWFALLOFF, "TERRAINOPERATOR_MASKING_HEIGHT_LOWFALLOFF", 0.0),
+      fraction(TERRAINOPERATOR_MASKING_HEIGHT_HIGHFALLOFF, "TERRAINOPERATOR_MASKING_HEIGHT_HIGHFALLOFF", 0.0),
   };
   return description;
 }

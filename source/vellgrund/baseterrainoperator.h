@@ -123,6 +123,9 @@ struct CustomOutputExport {
 
 // Operators written before this version keep their factor in the height scale.
 constexpr Int32 kTerrainOperatorVersion = 9;
+// The largest distance or height, in units, a parameter takes: far beyond any scene, yet
+// small enough that squares and sums of such values stay exact enough in a Float.
+constexpr Float kMaxWorldDistance = 1.0e6;
 
 // Where and how the stack is evaluated; passed to every operator untouched, except that a
 // Group replaces the parent hierarchy matrix for its children.

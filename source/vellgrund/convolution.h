@@ -12,6 +12,11 @@
 // Convolution kernels and the filters that the Blur and Sharpen operators run: the generic
 // two-dimensional kernel convolution with its edge modes, the separable box blur and the
 // separable sharpen.
+namespace VLGD {
+// The largest kernel radius a parameter takes, in samples.
+constexpr Int32 kMaxKernelRadius = 2048;
+}  // namespace VLGD
+
 namespace VLGD::Convolution {
 
 using platform::UInt32;

@@ -1,6 +1,7 @@
 #include "vellgrund/distortion.h"
 
 #include <cmath>
+#include <numbers>
 
 namespace VLGD {
 
@@ -27,18 +28,24 @@ void AppendGeneratorParameters(std::vector<ParameterId>& ids, ParameterId first,
 }
 
 platform::Description TerrainDistortionDescription() {
-  return {"DterrainDistortion",
-          {},
-          {
-              DescribeParameter(TERRAINDISTORTION_ENABLED, "TERRAINDISTORTION_ENABLED", ValueType::BOOL, false),
-              DescribeParameter(TERRAINDISTORTION_AMOUNT, "TERRAINDISTORTION_AMOUNT", ValueType::FLOAT, 1.0),
-              DescribeParameter(TERRAINDISTORTION_SCALE, "TERRAINDISTORTION_SCALE", ValueType::FLOAT, 1.0),
-              DescribeParameter(TERRAINDISTORTION_ANGLE, "TERRAINDISTORTION_ANGLE", ValueType::FLOAT, 0.0),
-              DescribeParameter(TERRAINDISTORTION_2005, "TERRAINDISTORTION_2005", ValueType::BOOL, false),
-              DescribeParameter(TERRAINDISTORTION_BEFORE_MATRIX, "TERRAINDISTORTION_BEFORE_MATRIX", ValueType::BOOL,
-                                false),
-              DescribeParameter(TERRAINDISTORTION_OFFSET, "TERRAINDISTORTION_OFFSET", ValueType::VECTOR, Vector()),
-          }};
+  constexpr Float kTurn = 2.0 * std::numbers::pi;
+  return {
+      "DterrainDistortion",
+      {},
+      {
+          DescribeParameter(TERRAINDISTORTION_ENABLED, "TERRAINDISTORTION_ENABLED", ValueType::BOOL, false),
+          // In hundreds of units of displacement, and in multiples of the 75-unit period.
+          DescribeParameter(TERRAINDISTORTION_AMOUNT, "TERRAINDISTORTION_AMOUNT", ValueType::FLOAT, 1.0)
+              .Limits(-100.0, 100.0),
+          DescribeParameter(TERRAINDISTORTION_SCALE, "TERRAINDISTORTION_SCALE", ValueType::FLOAT, 1.0)
+              .Limits(0.0, 1000.0),
+          DescribeParameter(TERRAINDISTORTION_ANGLE, "TERRAINDISTORTION_ANGLE", ValueType::FLOAT, 0.0)
+              .Limits(-kTurn, kTurn, "radians"),
+          DescribeParameter(TERRAINDISTORTION_2005, "TERRAINDISTORTION_2005", ValueType::BOOL, false).KeptForFiles(),
+          DescribeParameter(TERRAINDISTORTION_BEFORE_MATRIX, "TERRAINDISTORTION_BEFORE_MATRIX", ValueType::BOOL, false),
+          DescribeParameter(TERRAINDISTORTION_OFFSET, "TERRAINDISTORTION_OFFSET", ValueType::VECTOR, Vector())
+              .Limits(-kMaxWorldDistance, kMaxWorldDistance, "units"),
+      }};
 }
 
 bool IsDistortionParameterEnabled(const ParameterContainer& data, ParameterId id) {

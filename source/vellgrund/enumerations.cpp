@@ -20,17 +20,20 @@ platform::EnumMember Member(const char* name, Enum value) {
 
 }  // namespace
 
+platform::Enumeration SplinePresets() {
+  using S = SPLINEDATAPRESET;
+  return {"SPLINEDATAPRESET",
+          {Member("LINEAR", S::LINEAR), Member("CANYON", S::CANYON), Member("GLACIER", S::GLACIER),
+           Member("PLATEAU", S::PLATEAU), Member("EMPHASIZE", S::EMPHASIZE), Member("TERRACE_1", S::TERRACE_1),
+           Member("TERRACE_2", S::TERRACE_2), Member("DUNES", S::DUNES), Member("DUNES_2", S::DUNES_2),
+           Member("GLACIER_2", S::GLACIER_2), Member("PLATEAU_2", S::PLATEAU_2), Member("CRATERS", S::CRATERS),
+           Member("FLATTENVALLEYS", S::FLATTENVALLEYS)}};
+}
+
 platform::Status RegisterEnumerations(platform::Registry& registry) {
   using B = BLENDMODE;
-  using S = SPLINEDATAPRESET;
   using F = TERRAINOPERATORFLAGS;
-  const Enumeration splinePresets{
-      "SPLINEDATAPRESET",
-      {Member("LINEAR", S::LINEAR), Member("CANYON", S::CANYON), Member("GLACIER", S::GLACIER),
-       Member("PLATEAU", S::PLATEAU), Member("EMPHASIZE", S::EMPHASIZE), Member("TERRACE_1", S::TERRACE_1),
-       Member("TERRACE_2", S::TERRACE_2), Member("DUNES", S::DUNES), Member("DUNES_2", S::DUNES_2),
-       Member("GLACIER_2", S::GLACIER_2), Member("PLATEAU_2", S::PLATEAU_2), Member("CRATERS", S::CRATERS),
-       Member("FLATTENVALLEYS", S::FLATTENVALLEYS)}};
+  const Enumeration splinePresets = SplinePresets();
   const Enumeration enumerations[] = {
       {"BLENDMODE",
        {Member("NORMAL", B::NORMAL), Member("ADD", B::ADD), Member("SUBTRACT", B::SUBTRACT),

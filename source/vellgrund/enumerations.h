@@ -9,4 +9,7 @@ namespace VLGD {
 // member names, and the curve presets that files may name.
 platform::Status RegisterEnumerations(platform::Registry& registry);
 
+// The curve presets by name, for enumerations that offer them.
+platform::Enumeration SplinePresets();
+
 }  // namespace VLGD

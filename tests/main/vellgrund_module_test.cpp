@@ -2,7 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
+#include <limits>
+#include <variant>
+#include <vector>
 
 #include "support/temp_dir.h"
 
@@ -48,6 +52,54 @@ TEST(ModuleTest, RegistersTheMenuInOrderAndNeedsBothIconSheets) {
   ASSERT_FALSE(failed);
   EXPECT_NE(failed.error().message.find("vellgrund_blendmodes.tif"), std::string::npos);
   VLGD::PluginEnd();
+}
+
+// What an editor and the scene loader need of every registered node type: each number has
+// both limits around its default, and each choice spans exactly its members and starts on one.
+TEST(ModuleTest, EveryNumberHasLimitsAroundItsDefaultAndChoicesSpanTheirMembers) {
+  Host host;
+  CollectingConsole console;
+  host.SetConsole(console);
+  ASSERT_TRUE(VLGD::StartModule(host));
+  const Registry& registry = host.GetRegistry();
+  int numbers = 0;
+  for (const auto& info : registry.All()) {
+    if (info->kind != PluginKind::OBJECT) continue;
+    for (const ParameterDescription& parameter : info->description.Parameters()) {
+      const bool numeric = parameter.type == ValueType::INT32 || parameter.type == ValueType::INT64 ||
+                           parameter.type == ValueType::FLOAT || parameter.type == ValueType::VECTOR;
+      if (parameter.kind != ParameterKind::VALUE || !numeric) continue;
+      const std::string what = info->resourceName + " " + parameter.symbol;
+      ++numbers;
+      ASSERT_TRUE(parameter.minimum && parameter.maximum) << what;
+      EXPECT_LT(*parameter.minimum, *parameter.maximum) << what;
+      const Value& fallback = parameter.defaultValue;
+      const std::vector<Float> defaults =
+          fallback.Type() == ValueType::VECTOR
+              ? std::vector<Float>{std::get<Vector>(fallback.Data()).x, std::get<Vector>(fallback.Data()).y,
+                                   std::get<Vector>(fallback.Data()).z}
+          : fallback.Type() == ValueType::NONE ? std::vector<Float>{}
+                                               : std::vector<Float>{fallback.ToFloat(0.0)};
+      for (const Float value : defaults) {
+        EXPECT_GE(value, *parameter.minimum) << what;
+        EXPECT_LE(value, *parameter.maximum) << what;
+      }
+      if (parameter.enumeration.empty()) continue;
+      const Enumeration* enumeration = registry.Enumerations().Find(parameter.enumeration);
+      ASSERT_NE(enumeration, nullptr) << what;
+      Int lowest = std::numeric_limits<Int>::max();
+      Int highest = std::numeric_limits<Int>::min();
+      for (const EnumMember& member : enumeration->members) {
+        lowest = std::min(lowest, member.value);
+        highest = std::max(highest, member.value);
+      }
+      EXPECT_EQ(*parameter.minimum, static_cast<Float>(lowest)) << what;
+      EXPECT_EQ(*parameter.maximum, static_cast<Float>(highest)) << what;
+      EXPECT_TRUE(enumeration->NameOf(fallback.ToInt64(0))) << what;
+    }
+  }
+  // The terrain, twelve operators and three field shapes hold far more than this.
+  EXPECT_GT(numbers, 60);
 }
 
 }  // namespace

@@ -21,7 +21,7 @@ TEST(BlurOperatorTest, TheTypeChoosesABoxBlurOrAGaussianKernel) {
   f.Set(BLUROPERATOR_RADIUS, Int32{3});
   // Box (and unknown types) of diameter 2 radius + 1, keeping the incoming range.
   for (const Int32 type : {0, 9}) {
-    f.Set(BLUROPERATOR_TYPE, type);
+    f.Put(BLUROPERATOR_TYPE, type);  // 9 is outside the choice: only code can place it
     EXPECT_TRUE(IsParameterEnabled(*f.op, BLUROPERATOR_RADIUS));
     ASSERT_TRUE(f.Compute(in));
     Grid2D<Float> expected;
@@ -91,7 +91,7 @@ TEST(BlurOperatorTest, KeepsTheDegenerateRadiiAndStopsTheBoxOnABreak) {
   ASSERT_TRUE(f.Compute(in));  // Gaussian of radius 0: 0 / 0
   for (const Float v : f.Result().Values()) ASSERT_TRUE(std::isnan(v));
 
-  f.Set(BLUROPERATOR_RADIUS, Int32{-2});
+  f.Put(BLUROPERATOR_RADIUS, Int32{-2});
   EXPECT_EQ(f.Compute(in).error().message, "Can't initialize kernel with a negative size!");
   f.Set(BLUROPERATOR_TYPE, Int32{0});
   ASSERT_TRUE(f.Compute(in));  // a negative diameter sums no tap

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "common/vlgd_gui.h"
+#include "platform/scene_file.h"
 #include "support/operator_fixture.h"
 
 namespace {
@@ -47,6 +48,39 @@ TEST(CurveOperatorTest, TheButtonAppliesTheSelectedPresetAndAHandEditSelectsCust
   ASSERT_FALSE(c.console.Lines().empty());
   EXPECT_EQ(c.console.Lines().back(), "Could not apply curve preset!: Could not get SplineData!");
   EXPECT_EQ(c.Compute(Row({0.0, 1.0})).error().message, "Could not get SplineData!");
+}
+
+// A file that names only a preset means its curve; an explicit curve wins; a hand-edited
+// curve is written as CUSTOM and reads back as it was.
+TEST(CurveOperatorTest, AScenePresetWithoutACurveAppliesThePreset) {
+  DirectOperator c(ID_CURVEOPERATOR);
+  const std::size_t messages = c.console.Lines().size();
+  auto loaded = LoadScene(c.host, R"({"vellgrund": 1, "objects": [
+      {"type": "ocurveoperator", "name": "alone", "params": {"CURVEOPERATOR_PRESET": "CANYON"}},
+      {"type": "ocurveoperator", "name": "both",
+       "params": {"CURVEOPERATOR_PRESET": "CANYON", "CURVEOPERATOR_CURVE": {"preset": "DUNES"}}},
+      {"type": "ocurveoperator", "name": "custom", "params": {"CURVEOPERATOR_PRESET": "CUSTOM"}},
+      {"type": "ocurveoperator", "name": "none"}]})",
+                          "curves.json");
+  ASSERT_TRUE(loaded) << loaded.error().message;
+  const Document& document = **loaded;
+  const auto curve = [&](const char* name) {
+    return *document.FindByName(name)->GetData().GetSplineData(CURVEOPERATOR_CURVE);
+  };
+  EXPECT_EQ(curve("alone"), Preset(SPLINEDATAPRESET::CANYON));
+  EXPECT_EQ(curve("both"), Preset(SPLINEDATAPRESET::DUNES));
+  EXPECT_EQ(curve("custom"), Preset(SPLINEDATAPRESET::GLACIER_2));
+  EXPECT_EQ(curve("none"), Preset(SPLINEDATAPRESET::GLACIER_2));
+
+  Node& edited = *document.FindByName("alone");
+  ASSERT_TRUE(loaded.value()->SetParameter(edited, CURVEOPERATOR_CURVE, Preset(SPLINEDATAPRESET::PLATEAU)));
+  const auto saved = SaveScene(document);
+  ASSERT_TRUE(saved);
+  EXPECT_NE(saved->find("\"CUSTOM\""), std::string::npos);
+  auto reloaded = LoadScene(c.host, *saved, "saved.json");
+  ASSERT_TRUE(reloaded) << reloaded.error().message;
+  EXPECT_TRUE(DocumentsEqual(document, **reloaded));
+  EXPECT_EQ(c.console.Lines().size(), messages);
 }
 
 TEST(CurveOperatorTest, RemapsThroughTheCurveWithinTheInputRange) {

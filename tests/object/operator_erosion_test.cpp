@@ -45,7 +45,7 @@ TEST(ErosionOperatorTest, EachModeHasItsFlagsEditableParametersAndRebuildList) {
                                              {100051, 100056},
                                              {100061}};
   for (Int32 mode = 0; mode <= 4; ++mode) {
-    f.Set(EROSIONOPERATOR_MODE, mode);
+    f.Put(EROSIONOPERATOR_MODE, mode);
     EXPECT_EQ(static_cast<UInt32>(f.Data().GetFlags(*f.op)), mode == 0 ? 0x1u : 0x21u) << mode;
     EXPECT_EQ(RebuildParameters(f), lists[static_cast<std::size_t>(mode)]) << mode;
     EXPECT_TRUE(IsParameterEnabled(*f.op, EROSIONOPERATOR_MODE));
@@ -77,7 +77,7 @@ TEST(ErosionOperatorTest, DispatchesToTheKindOnACopyOfTheInput) {
   expected = Copy(in);
   ASSERT_TRUE(Erosion::ThermalWeathering(expected, thermal, {}, strings));
   EXPECT_TRUE(Identical(f.Result(), expected));
-  f.Set(EROSIONOPERATOR_THERMAL_ITERATIONS, Int32{0});
+  f.Put(EROSIONOPERATOR_THERMAL_ITERATIONS, Int32{0});
   EXPECT_EQ(f.Compute(in).error().message, "Intensity and iterations must not be 0!");
 
   // Droplets: the parameters kept only for scenes change nothing.
@@ -116,7 +116,7 @@ TEST(ErosionOperatorTest, DispatchesToTheKindOnACopyOfTheInput) {
   EXPECT_TRUE(Identical(f.Result(), expected));
 
   // An unknown kind passes the terrain through.
-  f.Set(EROSIONOPERATOR_MODE, Int32{9});
+  f.Put(EROSIONOPERATOR_MODE, Int32{9});
   ASSERT_TRUE(f.Compute(in));
   EXPECT_TRUE(Identical(f.Result(), in));
 }

@@ -36,7 +36,7 @@ TEST(FoldOperatorTest, ReflectsHeightsBeyondTheLevel) {
   const Float up[] = {50.0, 40.0, 25.0, 30.0, 50.0, 60.5};
   for (Int i = 0; i < 6; ++i) EXPECT_EQ(f.Out(i), up[i]) << i;
 
-  f.Set(FOLDOPERATOR_MODE, Int32{2});  // another mode leaves every height as it is
+  f.Put(FOLDOPERATOR_MODE, Int32{2});  // another mode leaves every height as it is
   ASSERT_TRUE(f.Compute(in));
   EXPECT_TRUE(Identical(f.Result(), in));
 
@@ -83,7 +83,7 @@ TEST(FoldOperatorTest, TheNoiseMovesTheLevelAcrossTheGrid) {
   // Off while the strength is not above 0: scale and offset change nothing.
   f.Set(FOLDOPERATOR_NOISESCALE, 0.0);
   f.Set(FOLDOPERATOR_NOISEOFFSET, 5.0);
-  f.Set(FOLDOPERATOR_NOISESTRENGTH, -4.0);
+  f.Put(FOLDOPERATOR_NOISESTRENGTH, -4.0);
   ASSERT_TRUE(f.Compute(in));
   expectFoldedAt(in, 0, [](Int, Int) { return 25.0; });
 

@@ -72,7 +72,8 @@ TEST(GradientOperatorTest, ShapesFollowTheirExtentsThroughTheProfile) {
   EXPECT_EQ(h.Height(1, 3), 0.0);
   EXPECT_EQ(h.Height(1, 4), 1.0);
   EXPECT_EQ(h.Height(1, 5), 1.0);
-  h.Set(h.gradient, GRADIENTOPERATOR_TYPE, Int32{7});  // no shape: flat
+  ASSERT_TRUE(h.gradient->GetDataInstance().Set(GRADIENTOPERATOR_TYPE, Int32{7}));  // no shape: flat
+  h.gradient->SetDirty(DIRTYFLAGS_DATA);
   ASSERT_TRUE(h.Rebuild());
   EXPECT_EQ(h.Terrain().GetGrid().Maximum(), 0.0);
 }

@@ -151,7 +151,8 @@ TEST(NoiseOperatorTest, EnablingFailuresAndCancellation) {
   ASSERT_FALSE(failed);
   EXPECT_EQ(failed.error().message, "Could not initialize Fbm!");
   h.Set(noise, NOISEOPERATOR_OCTAVES, 5.0);
-  h.Set(noise, NOISEOPERATOR_TYPE, Int32{2});
+  ASSERT_TRUE(noise->GetDataInstance().Set(NOISEOPERATOR_TYPE, Int32{2}));  // no member: only code places it
+  noise->SetDirty(DIRTYFLAGS_DATA);
   failed = h.Rebuild();
   ASSERT_FALSE(failed);
   EXPECT_EQ(failed.error().message, "Unknown noise type 2!");

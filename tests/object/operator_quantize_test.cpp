@@ -19,7 +19,7 @@ TEST(QuantizeOperatorTest, SnapsToEvenlySpacedLevelsBetweenTheExtremes) {
   DirectOperator q(ID_QUANTIZEOPERATOR);
   const Grid2D<Float> ten = MakeGrid(11, 1, [](Int x, Int) { return static_cast<Float>(x); });
   const auto expectLevels = [&](Int32 steps, const std::vector<Float>& levels) {
-    q.Set(QUANTIZEOPERATOR_STEPS, steps);
+    q.Put(QUANTIZEOPERATOR_STEPS, steps);
     ASSERT_TRUE(q.Compute(ten));
     for (Int x = 0; x <= 10; ++x) EXPECT_EQ(q.Out(x), levels[static_cast<std::size_t>(x)]) << steps << ": " << x;
   };

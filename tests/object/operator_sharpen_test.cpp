@@ -50,7 +50,7 @@ TEST(SharpenOperatorTest, TheTypeChoosesTheSeparableSharpenAKernelOrACopy) {
     EXPECT_FALSE(f.Result().IsMinMaxValid());
   }
 
-  f.Set(SHARPENOPERATOR_TYPE, Int32{6});  // any other type copies the incoming heights
+  f.Put(SHARPENOPERATOR_TYPE, Int32{6});  // any other type copies the incoming heights
   ASSERT_TRUE(f.Compute(in));
   EXPECT_TRUE(Identical(f.Result(), in));
   EXPECT_EQ(f.Result().Maximum(), in.Maximum());
@@ -62,7 +62,7 @@ TEST(SharpenOperatorTest, KeepsTheDegenerateSizesAndStopsOnABreak) {
   f.Set(SHARPENOPERATOR_SIZE, Int32{1});
   ASSERT_TRUE(f.Compute(in));
   for (const Float v : f.Result().Values()) ASSERT_TRUE(std::isnan(v));
-  f.Set(SHARPENOPERATOR_SIZE, Int32{0});
+  f.Put(SHARPENOPERATOR_SIZE, Int32{0});
   EXPECT_EQ(f.Compute(in).error().message, "Can't initialize kernel with size 0!");
   f.Set(SHARPENOPERATOR_TYPE, Int32{3});
   EXPECT_EQ(f.Compute(in).error().message, "Can't initialize kernel with size 0!");
@@ -72,7 +72,7 @@ TEST(SharpenOperatorTest, KeepsTheDegenerateSizesAndStopsOnABreak) {
   // Amounts above 1 keep the centre at 1.5: still a constant-preserving kernel.
   f.Set(SHARPENOPERATOR_TYPE, Int32{0});
   f.Set(SHARPENOPERATOR_SIZE, Int32{9});
-  f.Set(SHARPENOPERATOR_AMOUNT, 4.0);
+  f.Put(SHARPENOPERATOR_AMOUNT, 4.0);
   ASSERT_TRUE(f.Compute(MakeGrid(6, 6, [](Int, Int) { return 2.0; })));
   for (const Float v : f.Result().Values()) ASSERT_NEAR(v, 2.0, 1e-12);
   EXPECT_EQ(f.Compute(MakeGrid(3, 0, [](Int, Int) { return 0.0; })).error().message,

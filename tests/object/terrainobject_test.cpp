@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <string>
+#include <vector>
 
 #include "platform/image.h"
 #include "support/temp_dir.h"
@@ -71,21 +73,32 @@ TEST(TerrainObjectTest, TheMeshMatchesTheGridAndTheBuildSteps) {
 
 TEST(TerrainObjectTest, ResolutionFollowsLevelOfDetailAndTheCap) {
   TerrainHarness h(500, 500.0);
+  CollectingConsole warnings;
+  h.host.SetWarnings(warnings);
+  h.terrain->SetName("Hills");
   HierarchyHelp help;
   help.lod = 0.5;
   help.flags = BUILDFLAGS_ISOPARM;
   ASSERT_TRUE(h.doc->ExecutePasses(help));
   EXPECT_EQ(h.Terrain().GetGrid().Width(), 251);
+  EXPECT_EQ(warnings.Lines(), std::vector<std::string>{
+                                  "Warning: terrain 'Hills': resolution 500 x 500 is lowered to 250 x 250 by the level "
+                                  "of detail (0.5)."});
   // Isoparms: 3 inner lines and 2 borders per direction.
   EXPECT_EQ(Mesh(h).isoparm->LineSizes().size(), 10u);
   ASSERT_TRUE(h.doc->GetWorldPluginData(ID_PREFERENCES).Set(PREFS_MAX_RESOLUTION, Int32{200}));
   h.terrain->SetDirty(DIRTYFLAGS_DATA);
   ASSERT_TRUE(h.Rebuild());
   EXPECT_EQ(h.Terrain().GetGrid().Width(), 201);
+  EXPECT_EQ(warnings.Lines().back(),
+            "Warning: terrain 'Hills': resolution 500 x 500 is capped at 200 x 200 by the maximum resolution "
+            "preference (200).");
+  // A cap the resolution stays within is no news.
   ASSERT_TRUE(h.doc->GetWorldPluginData(ID_PREFERENCES).Set(PREFS_MAX_RESOLUTION, Int32{500}));
   h.terrain->SetDirty(DIRTYFLAGS_DATA);
   ASSERT_TRUE(h.Rebuild());
   EXPECT_EQ(Mesh(h).GetPointCount(), 501 * 501);
+  EXPECT_EQ(warnings.Lines().size(), 2u);
 }
 
 TEST(TerrainObjectTest, EditsKeepRadiusDensityAndCapRules) {

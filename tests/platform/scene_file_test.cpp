@@ -50,6 +50,7 @@ class SceneFileTest : public ::testing::Test {
  protected:
   void SetUp() override {
     host_.SetConsole(console_);
+    host_.SetWarnings(warnings_);
     Registry& registry = host_.GetRegistry();
     ASSERT_TRUE(registry.Enumerations().Register({"TESTMODE", {{"LOW", 0}, {"MID", 1}, {"HIGH", 2}}, false}));
     ASSERT_TRUE(registry.RegisterCurvePreset("RAMP", [](SplineData& curve) { return curve.MakeLinearSpline(3); }));
@@ -67,14 +68,24 @@ class SceneFileTest : public ::testing::Test {
          .enumeration = "TESTMODE",
          .minimum = 0.0,
          .maximum = 2.0},
-        {.id = TEST_SEED, .symbol = "TEST_SEED", .type = ValueType::INT64, .defaultValue = Int{0}},
+        {.id = TEST_SEED,
+         .symbol = "TEST_SEED",
+         .type = ValueType::INT64,
+         .defaultValue = Int{0},
+         .minimum = -2.5,
+         .maximum = 1e18},
         {.id = TEST_HEIGHT,
          .symbol = "TEST_HEIGHT",
          .type = ValueType::FLOAT,
          .defaultValue = 10.0,
          .minimum = -50.0,
          .maximum = 50.0},
-        {.id = TEST_OFFSET, .symbol = "TEST_OFFSET", .type = ValueType::VECTOR, .defaultValue = Vector{}},
+        {.id = TEST_OFFSET,
+         .symbol = "TEST_OFFSET",
+         .type = ValueType::VECTOR,
+         .defaultValue = Vector{},
+         .minimum = -10.0,
+         .maximum = 10.0},
         {.id = TEST_LABEL, .symbol = "TEST_LABEL", .type = ValueType::STRING, .defaultValue = ""},
         {.id = TEST_PROFILE, .symbol = "TEST_PROFILE", .type = ValueType::CURVE, .defaultValue = profile},
         {.id = TEST_MASK, .symbol = "TEST_MASK", .type = ValueType::FIELDLIST, .defaultValue = FieldList{}},
@@ -101,6 +112,7 @@ class SceneFileTest : public ::testing::Test {
   }
 
   CollectingConsole console_;
+  CollectingConsole warnings_;
   Host host_;
 };
 
@@ -263,11 +275,14 @@ TEST_F(SceneFileTest, RefusalsNameTheSourceTheNodeAndTheKey) {
       {scene(R"("params": {"TEST_GROUP": 1})"), {"objects[0] 'n'", "parameter 'TEST_GROUP'", "has no value"}},
       {scene(R"("params": {"1003": "high"})"), {"objects[0] 'n'", "parameter '1003'", "expected a number"}},
       {scene(R"("params": {"1001": 1.5})"), {"parameter '1001'", "expected an integer"}},
-      {scene(R"("params": {"1003": 75})"), {"parameter '1003'", "above the maximum 50.0"}},
-      {scene(R"("params": {"1001": -1})"), {"parameter '1001'", "below the minimum"}},
+      {scene(R"("params": {"1001": -1})"),
+       {"parameter '1001'", "-1 is not a member of TESTMODE (valid: LOW, MID, HIGH)"}},
+      {scene(R"("params": {"1001": 3})"), {"parameter '1001'", "3 is not a member of TESTMODE"}},
       {scene(R"("params": {"1002": 1e999})"), {"objects[0].params.1002", "number overflow"}},
       {scene(R"("params": {"1001": 9999999999})"), {"parameter '1001'", "out of range"}},
-      {scene(R"("params": {"1001": "LOUD"})"), {"parameter '1001'", "'LOUD' is not a member of TESTMODE"}},
+      {scene(R"("params": {"1001": "LOUD"})"),
+       {"parameter '1001'", "'LOUD' is not a member of TESTMODE (valid: LOW, MID, HIGH)"}},
+      {scene(R"("params": {"1003": 1e400})"), {"objects[0].params.1003", "number overflow"}},
       {scene(R"("params": {"1004": [1, 2]})"), {"parameter '1004'", "[x, y, z]"}},
       {scene(R"("params": {"1006": {"preset": "WAVY"}})"), {"parameter '1006'", "unknown curve preset 'WAVY'"}},
       {scene(R"("params": {"1006": {"knots": [{"left": [0, 0]}]}})"), {"parameter '1006'", "knot 0", "'position'"}},
@@ -296,6 +311,64 @@ TEST_F(SceneFileTest, RefusalsNameTheSourceTheNodeAndTheKey) {
           << "'" << fragment << "' missing in: " << loaded.error().message;
   }
   EXPECT_TRUE(LoadScene(host_, Nested(64), "scene.json"));
+}
+
+// A number outside its limits is brought inside, as an editor's field would, with one warning
+// line per value; values inside the limits load silently.
+TEST_F(SceneFileTest, NumbersOutsideTheirLimitsAreClampedWithAWarning) {
+  struct Case {
+    std::string params;
+    ParameterId id;
+    Value expected;
+    std::vector<std::string> warnings;
+  };
+  const std::vector<Case> cases = {
+      {R"("1003": 75)",
+       TEST_HEIGHT,
+       50.0,
+       {"Warning: 'n' parameter TEST_HEIGHT: 75.0 is above the maximum 50.0; using 50.0."}},
+      {R"("TEST_HEIGHT": -50.25)",
+       TEST_HEIGHT,
+       -50.0,
+       {"Warning: 'n' parameter TEST_HEIGHT: -50.25 is below the minimum -50.0; using -50.0."}},
+      // A whole number stops at the nearest whole number inside a fractional limit.
+      {R"("1002": -7)",
+       TEST_SEED,
+       Int{-2},
+       {"Warning: 'n' parameter TEST_SEED: -7 is below the minimum -2; using -2."}},
+      {R"("1002": 9223372036854775807)",
+       TEST_SEED,
+       Int{1'000'000'000'000'000'000},
+       {"Warning: 'n' parameter TEST_SEED: 9223372036854775807 is above the maximum 1000000000000000000; using "
+        "1000000000000000000."}},
+      {R"("1004": [20, 0, -30])",
+       TEST_OFFSET,
+       Vector{10.0, 0.0, -10.0},
+       {"Warning: 'n' parameter TEST_OFFSET.x: 20.0 is above the maximum 10.0; using 10.0.",
+        "Warning: 'n' parameter TEST_OFFSET.z: -30.0 is below the minimum -10.0; using -10.0."}},
+      {R"("1003": 50, "1002": -2, "1004": [-10, 10, 0])", TEST_HEIGHT, 50.0, {}},
+  };
+  for (const Case& c : cases) {
+    const std::size_t before = warnings_.Lines().size();
+    auto document =
+        Load(R"({"vellgrund": 1, "objects": [{"type": "oscenetest", "name": "n", "params": {)" + c.params + "}}]}");
+    ASSERT_NE(document, nullptr) << c.params;
+    EXPECT_EQ(*document->FindByName("n")->GetData().Find(c.id), c.expected) << c.params;
+    const std::vector<std::string> lines = warnings_.Lines();
+    EXPECT_EQ(std::vector<std::string>(lines.begin() + static_cast<std::ptrdiff_t>(before), lines.end()), c.warnings)
+        << c.params;
+  }
+  EXPECT_TRUE(console_.Lines().empty());
+
+  // Values set in code are brought into the same limits, silently; a choice still needs a member.
+  auto document = Load(R"({"vellgrund": 1, "objects": [{"type": "oscenetest", "name": "n"}]})");
+  ASSERT_NE(document, nullptr);
+  Node& node = *document->FindByName("n");
+  ASSERT_TRUE(document->SetParameter(node, TEST_SEED, Int{-7}));
+  EXPECT_EQ(node.GetData().GetInt64(TEST_SEED), -2);
+  ASSERT_TRUE(document->SetParameter(node, TEST_OFFSET, Vector{20.0, 0.0, -30.0}));
+  EXPECT_EQ(node.GetData().GetVector(TEST_OFFSET), (Vector{10.0, 0.0, -10.0}));
+  EXPECT_FALSE(document->SetParameter(node, TEST_MODE, Int32{7}));
 }
 
 TEST_F(SceneFileTest, FilesOnDiskAreWrittenWholeOrNotAtAll) {
