@@ -63,29 +63,26 @@ std::string FloatText(Float value) {
   return error == std::errc() ? std::string(buffer, end) : std::string("?");
 }
 
-// Tells the user when the level of detail lowers or the cap limits a resolution, since the
-// heights then have fewer samples than the scene asks for. A level of detail above 1 raises
-// the resolution as asked and is no news.
+// Tells the user when the cap limits a resolution, since the heights then have fewer
+// samples than the scene and the level of detail ask for. A level of detail that lowers
+// the resolution was asked for and is no news.
 void WarnOfCappedResolution(const Node& node, std::array<Int32, 2> asked, std::array<Int32, 2> used, Float lod,
                             Int32 cap, Int32 preference) {
-  bool lowered = false;
+  std::array<Int32, 2> scaled{};
   bool capped = false;
   for (std::size_t k = 0; k < 2; ++k) {
-    const auto scaled = static_cast<Int32>(static_cast<Float>(asked[k]) * lod);
-    lowered = lowered || scaled < asked[k];
-    capped = capped || used[k] < scaled;
+    scaled[k] = static_cast<Int32>(std::min(static_cast<Float>(asked[k]) * lod, 2147483647.0));
+    capped = capped || used[k] < scaled[k];
   }
-  if (!lowered && !capped) return;
-  std::string reason;
-  if (lowered) reason = "the level of detail (" + FloatText(lod) + ")";
-  if (capped) {
-    if (lowered) reason += " and ";
-    reason += cap < preference ? "the largest resolution there is (" + std::to_string(cap) + ")"
-                               : "the maximum resolution preference (" + std::to_string(preference) + ")";
-  }
+  if (!capped) return;
+  const std::string reason = cap < preference ? "the largest resolution there is (" + std::to_string(cap) + ")"
+                                              : "the maximum resolution preference (" + std::to_string(preference) + ")";
+  std::string request = std::to_string(asked[0]) + " x " + std::to_string(asked[1]);
+  if (lod != 1.0)
+    request += " at level of detail " + FloatText(lod) + " (" + std::to_string(scaled[0]) + " x " +
+               std::to_string(scaled[1]) + ")";
   const std::string& name = node.GetName().empty() ? node.GetTypeInfo().resourceName : node.GetName();
-  node.GetHost().Warn("Warning: terrain '" + name + "': resolution " + std::to_string(asked[0]) + " x " +
-                      std::to_string(asked[1]) + " is " + (capped ? "capped at " : "lowered to ") +
+  node.GetHost().Warn("Warning: terrain '" + name + "': resolution " + request + " is capped at " +
                       std::to_string(used[0]) + " x " + std::to_string(used[1]) + " by " + reason + ".");
 }
 
