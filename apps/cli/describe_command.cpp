@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <charconv>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <initializer_list>
@@ -85,13 +86,21 @@ std::string ValueText(const platform::Value& value, const platform::Enumeration*
   }
 }
 
+// A limit to six digits: a table column has no room for 6.283185307179586.
+std::string LimitText(platform::Float value) {
+  char text[32];
+  const bool whole = value == std::floor(value) && std::abs(value) < 1e12;
+  std::snprintf(text, sizeof text, whole ? "%.0f" : "%.6g", value);
+  return text;
+}
+
 // "0 .. 100 %", "0 .. units", ".. 1", or the unit alone.
 std::string LimitsText(const ParameterDescription& parameter) {
   std::string text;
   if (parameter.minimum || parameter.maximum) {
-    if (parameter.minimum) text.append(NumberText(*parameter.minimum)).append(" ");
+    if (parameter.minimum) text.append(LimitText(*parameter.minimum)).append(" ");
     text.append("..");
-    if (parameter.maximum) text.append(" ").append(NumberText(*parameter.maximum));
+    if (parameter.maximum) text.append(" ").append(LimitText(*parameter.maximum));
   }
   if (!parameter.unit.empty()) text.append(text.empty() ? "" : " ").append(parameter.unit);
   return text;
@@ -338,9 +347,14 @@ class Describer {
                        std::string& out) const {
     std::string line = Join({"  ", Padded(std::to_string(parameter.id), columns.id), "  ",
                              Padded(parameter.symbol, columns.symbol), "  ", Padded(KindText(parameter), columns.type),
-                             "  ", Padded(DefaultText(parameter), columns.value), "  ", LimitsText(parameter)});
+                             "  ", Padded(DefaultText(parameter), columns.value), "  "});
+    // Limits that do not fit the row go on a line of their own below it.
+    const std::string limits = LimitsText(parameter);
+    const bool fits = line.size() + limits.size() <= kWidth;
+    if (fits) line.append(limits);
     while (!line.empty() && line.back() == ' ') line.pop_back();
     out.append(line).append("\n");
+    if (!fits) out.append(std::string(2 + columns.id + 2, ' ')).append("Limits: ").append(limits).append("\n");
 
     // The details start below the symbol.
     const std::size_t indent = 2 + columns.id + 2;

@@ -104,7 +104,8 @@ Status ErosionOperator::Compute(const Grid2D<Float>& incoming, Node& op, Documen
     case EROSIONOPERATOR_MODE_THERMAL:
       return Erosion::ThermalWeathering(result_, ReadThermal(data), context, op.GetHost().GetStrings());
     case EROSIONOPERATOR_MODE_DROPLET:
-      (void)Erosion::SimulateDroplets(result_, ReadDroplets(data));
+      (void)Erosion::SimulateDroplets(result_, ReadDroplets(data), context.thread, context.progress);
+      if (platform::TestBreak(context.thread)) return platform::CancelledError("Droplet Erosion cancelled!");
       return platform::Ok();
     case EROSIONOPERATOR_MODE_LOWLAND:
       return Erosion::FlattenLowlands(result_, ReadLowland(data));

@@ -15,7 +15,8 @@ constexpr Float kMinimumVolume = 0.01;
 
 }  // namespace
 
-UInt64 SimulateDroplets(Grid2D<Float>& grid, const DropletSettings& settings) {
+UInt64 SimulateDroplets(Grid2D<Float>& grid, const DropletSettings& settings, const platform::CancellationToken* cancel,
+                        platform::ProgressSink* progress) {
   const Int width = grid.Width();
   const Int height = grid.Height();
   if (width == 0 || height == 0) return 0;
@@ -29,7 +30,10 @@ UInt64 SimulateDroplets(Grid2D<Float>& grid, const DropletSettings& settings) {
   platform::Random random;
   random.Init(settings.seed);
   UInt64 steps = 0;
+  const Int32 percent = std::max<Int32>(settings.count / 100, 1);
   for (Int32 droplet = 0; droplet < settings.count; ++droplet) {
+    if (platform::TestBreak(cancel)) break;
+    if (progress != nullptr && droplet % percent == 0) platform::ShowStepProgress(*progress, droplet, settings.count);
     // The row is drawn first; swapping the draws would move every droplet.
     Float py = random.Get01() * static_cast<Float>(height - 1);
     Float px = random.Get01() * static_cast<Float>(width - 1);

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "platform/cancellation.h"
+#include "platform/progress.h"
 #include "platform/types.h"
 #include "vellgrund/grid2d.h"
 
@@ -22,6 +24,11 @@ struct DropletSettings {
 // until its volume falls to 0.01 or it leaves the grid. Returns the number of steps taken,
 // for throughput figures. Makes no allocation; a non-finite height stops the droplets
 // that reach it instead of sending them outside the grid.
-UInt64 SimulateDroplets(Grid2D<Float>& grid, const DropletSettings& settings);
+//
+// The break flag is tested before every droplet (a droplet takes at most a few thousand
+// steps) and the run stops there when it is set; the caller tells the cancellation from
+// the flag. Progress is reported in whole percent of the droplets.
+UInt64 SimulateDroplets(Grid2D<Float>& grid, const DropletSettings& settings,
+                        const platform::CancellationToken* cancel = nullptr, platform::ProgressSink* progress = nullptr);
 
 }  // namespace VLGD::Erosion

@@ -4,6 +4,8 @@
 
 #include <cmath>
 #include <limits>
+#include <string_view>
+#include <vector>
 
 #include "platform/random.h"
 #include "support/operator_fixture.h"
@@ -72,6 +74,25 @@ TEST(Droplets, NonFiniteHeightsEndTheDropletsInsideTheGrid) {
   grid.Set(5, 5, std::numeric_limits<Float>::quiet_NaN());
   grid.Set(9, 3, std::numeric_limits<Float>::infinity());
   EXPECT_GT(SimulateDroplets(grid, Droplets(200)), 0U);
+}
+
+// A run stops at the droplet after the break, and reports its progress in whole percent
+// until then.
+TEST(Droplets, StopOnABreakAndShowProgress) {
+  struct CancelAfter final : platform::ProgressSink {
+    platform::CancellationToken token;
+    std::vector<double> fractions;
+    void SetStatus(std::string_view) override {}
+    void ClearStatus() override {}
+    void SetProgress(double fraction) override {
+      fractions.push_back(fraction);
+      if (fractions.size() == 3) token.Cancel();
+    }
+  } sink;
+  Grid2D<Float> grid = RandomGrid(64, 64, 5);
+  const platform::UInt64 steps = SimulateDroplets(grid, Droplets(10'000), &sink.token, &sink);
+  EXPECT_EQ(sink.fractions, (std::vector<double>{0.0, 0.01, 0.02}));
+  EXPECT_LE(steps, 200U * 3836U) << "ran past the break";
 }
 
 }  // namespace
