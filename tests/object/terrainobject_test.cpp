@@ -89,14 +89,21 @@ TEST(TerrainObjectTest, ResolutionFollowsLevelOfDetailAndTheCap) {
   ASSERT_TRUE(h.Rebuild());
   EXPECT_EQ(h.Terrain().GetGrid().Width(), 201);
   EXPECT_EQ(warnings.Lines().back(),
-            "Warning: terrain 'Hills': resolution 500 x 500 at level of detail 0.5 (250 x 250) is capped at 200 x 200 "
-            "by the maximum resolution preference (200).");
+            "Warning: terrain 'Hills': resolution 500 x 500 is capped at 200 x 200 by the maximum resolution "
+            "preference (200).");
   // A cap the resolution stays within is no news.
   ASSERT_TRUE(h.doc->GetWorldPluginData(ID_PREFERENCES).Set(PREFS_MAX_RESOLUTION, Int32{500}));
   h.terrain->SetDirty(DIRTYFLAGS_DATA);
   ASSERT_TRUE(h.Rebuild());
   EXPECT_EQ(Mesh(h).GetPointCount(), 501 * 501);
-  EXPECT_EQ(warnings.Lines().size(), 2u);
+  EXPECT_EQ(warnings.Lines().size(), 1u);
+  // Raised by the level of detail beyond the cap.
+  help.lod = 4.0;
+  h.terrain->SetDirty(DIRTYFLAGS_DATA);
+  ASSERT_TRUE(h.doc->ExecutePasses(help));
+  EXPECT_EQ(warnings.Lines().back(),
+            "Warning: terrain 'Hills': resolution 500 x 500 at level of detail 4 (2000 x 2000) is capped at 500 x 500 "
+            "by the maximum resolution preference (500).");
 }
 
 TEST(TerrainObjectTest, EditsKeepRadiusDensityAndCapRules) {
