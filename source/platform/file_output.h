@@ -1,7 +1,10 @@
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
 #include <filesystem>
 #include <ostream>
+#include <span>
 #include <string>
 
 #include "platform/cancellation.h"
@@ -42,8 +45,16 @@ class PendingFile {
 // writers choose their format by it.
 std::string LowerCaseEnding(const std::filesystem::path& path);
 
-// Opens a binary stream on a pending file, lets `write` fill it, and commits it when the
-// stream is good and `write` succeeded.
-Status WriteFileAtomically(const std::filesystem::path& target, FunctionRef<Status(std::ostream&)> write);
+// Opens a binary stream on a pending file, lets `write` fill it, and commits it when
+// `write` succeeded and every byte reached the file. The stream checks each block it
+// hands to the system and the close, so a full disk fails with the system's reason; it
+// tests the break flag and reports progress (against `expectedBytes`, when known) between
+// blocks. A failed or cancelled write leaves the target as it was.
+Status WriteFileAtomically(const std::filesystem::path& target, FunctionRef<Status(std::ostream&)> write,
+                           const WriteControl& control = {}, std::uint64_t expectedBytes = 0);
+
+// Writes bytes made in memory (an encoded image) the same way.
+Status WriteBytesAtomically(const std::filesystem::path& target, std::span<const std::byte> bytes,
+                            const WriteControl& control = {});
 
 }  // namespace platform

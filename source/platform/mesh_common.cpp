@@ -169,9 +169,29 @@ void OutputBuffer::PutDecimal(UInt64 value) {
   used_ += static_cast<std::size_t>(end - begin);
 }
 
+namespace {
+
+// Thrown by a flush into a stream that has stopped (a break or a failed write) and caught
+// by WriteMeshFile, which then reports the stream's own reason.
+struct StreamStopped {};
+
+UInt64 EstimateBytes(const GeometryObject& root, SizeEstimate estimate) {
+  UInt64 bytes = 0;
+  for (const TreeEntry& entry : FlattenTree(root)) {
+    if (entry.object->Type() != GeometryType::Polygon) continue;
+    const auto& object = static_cast<const PolygonObject&>(*entry.object);
+    bytes += static_cast<UInt64>(object.GetPointCount()) * estimate.perPoint +
+             static_cast<UInt64>(object.GetPolygonCount()) * estimate.perPolygon;
+  }
+  return bytes;
+}
+
+}  // namespace
+
 void OutputBuffer::Flush() {
   if (used_ == 0) return;
   stream_.write(data_.data(), static_cast<std::streamsize>(used_));
+  if (!stream_) throw StreamStopped{};
   flushed_ += used_;
   used_ = 0;
 }
@@ -181,22 +201,30 @@ bool OutputBuffer::Finish() {
   return static_cast<bool>(stream_);
 }
 
-Status WriteMeshFile(const std::filesystem::path& path, FunctionRef<Status(OutputBuffer&)> write) {
+Status WriteMeshFile(const std::filesystem::path& path, const GeometryObject& root, const WriteControl& control,
+                     SizeEstimate estimate, FunctionRef<Status(OutputBuffer&)> write) {
   const auto named = [&path](Error error) {
     error.message = "Cannot write \"" + path.string() + "\": " + error.message;
     return std::unexpected<Error>(std::move(error));
   };
   try {
     bool writerFailed = false;
-    Status status = WriteFileAtomically(path, [&](std::ostream& stream) -> Status {
-      OutputBuffer buffer(stream);
-      if (Status written = write(buffer); !written) {
-        writerFailed = true;
-        return written;
-      }
-      if (!buffer.Finish()) return IoError("Could not write \"" + path.string() + "\"!");
-      return Ok();
-    });
+    Status status = WriteFileAtomically(
+        path,
+        [&](std::ostream& stream) -> Status {
+          OutputBuffer buffer(stream);
+          try {
+            if (Status written = write(buffer); !written) {
+              writerFailed = true;
+              return written;
+            }
+            buffer.Finish();
+          } catch (const StreamStopped&) {
+            // WriteFileAtomically knows why the stream stopped.
+          }
+          return Ok();
+        },
+        control, EstimateBytes(root, estimate));
     if (!status && writerFailed) return named(std::move(status).error());
     return status;
   } catch (const std::bad_alloc&) {

@@ -14,6 +14,7 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/file_output.h"
 #include "platform/function_ref.h"
 #include "platform/geometry.h"
 #include "platform/matrix.h"
@@ -165,8 +166,17 @@ class OutputBuffer {
   UInt64 flushed_ = 0;
 };
 
+// About how many bytes a format spends per point and per polygon, for the progress of a write.
+struct SizeEstimate {
+  UInt64 perPoint = 0;
+  UInt64 perPolygon = 0;
+};
+
 // Runs `write` on a buffer over an atomically replaced file at `path`. Errors of `write`
 // and running out of memory come back naming the path; nothing is left behind on failure.
-Status WriteMeshFile(const std::filesystem::path& path, FunctionRef<Status(OutputBuffer&)> write);
+// A break or a failed block ends the writer at its next flush, so that it does not go on
+// formatting what can no longer be written.
+Status WriteMeshFile(const std::filesystem::path& path, const GeometryObject& root, const WriteControl& control,
+                     SizeEstimate estimate, FunctionRef<Status(OutputBuffer&)> write);
 
 }  // namespace platform::mesh_internal

@@ -343,8 +343,9 @@ Status WriteGlbTo(const GeometryObject& root, OutputBuffer& out) {
 
 }  // namespace
 
-Status WriteGlb(const GeometryObject& root, const std::filesystem::path& path, const WriteControl&) {
-  return mesh_internal::WriteMeshFile(path, [&root](OutputBuffer& out) { return WriteGlbTo(root, out); });
+Status WriteGlb(const GeometryObject& root, const std::filesystem::path& path, const WriteControl& control) {
+  return mesh_internal::WriteMeshFile(path, root, control, {.perPoint = 32, .perPolygon = 24},
+                                     [&root](OutputBuffer& out) { return WriteGlbTo(root, out); });
 }
 
 }  // namespace platform

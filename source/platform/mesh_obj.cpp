@@ -146,8 +146,9 @@ Status WriteObjTo(const GeometryObject& root, OutputBuffer& out) {
 
 }  // namespace
 
-Status WriteObj(const GeometryObject& root, const std::filesystem::path& path, const WriteControl&) {
-  return mesh_internal::WriteMeshFile(path, [&root](OutputBuffer& out) { return WriteObjTo(root, out); });
+Status WriteObj(const GeometryObject& root, const std::filesystem::path& path, const WriteControl& control) {
+  return mesh_internal::WriteMeshFile(path, root, control, {.perPoint = 90, .perPolygon = 60},
+                                     [&root](OutputBuffer& out) { return WriteObjTo(root, out); });
 }
 
 }  // namespace platform

@@ -105,8 +105,9 @@ Status WritePlyTo(const GeometryObject& root, OutputBuffer& out) {
 
 }  // namespace
 
-Status WritePly(const GeometryObject& root, const std::filesystem::path& path, const WriteControl&) {
-  return mesh_internal::WriteMeshFile(path, [&root](OutputBuffer& out) { return WritePlyTo(root, out); });
+Status WritePly(const GeometryObject& root, const std::filesystem::path& path, const WriteControl& control) {
+  return mesh_internal::WriteMeshFile(path, root, control, {.perPoint = 32, .perPolygon = 17},
+                                     [&root](OutputBuffer& out) { return WritePlyTo(root, out); });
 }
 
 }  // namespace platform

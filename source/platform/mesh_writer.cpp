@@ -5,11 +5,11 @@
 
 namespace platform {
 
-Status WriteGeometry(const GeometryObject& root, const std::filesystem::path& path, const WriteControl&) {
+Status WriteGeometry(const GeometryObject& root, const std::filesystem::path& path, const WriteControl& control) {
   const std::string ending = LowerCaseEnding(path);
-  if (ending == ".glb") return WriteGlb(root, path);
-  if (ending == ".obj") return WriteObj(root, path);
-  if (ending == ".ply") return WritePly(root, path);
+  if (ending == ".glb") return WriteGlb(root, path, control);
+  if (ending == ".obj") return WriteObj(root, path, control);
+  if (ending == ".ply") return WritePly(root, path, control);
   if (ending.empty()) {
     return IllegalArgumentError("Cannot write \"" + path.string() +
                                 "\": the file has no ending; use .glb, .obj or .ply!");

@@ -53,7 +53,7 @@ Status WriteValues(std::ostream& stream, std::span<const Float> values) {
 }  // namespace
 
 Status WriteNpy(const std::filesystem::path& path, std::span<const Float> values, Int rows, Int columns,
-                const WriteControl&) {
+                const WriteControl& control) {
   if (rows < 0 || columns < 0)
     return IllegalArgumentError("Cannot write \"" + path.string() + "\": the array shape must not be negative!");
   const auto count = static_cast<Int>(values.size());
@@ -69,7 +69,7 @@ Status WriteNpy(const std::filesystem::path& path, std::span<const Float> values
     return WriteFileAtomically(path, [&](std::ostream& stream) -> Status {
       stream.write(header.data(), static_cast<std::streamsize>(header.size()));
       return WriteValues(stream, values);
-    });
+    }, control, header.size() + values.size() * sizeof(Float));
   } catch (const std::bad_alloc&) {
     return OutOfMemoryError("Out of memory writing \"" + path.string() + "\"!");
   }

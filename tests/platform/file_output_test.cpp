@@ -1,6 +1,10 @@
 #include "platform/file_output.h"
 
+#include <sys/resource.h>
+
+#include <csignal>
 #include <filesystem>
+#include <algorithm>
 #include <fstream>
 #include <string>
 #include <vector>
@@ -75,6 +79,64 @@ TEST(FileOutputTest, FailedWritesLeaveNothingNewBehind) {
   EXPECT_FALSE(called);
   EXPECT_NE(noFolder.error().message.find(nowhere.string()), std::string::npos) << noFolder.error().message;
   EXPECT_EQ(Names(dir.Path()), std::vector<std::string>{"out.txt"});
+}
+
+class ProgressLog final : public ProgressSink {
+ public:
+  void SetStatus(std::string_view) override {}
+  void ClearStatus() override {}
+  void SetProgress(double fraction) override { fractions.push_back(fraction); }
+  std::vector<double> fractions;
+};
+
+// The system's refusals and a break stop a write between blocks, say why, and leave the
+// earlier file as it was.
+TEST(FileOutputTest, FullDisksAndBreaksStopBetweenBlocksAndSayWhy) {
+  TempDir dir;
+  const auto target = dir.File("big.bin");
+  ASSERT_TRUE(WriteFileAtomically(target, [](std::ostream& stream) { return WriteText(stream, "earlier"); }));
+  const std::vector<std::byte> bytes(5u << 20, std::byte{7});
+
+  ProgressLog log;
+  ASSERT_TRUE(WriteBytesAtomically(target, bytes, {nullptr, &log}));
+  EXPECT_EQ(std::filesystem::file_size(target), bytes.size());
+  ASSERT_GE(log.fractions.size(), 5u);
+  EXPECT_TRUE(std::is_sorted(log.fractions.begin(), log.fractions.end()));
+  EXPECT_EQ(log.fractions.back(), 1.0);
+  ASSERT_TRUE(WriteFileAtomically(target, [](std::ostream& stream) { return WriteText(stream, "earlier"); }));
+
+  // A file size limit stands in for a full disk: the write fails with the system's text.
+  rlimit old{};
+  ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &old), 0);
+  const auto oldHandler = std::signal(SIGXFSZ, SIG_IGN);
+  rlimit small = old;
+  small.rlim_cur = 3u << 20;
+  ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
+  const Status full = WriteBytesAtomically(target, bytes);
+  setrlimit(RLIMIT_FSIZE, &old);
+  std::signal(SIGXFSZ, oldHandler);
+  ASSERT_FALSE(full);
+  EXPECT_EQ(full.error().kind, ErrorKind::Io);
+  EXPECT_NE(full.error().message.find("File too large"), std::string::npos) << full.error().message;
+
+  // A break during the writer's own loop ends at the next block.
+  CancellationToken cancel;
+  int blocksOffered = 0;
+  const Status cancelled = WriteFileAtomically(
+      target,
+      [&](std::ostream& stream) -> Status {
+        for (int block = 0; block < 64 && stream; ++block, ++blocksOffered) {
+          if (block == 2) cancel.Cancel();
+          stream.write(reinterpret_cast<const char*>(bytes.data()), 1 << 20);
+        }
+        return Ok();
+      },
+      {&cancel, nullptr});
+  ASSERT_FALSE(cancelled);
+  EXPECT_EQ(cancelled.error().kind, ErrorKind::Cancelled);
+  EXPECT_LE(blocksOffered, 4);
+  EXPECT_EQ(testing_support::ReadFileBytes(target), "earlier");
+  EXPECT_EQ(Names(dir.Path()), std::vector<std::string>{"big.bin"});
 }
 
 TEST(FileOutputTest, PendingFileRemovesItsTemporaryUnlessCommitted) {
