@@ -55,9 +55,9 @@ platform::Result<std::string> ReadSceneText(const std::filesystem::path& scene) 
     }
     if (S_ISDIR(info.st_mode))
       return platform::IllegalArgumentError(what + " is a folder; give the path of a .json scene file!");
-    if (S_ISREG(info.st_mode) && static_cast<std::uintmax_t>(info.st_size) > kMaxSceneBytes)
+    if (S_ISREG(info.st_mode) && static_cast<std::uintmax_t>(info.st_size) > std::uintmax_t{platform::kMaxSceneBytes})
       return platform::IllegalArgumentError(what + " is " + ByteSize(static_cast<std::uintmax_t>(info.st_size)) +
-                                            "; scene files may be at most " + ByteSize(kMaxSceneBytes) + "!");
+                                            "; scene files may be at most " + ByteSize(platform::kMaxSceneBytes) + "!");
     file = std::fopen(scene.c_str(), "rb");
     if (file == nullptr)
       return platform::IllegalArgumentError("Could not read the scene file " + Quoted(scene) + ": " + std::strerror(errno));
@@ -68,14 +68,14 @@ platform::Result<std::string> ReadSceneText(const std::filesystem::path& scene) 
   bool failed = false;
   while ((count = std::fread(block, 1, sizeof block, file)) > 0) {
     text.append(block, count);
-    if (text.size() > kMaxSceneBytes) break;
+    if (text.size() > platform::kMaxSceneBytes) break;
   }
   failed = std::ferror(file) != 0;
   const int reason = errno;
   if (!standardInput) std::fclose(file);
   if (failed) return platform::IllegalArgumentError("Could not read " + what.substr(4) + ": " + std::strerror(reason));
-  if (text.size() > kMaxSceneBytes)
-    return platform::IllegalArgumentError(what + " is larger than " + ByteSize(kMaxSceneBytes) +
+  if (text.size() > platform::kMaxSceneBytes)
+    return platform::IllegalArgumentError(what + " is larger than " + ByteSize(platform::kMaxSceneBytes) +
                                           ", the most a scene file may hold!");
   if (text.find_first_not_of(" \t\r\n") == std::string::npos)
     return platform::IllegalArgumentError(what + " is empty; 'vellgrund new' prints a scene to start from.");
@@ -240,7 +240,16 @@ Status WriteFiles(const std::vector<TerrainFiles>& plan, const BuildOptions& opt
   const auto write = [&](const std::filesystem::path& target, auto&& writer) -> Status {
     if (cancel.IsCancelled()) return platform::CancelledError("Build cancelled!");
     progress.SetStatus("Writing " + Excerpt(target.filename().string(), 60));
-    return writer(outputs.Stage(target));
+    const std::filesystem::path staged = outputs.Stage(target);
+    Status written = writer(staged);
+    if (!written) {
+      // The user knows the file by the name they asked for, not by its staging name.
+      std::string& message = written.error().message;
+      const std::string from = staged.string(), to = target.string();
+      for (std::size_t at = message.find(from); at != std::string::npos; at = message.find(from, at + to.size()))
+        message.replace(at, from.size(), to);
+    }
+    return written;
   };
   // The small files first: a cancel during the large ones then finds everything staged.
   for (const TerrainFiles& files : plan) {

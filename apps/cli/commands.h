@@ -43,9 +43,6 @@ struct BuildOptions {
   bool quiet = false;  // no progress bar, notes or list of written files
 };
 
-// The most a scene may hold; a larger input is refused before it is parsed.
-inline constexpr std::uintmax_t kMaxSceneBytes = std::uintmax_t{64} << 20;
-
 platform::Status RunBuild(const BuildOptions& options);
 // Loads a scene and plans its outputs as a build would, without building.
 platform::Status RunValidate(const std::filesystem::path& scene);

@@ -16,12 +16,6 @@ namespace {
 
 using platform::Status;
 
-// Backs up to the start of a UTF-8 character so a cut never splits one.
-std::size_t CharacterBoundary(std::string_view text, std::size_t at) {
-  while (at > 0 && at < text.size() && (static_cast<unsigned char>(text[at]) & 0xC0) == 0x80) --at;
-  return at;
-}
-
 bool IsReservedStem(std::string_view stem) {
   // Names that some file systems treat as devices, whatever the ending.
   std::string base(stem.substr(0, stem.find('.')));
@@ -65,20 +59,11 @@ std::string SafeFileStem(std::string_view name) {
   }
   const std::size_t first = stem.find_first_not_of(". ");
   stem.erase(0, first == std::string::npos ? stem.size() : first);
-  if (stem.size() > kMaxFileStemBytes) stem.resize(CharacterBoundary(stem, kMaxFileStemBytes));
+  if (stem.size() > kMaxFileStemBytes) stem.resize(platform::CharacterBoundary(stem, kMaxFileStemBytes));
   while (!stem.empty() && (stem.back() == '.' || stem.back() == ' ')) stem.pop_back();
   if (stem.empty()) return "Terrain";
   if (IsReservedStem(stem)) stem.push_back('_');
   return stem;
-}
-
-std::string Excerpt(std::string_view text, std::size_t limit) {
-  const bool cut = text.size() > limit;
-  std::string excerpt(text.substr(0, cut ? CharacterBoundary(text, limit) : text.size()));
-  for (char& c : excerpt)
-    if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F) c = '?';
-  if (cut) excerpt += "...";
-  return excerpt;
 }
 
 std::string Quoted(const std::filesystem::path& path) {
@@ -124,20 +109,6 @@ Status CheckOutputFolder(const std::filesystem::path& folder) {
   if (!std::filesystem::is_directory(existing, error))
     return platform::IllegalArgumentError(what + ": " + Quoted(existing) + " is not a folder!");
   return CheckWritableFolder(existing, what);
-}
-
-std::string ByteSize(std::uintmax_t bytes) {
-  if (bytes < 1024) return std::to_string(bytes) + (bytes == 1 ? " byte" : " bytes");
-  static constexpr std::array<const char*, 4> kUnits = {"KB", "MB", "GB", "TB"};
-  double value = static_cast<double>(bytes) / 1024.0;
-  std::size_t unit = 0;
-  while (value >= 1024.0 && unit + 1 < kUnits.size()) {
-    value /= 1024.0;
-    ++unit;
-  }
-  char text[32];
-  std::snprintf(text, sizeof text, "%.1f %s", value, kUnits[unit]);
-  return text;
 }
 
 OutputTransaction::~OutputTransaction() {

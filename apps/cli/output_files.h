@@ -7,7 +7,9 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/memory.h"
 #include "platform/result.h"
+#include "platform/strings.h"
 
 namespace vellgrund_cli {
 
@@ -19,9 +21,7 @@ namespace vellgrund_cli {
 inline constexpr std::size_t kMaxFileStemBytes = 120;
 std::string SafeFileStem(std::string_view name);
 
-// A user's text cut for a message: at most `limit` bytes, between UTF-8 characters, with
-// "..." added when it was longer, and control characters shown as '?'.
-std::string Excerpt(std::string_view text, std::size_t limit = 80);
+using platform::Excerpt;
 // A path in double quotes and a name in single quotes, as messages show them, cut as above.
 std::string Quoted(const std::filesystem::path& path);
 std::string QuotedName(std::string_view name);
@@ -37,8 +37,7 @@ platform::Status CheckOutputFile(const std::filesystem::path& path, std::string_
 // above it must be writable.
 platform::Status CheckOutputFolder(const std::filesystem::path& folder);
 
-// "14.1 MB", "512 bytes".
-std::string ByteSize(std::uintmax_t bytes);
+using platform::ByteSize;
 
 // The files of one run, as one transaction: each is written under a hidden temporary name
 // beside its target, and only when every file has been written does Commit move them all

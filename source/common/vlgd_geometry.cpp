@@ -3,8 +3,10 @@
 #include <cmath>
 
 #include <new>
+#include <string>
 
 #include "platform/document.h"
+#include "platform/memory.h"
 #include "platform/parallel.h"
 
 namespace VLGD {
@@ -37,6 +39,11 @@ platform::Result<std::unique_ptr<platform::PolygonObject>> CreatePlaneGeometry(F
   const Int cellCount = Int{segX} * Int{segZ};
   const Int polygonCount = triangles ? cellCount * 2 : cellCount;
 
+  const platform::UInt64 bytes =
+      platform::BytesFor(pointCount, sizeof(platform::Vector)) + platform::BytesFor(polygonCount, sizeof(CPolygon)) +
+      (createUVW ? platform::BytesFor(polygonCount, sizeof(UVWStruct)) : 0);
+  VLGD_RETURN_IF_ERROR(platform::CheckMemory(
+      bytes, "A plane of " + std::to_string(segX) + " x " + std::to_string(segZ) + " segments"));
   auto created = platform::PolygonObject::Create(pointCount, polygonCount);
   if (!created) return std::unexpected(std::move(created).error());
   std::unique_ptr<platform::PolygonObject> plane = std::move(*created);

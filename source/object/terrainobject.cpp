@@ -12,6 +12,7 @@
 #include "platform/image.h"
 #include "platform/memory.h"
 #include "platform/parallel.h"
+#include "platform/strings.h"
 
 namespace VLGD {
 namespace {
@@ -61,6 +62,22 @@ std::string FloatText(Float value) {
   char buffer[32];
   const auto [end, error] = std::to_chars(buffer, buffer + sizeof buffer, value);
   return error == std::errc() ? std::string(buffer, end) : std::string("?");
+}
+
+// A build holds the height grid, a result and a change map per operator, and the mesh
+// with its texture coordinates; refused up front when that cannot fit, since the system
+// would grant the memory lazily and end the process while filling it.
+Status CheckBuildMemory(const Node& node, Int32 segX, Int32 segZ, Int operators) {
+  const Int samples = (Int{segX} + 1) * (Int{segZ} + 1);
+  const Int cells = Int{segX} * Int{segZ} * 2;  // triangles at most
+  const platform::UInt64 bytes = platform::BytesFor(samples, sizeof(Float) * static_cast<std::size_t>(1 + 2 * operators)) +
+                                 platform::BytesFor(samples, sizeof(Vector)) +
+                                 platform::BytesFor(cells, sizeof(platform::CPolygon) + sizeof(platform::UVWStruct));
+  Status fits = platform::CheckMemory(bytes, "The terrain '" + platform::Excerpt(node.GetName()) + "' at " +
+                                                 std::to_string(Int{segX} + 1) + " x " + std::to_string(Int{segZ} + 1) +
+                                                 " samples with " + std::to_string(operators) + " operators");
+  if (!fits) fits.error().message += " Lower its resolution or the level of detail.";
+  return fits;
 }
 
 // Tells the user when the cap limits a resolution, since the heights then have fewer
@@ -336,6 +353,7 @@ Result<std::unique_ptr<GeometryObject>> TerrainObject::GetVirtualObjects(Node& n
   // Here the grid is built anew: once per build, never for a cached result.
   WarnOfCappedResolution(node, {askedX, askedZ}, {segX, segZ}, help.lod, cap, preference);
 
+  VLGD_RETURN_IF_ERROR(CheckBuildMemory(node, segX, segZ, static_cast<Int>(queue_.Items().size())));
   ParameterContainer& own = node.GetDataInstance();  // status texts, not edits
   (void)own.Set(TERRAINOBJECT_MEMORY_INFO, node.GetHost().GetStrings().Get(10028));
   grid_.Reset();

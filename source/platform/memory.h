@@ -1,13 +1,33 @@
 #pragma once
 
 #include <new>
+#include <optional>
 #include <stdexcept>
+#include <string>
+#include <string_view>
 #include <vector>
 
 #include "platform/result.h"
 #include "platform/types.h"
 
 namespace platform {
+
+// "1.5 GB": bytes for people, in units of 1024.
+std::string ByteSize(UInt64 bytes);
+
+// The bytes a new allocation can still get: the smaller of what the system has free
+// (available memory and free swap) and what the address-space limit leaves this process.
+// Empty when neither can be read.
+std::optional<UInt64> AvailableMemory();
+
+// `count` items of `size` bytes, saturating instead of wrapping.
+UInt64 BytesFor(Int count, std::size_t size);
+
+// Refuses a large allocation that cannot fit, before it is tried: the system would grant
+// it lazily and then end the process while the pages are filled. `what` starts the
+// message ("A plane of 20000 x 20000 segments"). Small requests pass unchecked, so that
+// hot paths do not read the system's tables.
+Status CheckMemory(UInt64 bytes, std::string_view what);
 
 // Sizes a vector, turning allocation failure (or a size beyond what a vector can hold)
 // into an error value instead of an exception.

@@ -22,6 +22,7 @@
 #include <nlohmann/json.hpp>
 
 #include "platform/file_output.h"
+#include "platform/strings.h"
 
 namespace platform {
 namespace {
@@ -58,7 +59,7 @@ class StrictJsonBuilder final : public nlohmann::json_sax<Json> {
   bool end_array() override { return Close(); }
 
   bool key(string_t& key) override {
-    if (open_.back().container->contains(key)) return Fail(Path(false) + "duplicate key '" + key + "'");
+    if (open_.back().container->contains(key)) return Fail(Path(false) + "duplicate key '" + Excerpt(key) + "'");
     open_.back().key = std::move(key);
     return true;
   }
@@ -203,7 +204,7 @@ const Json* Member(const Json& object, const char* key) {
 Status OnlyKeys(const Json& object, std::initializer_list<std::string_view> keys) {
   for (const auto& [key, value] : object.get_ref<const Json::object_t&>())
     if (std::find(keys.begin(), keys.end(), key) == keys.end())
-      return IllegalArgumentError("unknown key '" + key + "'");
+      return IllegalArgumentError("unknown key '" + Excerpt(key) + "'");
   return Ok();
 }
 
@@ -314,7 +315,7 @@ Result<Visibility> ReadVisibility(const Json& value) {
     if (text == "on") return Visibility::ON;
     if (text == "off") return Visibility::OFF;
   }
-  return IllegalArgumentError("expected \"default\", \"on\", \"off\" or a boolean, not " + value.dump());
+  return IllegalArgumentError("expected \"default\", \"on\", \"off\" or a boolean, not " + Excerpt(value.dump()));
 }
 
 const char* VisibilityName(Visibility visibility) {
@@ -388,7 +389,7 @@ class SceneReader {
     if (!format && version->is_number_integer())  // beyond any integer we read
       return IllegalArgumentError("'vellgrund': format " + version->dump() + " was written by a newer version");
     if (!format || *format < 1)
-      return IllegalArgumentError("'vellgrund': expected the format number 1, not " + version->dump());
+      return IllegalArgumentError("'vellgrund': expected the format number 1, not " + Excerpt(version->dump()));
     if (*format > kFormatVersion)
       return IllegalArgumentError("'vellgrund': format " + std::to_string(*format) + " was written by a newer version");
 
@@ -464,7 +465,7 @@ class SceneReader {
       return Ok();
     };
     for (const auto& [key, json] : preferences.get_ref<const Json::object_t&>()) {
-      const std::string where = "preference '" + key + "'";
+      const std::string where = "preference '" + Excerpt(key) + "'";
       if (!json.is_object()) {
         VLGD_RETURN_IF_ERROR(add(kWorldPreferences, key, json, where));
         continue;
@@ -474,7 +475,7 @@ class SceneReader {
         return IllegalArgumentError(where + ": a preference container must be a decimal ID");
       containers[container];  // an empty container is still an override
       for (const auto& [innerKey, innerJson] : json.get_ref<const Json::object_t&>())
-        VLGD_RETURN_IF_ERROR(add(container, innerKey, innerJson, "preference '" + key + "." + innerKey + "'"));
+        VLGD_RETURN_IF_ERROR(add(container, innerKey, innerJson, "preference '" + Excerpt(key) + "." + Excerpt(innerKey) + "'"));
     }
     if (preferences.empty()) containers[kWorldPreferences];
     for (auto& [container, values] : containers) {
@@ -514,7 +515,11 @@ class SceneReader {
     const Json* name = Member(object, "name");
     if (name != nullptr) {
       if (!name->is_string()) return Within<Node*>(Expected("a string", *name), where + ": 'name'");
-      where += " '" + name->get<std::string>() + "'";
+      const auto& text = name->get_ref<const std::string&>();
+      if (text.size() > kMaxNameBytes)
+        return IllegalArgumentError(where + ": 'name': " + std::to_string(text.size()) + " bytes long; names may be at most " +
+                                    std::to_string(kMaxNameBytes) + " bytes");
+      where += " '" + Excerpt(text) + "'";
     }
     VLGD_RETURN_IF_ERROR(
         Within<void>(OnlyKeys(object, {"type", "name", "id", "enabled", "editor_visible", "render_visible", "level",
@@ -552,7 +557,7 @@ class SceneReader {
     if (const Json* id = Member(object, "id")) {
       VLGD_ASSIGN_OR_RETURN(std::string key, Within(ReadKey(*id), where + ": 'id'"));
       if (!keys_.emplace(key, node.get()).second)
-        return IllegalArgumentError(where + ": 'id': another object has the id '" + key + "' already");
+        return IllegalArgumentError(where + ": 'id': another object has the id '" + Excerpt(key) + "' already");
     }
 
     Node* inserted = previous != nullptr ? document_->InsertAfter(std::move(node), *previous)
@@ -581,7 +586,7 @@ class SceneReader {
       return Expected("a type name or plug-in ID", type);
     }
     if (info == nullptr || info->kind != PluginKind::OBJECT)
-      return IllegalArgumentError(type.dump() + " is not a registered object type");
+      return IllegalArgumentError(Excerpt(type.dump()) + " is not a registered object type");
     return info;
   }
 
@@ -616,7 +621,7 @@ class SceneReader {
     const FlatDescription& description = node.GetTypeInfo().description;
     std::unordered_set<ParameterId> seen;
     for (const auto& [key, json] : params.get_ref<const Json::object_t&>()) {
-      const std::string at = where + ": parameter '" + key + "'";
+      const std::string at = where + ": parameter '" + Excerpt(key) + "'";
       const ParameterDescription* parameter = FindParameter(description, key);
       if (parameter == nullptr)
         return IllegalArgumentError(at + ": not a parameter of '" + node.GetTypeInfo().resourceName + "'");
@@ -680,10 +685,10 @@ class SceneReader {
         if (json.is_string() && !parameter.enumeration.empty()) {
           const auto& name = json.get_ref<const std::string&>();
           if (enumeration == nullptr)
-            return IllegalArgumentError("'" + name + "' is not a member of " + parameter.enumeration);
+            return IllegalArgumentError("'" + Excerpt(name) + "' is not a member of " + parameter.enumeration);
           const std::optional<Int> member = EnumValueOf(*enumeration, name);
           if (!member || *member < std::numeric_limits<Int32>::min() || *member > std::numeric_limits<Int32>::max())
-            return NotAMember("'" + name + "'", *enumeration);
+            return NotAMember("'" + Excerpt(name) + "'", *enumeration);
           return Value(static_cast<Int32>(*member));
         }
         if (!json.is_number_integer())
@@ -756,7 +761,7 @@ class SceneReader {
     if (preset != nullptr) {
       VLGD_ASSIGN_OR_RETURN(const std::string name, Within(ReadString(*preset), "'preset'"));
       const Registry::CurvePreset* make = registry_.FindCurvePreset(name);
-      if (make == nullptr) return IllegalArgumentError("'preset': unknown curve preset '" + name + "'");
+      if (make == nullptr) return IllegalArgumentError("'preset': unknown curve preset '" + Excerpt(name) + "'");
       VLGD_RETURN_IF_ERROR(Within<void>((*make)(curve), "'preset'"));
       return curve;
     }
@@ -851,7 +856,7 @@ class SceneReader {
   Status ResolveLinks() {
     for (const PendingLink& link : links_) {
       const auto found = keys_.find(link.key);
-      if (found == keys_.end()) return IllegalArgumentError(link.where + ": no object has the id '" + link.key + "'");
+      if (found == keys_.end()) return IllegalArgumentError(link.where + ": no object has the id '" + Excerpt(link.key) + "'");
       const Node& target = *found->second;
       ParameterContainer& parameters = link.node->GetDataInstance();
       if (link.layer < 0) {
@@ -1255,6 +1260,10 @@ bool NodesEqual(const Node& a, const Node& b, const std::unordered_map<UInt64, I
 
 Result<std::unique_ptr<Document>> LoadScene(Host& host, std::string_view json, std::string_view sourceName) {
   const std::string source(sourceName);
+  if (json.size() > kMaxSceneBytes)
+    return IllegalArgumentError(source + ": the scene is " + std::to_string(json.size()) +
+                                " bytes long; scene files may be at most " + std::to_string(kMaxSceneBytes >> 20) +
+                                " MiB");
   const Host::CountingTimerScope reproducible(host);
   try {
     SceneReader reader(host);
@@ -1276,6 +1285,12 @@ Result<std::unique_ptr<Document>> LoadSceneFile(Host& host, const std::filesyste
   try {
     std::ifstream stream(file, std::ios::binary);
     if (!stream) return IoError("Could not open the scene file \"" + file.string() + "\"!");
+    std::error_code error;
+    // Checked before reading, so that a huge file is refused without taking the memory.
+    if (const auto size = std::filesystem::file_size(file, error); !error && size > kMaxSceneBytes)
+      return IllegalArgumentError("\"" + file.string() + "\": the scene is " + std::to_string(size) +
+                                  " bytes long; scene files may be at most " + std::to_string(kMaxSceneBytes >> 20) +
+                                  " MiB");
     text.assign(std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>());
     if (stream.bad()) return IoError("Could not read the scene file \"" + file.string() + "\"!");
   } catch (const std::bad_alloc&) {

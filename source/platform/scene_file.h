@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <filesystem>
 #include <memory>
 #include <string>
@@ -42,6 +43,11 @@ namespace platform {
 // node and the key; nothing of a refused file is kept. Every node is read with the disk
 // level the file gives (its type's current level when absent), so its data can convert
 // older files.
+//
+// Bounds keep a hostile file from taking the machine: a scene of more than kMaxSceneBytes
+// and names of more than kMaxNameBytes are refused, and messages quote user text cut short.
+inline constexpr std::size_t kMaxSceneBytes = std::size_t{64} << 20;
+inline constexpr std::size_t kMaxNameBytes = 1024;
 Result<std::unique_ptr<Document>> LoadScene(Host& host, std::string_view json, std::string_view sourceName);
 Result<std::unique_ptr<Document>> LoadSceneFile(Host& host, const std::filesystem::path& file);
 

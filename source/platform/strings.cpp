@@ -11,6 +11,20 @@
 #include <nlohmann/json.hpp>
 
 namespace platform {
+
+std::size_t CharacterBoundary(std::string_view text, std::size_t at) {
+  while (at > 0 && at < text.size() && (static_cast<unsigned char>(text[at]) & 0xC0) == 0x80) --at;
+  return at;
+}
+
+std::string Excerpt(std::string_view text, std::size_t limit) {
+  const bool cut = text.size() > limit;
+  std::string excerpt(text.substr(0, cut ? CharacterBoundary(text, limit) : text.size()));
+  for (char& c : excerpt)
+    if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F) c = '?';
+  if (cut) excerpt += "...";
+  return excerpt;
+}
 namespace {
 
 // The ID of a key in its one canonical spelling ("10016", "-3"); "007", "+1", " 1" and

@@ -11,6 +11,14 @@
 
 namespace platform {
 
+// Backs up to the start of a UTF-8 character so that a cut at `at` never splits one.
+std::size_t CharacterBoundary(std::string_view text, std::size_t at);
+
+// A user's text cut for a message: at most `limit` bytes, between UTF-8 characters, with
+// "..." added when it was longer, and control characters shown as '?'. A scene may hold
+// a name of a megabyte; a message quoting it must stay one line.
+std::string Excerpt(std::string_view text, std::size_t limit = 80);
+
 // The texts shown to users, by numeric resource ID, loaded from the resource folder.
 class StringTable {
  public:

@@ -538,6 +538,14 @@ Status BaseKernel::Initialize(UInt32 n, const Float* data) {
 Status BaseKernel::Resize(UInt32 n, std::optional<Int> count) {
   separable_.reset();
   const Int values = count.value_or(static_cast<Int>(n) * static_cast<Int>(n));
+  if (const Status fits = platform::CheckMemory(platform::BytesFor(values, sizeof(Float)),
+                                                "A kernel of " + std::to_string(n) + " x " + std::to_string(n) +
+                                                    " weights");
+      !fits) {
+    values_ = {};
+    size_ = 0;
+    return fits;
+  }
   if (static_cast<Int>(n) > kMaxKernelSize || !platform::TryResize(values_, values, 0.0)) {
     values_ = {};
     size_ = 0;

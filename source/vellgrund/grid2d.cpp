@@ -49,6 +49,12 @@ Status Grid2D<T>::InitShape(Int width, Int height, Float sizeX, Float sizeY) {
     std::fill(values_.begin(), values_.end(), T{});
   } else {
     Reset();
+    if (countFits) {
+      const Status fits = platform::CheckMemory(platform::BytesFor(width * height, sizeof(T)),
+                                                "A grid of " + std::to_string(width) + " x " + std::to_string(height) +
+                                                    " samples");
+      if (!fits) return fits;
+    }
     if (!countFits || !platform::TryResize(values_, width * height, T{})) {
       Reset();
       return platform::OutOfMemoryError("Could not allocate grid of " + std::to_string(width) + " x " +
