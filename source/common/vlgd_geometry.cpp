@@ -1,6 +1,7 @@
 #include "common/vlgd_geometry.h"
 
 #include <cmath>
+#include <limits>
 
 #include <new>
 #include <string>
@@ -42,8 +43,10 @@ platform::Result<std::unique_ptr<platform::PolygonObject>> CreatePlaneGeometry(F
   const platform::UInt64 bytes =
       platform::BytesFor(pointCount, sizeof(platform::Vector)) + platform::BytesFor(polygonCount, sizeof(CPolygon)) +
       (createUVW ? platform::BytesFor(polygonCount, sizeof(UVWStruct)) : 0);
-  VLGD_RETURN_IF_ERROR(platform::CheckMemory(
-      bytes, "A plane of " + std::to_string(segX) + " x " + std::to_string(segZ) + " segments"));
+  // Counts that 32-bit indices cannot address are refused by the allocation itself.
+  if (pointCount <= std::numeric_limits<Int32>::max() && polygonCount <= std::numeric_limits<Int32>::max())
+    VLGD_RETURN_IF_ERROR(platform::CheckMemory(
+        bytes, "A plane of " + std::to_string(segX) + " x " + std::to_string(segZ) + " segments"));
   auto created = platform::PolygonObject::Create(pointCount, polygonCount);
   if (!created) return std::unexpected(std::move(created).error());
   std::unique_ptr<platform::PolygonObject> plane = std::move(*created);
