@@ -20,7 +20,6 @@ using platform::Int32;
 using platform::UVWStruct;
 using platform::Vector32;
 
-constexpr Int kPlaneSingleThreadBelow = 10001;
 
 }  // namespace
 
@@ -75,10 +74,9 @@ platform::Result<std::unique_ptr<platform::PolygonObject>> CreatePlaneGeometry(F
   // Small planes are filled on one thread; the threshold counts points, the loop runs over rows.
   const Int rowCount = Int{segZ} + 1;
   const platform::ParallelOptions rowOptions{.granularity = 16,
-                                             .singleThreadBelow = pointCount < kPlaneSingleThreadBelow ? rowCount + 1 : 0};
+                                             .singleThreadBelow = pointCount < platform::kSingleThreadBelowSamples ? rowCount + 1 : 0};
   const platform::Status filled = platform::ParallelFor(0, rowCount, rowOptions, [&](Int row) -> platform::Status {
-           // Rows whose index shares no bit with 999 never test; the mask is deliberate.
-           if (thread != nullptr && (row & 999) != 0 && thread->IsCancelled())
+           if (platform::IsRowBreakTest(row) && platform::TestBreak(thread))
              return platform::CancelledError("CreatePlaneGeometry() cancelled!");
            const Float z = halfZ - static_cast<Float>(row) * stepZ;
            platform::Vector* line = points + row * columns;

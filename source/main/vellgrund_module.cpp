@@ -4,6 +4,7 @@
 #include <memory>
 #include <optional>
 
+#include "vellgrund/string_ids.h"
 #include "object/operator_adjustment.h"
 #include "object/operator_blur.h"
 #include "object/operator_clamp.h"
@@ -142,7 +143,7 @@ platform::Status Register(platform::Host& host, const Registration& entry) {
 
 bool PluginStart(platform::Host& host) {
   host.GetConsole().Print(std::string("Vellgrund ") + VELLGRUND_VERSION);
-  host.GetConsole().Print(host.GetStrings().Get(10016));
+  host.GetConsole().Print(host.GetStrings().Get(STRING_BANNER));
   const auto failed = [&](const platform::Status& status) {
     if (!status) host.GetConsole().Print(status.error().message);
     return !status;

@@ -26,7 +26,7 @@ Status MirrorRows(const Rows& rows, Transform transform) {
   return platform::ParallelForRange(0, rows.height, rows.options, [&rows, transform](Int begin, Int end) -> Status {
     const Int width = rows.width;
     for (Int y = begin; y < end; ++y) {
-      if ((y & 999) != 0 && platform::TestBreak(rows.thread))
+      if (platform::IsRowBreakTest(y) && platform::TestBreak(rows.thread))
         return platform::CancelledError("Mirror operator cancelled!");
       const Float* __restrict source = rows.in + y * width;
       Float* __restrict target = rows.out + (rows.flipY ? rows.height - 1 - y : y) * width;

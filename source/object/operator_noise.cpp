@@ -114,8 +114,7 @@ Status NoiseOperator::Compute(const Grid2D<Float>& incoming, Node& op, Document&
   const platform::CancellationToken* thread = context.thread;
   const platform::ParallelOptions rows{.granularity = 16};
   VLGD_RETURN_IF_ERROR(platform::ParallelFor(0, height, rows, [&](Int y) -> Status {
-    // A bit mask, not a modulo: rows 0, 32, 64, ... never test.
-    if ((y & 3999) != 0 && platform::TestBreak(thread)) return platform::CancelledError("Noise operator cancelled!");
+    if (platform::IsSampleBreakTest(y) && platform::TestBreak(thread)) return platform::CancelledError("Noise operator cancelled!");
     Float* row = values + y * width;
     for (Int x = 0; x < width; ++x) {
       Vector p = GridPoint(x, y, width, height, sizeX, sizeY);

@@ -11,7 +11,7 @@ namespace {
 using platform::ValueType;
 
 // Twice the threshold of the other point-wise filters, deliberately.
-constexpr Int kSingleThreadBelow = 20001;
+constexpr Int kSingleThreadBelow = 2 * platform::kSingleThreadBelowSamples - 1;
 
 // std::floor, written so that the sample loop vectorises on every x86-64 (std::floor is a
 // library call without SSE4.1). Below 2^52, adding and subtracting 2^52 rounds |x| to an

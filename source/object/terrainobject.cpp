@@ -7,6 +7,7 @@
 #include <new>
 #include <string>
 
+#include "vellgrund/string_ids.h"
 #include "common/vlgd_geometry.h"
 #include "platform/host.h"
 #include "platform/image.h"
@@ -23,8 +24,6 @@ using platform::PolygonObject;
 using platform::ValueType;
 using platform::Vector;
 
-constexpr Int kVertexSingleThreadBelow = 10001;
-constexpr Int32 kMeshStatusText = 10084;  // "Building the mesh of #..."
 
 struct Curvature {
   bool enabled = false;
@@ -355,7 +354,7 @@ Result<std::unique_ptr<GeometryObject>> TerrainObject::GetVirtualObjects(Node& n
 
   VLGD_RETURN_IF_ERROR(CheckBuildMemory(node, segX, segZ, static_cast<Int>(queue_.Items().size())));
   ParameterContainer& own = node.GetDataInstance();  // status texts, not edits
-  (void)own.Set(TERRAINOBJECT_MEMORY_INFO, node.GetHost().GetStrings().Get(10028));
+  (void)own.Set(TERRAINOBJECT_MEMORY_INFO, node.GetHost().GetStrings().Get(STRING_CALCULATING));
   grid_.Reset();
   VLGD_RETURN_IF_ERROR(grid_.Init(static_cast<Int>(segX) + 1, static_cast<Int>(segZ) + 1, sizeX, sizeZ));
   evaluatedOnce_ = true;
@@ -367,7 +366,7 @@ Result<std::unique_ptr<GeometryObject>> TerrainObject::GetVirtualObjects(Node& n
   const Curvature curvature = ReadCurvature(data);
   const bool wantHull = data.GetBool(TERRAINOBJECT_HULL) && !curvature.enabled;
   // Meshing a large grid takes seconds; the status says so instead of the last operator's.
-  if (help.progress != nullptr) help.progress->SetStatus(node.GetHost().GetStrings().Format(kMeshStatusText, {node.GetName()}));
+  if (help.progress != nullptr) help.progress->SetStatus(node.GetHost().GetStrings().Format(STRING_BUILDING_MESH, {node.GetName()}));
   VLGD_ASSIGN_OR_RETURN(std::unique_ptr<PolygonObject> mesh,
                         CreatePlaneGeometry(sizeX, sizeZ, segX, segZ, data.GetInt32(TERRAINOBJECT_TESSELATION), true,
                                             help.cancel));
@@ -376,7 +375,7 @@ Result<std::unique_ptr<GeometryObject>> TerrainObject::GetVirtualObjects(Node& n
   if (points.empty()) return platform::GenericError("Could not get writeable vertex pointer!");
   const Float* heights = grid_.Data();
   platform::ParallelOptions options;
-  options.singleThreadBelow = kVertexSingleThreadBelow;
+  options.singleThreadBelow = platform::kSingleThreadBelowSamples;
   options.cancel = help.cancel;
   VLGD_RETURN_IF_ERROR(platform::ParallelForRange(0, mesh->GetPointCount(), options, [&](Int begin, Int end) {
     for (Int k = begin; k < end; ++k) points[static_cast<size_t>(k)] = curvature.Place(points[static_cast<size_t>(k)], heights[k]);
@@ -422,14 +421,14 @@ Status TerrainObject::ExportHeightMap(Node& node) {
   const bool normalized = node.GetData().GetInt32(TERRAINOBJECT_EXPORT_MODE) == 1;
   const Result<platform::Image> image = HeightImage(normalized);
   if (!image) {
-    host.GetUserInterface().MessageDialog(strings.Get(10033));
+    host.GetUserInterface().MessageDialog(strings.Get(STRING_EXPORT_FAILED));
     return platform::Ok();
   }
-  const std::string proposed = "Terrain_" + node.GetName() + "_" + strings.Get(normalized ? 10031 : 10030);
-  const auto path = host.GetUserInterface().SaveFileDialog(strings.Get(10029), proposed, "tif");
+  const std::string proposed = "Terrain_" + node.GetName() + "_" + strings.Get(normalized ? STRING_EXPORT_NORMALIZED : STRING_EXPORT_RAW);
+  const auto path = host.GetUserInterface().SaveFileDialog(strings.Get(STRING_EXPORT_TITLE), proposed, "tif");
   if (!path.has_value()) return platform::Ok();
   if (!platform::WriteImage(*image, *path, platform::PixelType::Float32))
-    host.GetUserInterface().MessageDialog(strings.Get(10033));
+    host.GetUserInterface().MessageDialog(strings.Get(STRING_EXPORT_FAILED));
   return platform::Ok();
 }
 
@@ -469,7 +468,7 @@ bool TerrainObject::Message(Node& node, Int32 type, MessageData& data) {
       return true;
     }
     case platform::MSG_DOCUMENTINFO:
-      if (data.info != 1001) return true;
+      if (data.info != platform::DOCUMENTINFO_LOADED) return true;
       [[fallthrough]];
     case platform::MSG_DESCRIPTION_VALIDATE: {
       Document* doc = node.GetDocument();

@@ -12,6 +12,20 @@
 
 namespace platform {
 
+// Loops over fewer samples than this run on the calling thread: below it, waking the
+// workers costs more than the work.
+inline constexpr Int kSingleThreadBelowSamples = 10001;
+// The same for loops whose iterations are whole rows.
+inline constexpr Int kSingleThreadBelowRows = 501;
+
+// Long loops test the break flag only where the index shares a bit with a mask: a bit
+// test, not a modulo, so that a test costs one AND and the indices tested are the same on
+// every machine (indices such as 0 and 1024 never test, deliberately).
+inline constexpr Int kRowBreakMask = 999;
+inline constexpr Int kSampleBreakMask = 3999;
+constexpr bool IsRowBreakTest(Int row) noexcept { return (row & kRowBreakMask) != 0; }
+constexpr bool IsSampleBreakTest(Int sample) noexcept { return (sample & kSampleBreakMask) != 0; }
+
 struct ParallelOptions {
   // The smallest chunk of iterations handed to one worker.
   Int granularity = 16;

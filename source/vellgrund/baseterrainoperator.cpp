@@ -6,6 +6,7 @@
 #include <limits>
 #include <new>
 
+#include "vellgrund/string_ids.h"
 #include "platform/debug_stop.h"
 #include "platform/file_output.h"
 #include "platform/host.h"
@@ -23,7 +24,6 @@ using platform::ParameterKind;
 using platform::ValueType;
 
 constexpr Float kHalfPi = 1.5707963267948966;
-constexpr Int kPointwiseSingleThreadBelow = 10001;
 
 // 1 inside [low, high], fading to 0 over the falloff parts at both ends with a smooth step;
 // a falloff of 0 gives a hard edge without any division.
@@ -43,7 +43,7 @@ Status ApplyRange(std::vector<Float>& mask, std::span<const Float> values, const
   const bool fresh = mask.empty();
   if (fresh) VLGD_RETURN_IF_ERROR(platform::TryResize(mask, values.size()));
   platform::ParallelOptions options;
-  options.singleThreadBelow = kPointwiseSingleThreadBelow;
+  options.singleThreadBelow = platform::kSingleThreadBelowSamples;
   options.cancel = thread;
   Float* out = mask.data();
   return platform::ParallelForRange(0, static_cast<Int>(values.size()), options, [&](Int begin, Int end) {
@@ -82,8 +82,8 @@ std::string FormatMemory(const platform::StringTable& strings, Int bytes) {
   }
   char number[64];
   std::snprintf(number, sizeof number, divisions == 0 ? "%.0f" : "%.2f", value);
-  const std::string text = std::string(number) + " " + strings.Get(10024 + divisions);
-  return strings.Format(10022, {text});
+  const std::string text = std::string(number) + " " + strings.Get(STRING_UNIT_BYTES + divisions);
+  return strings.Format(STRING_MEMORY, {text});
 }
 
 platform::Description BaseTerrainOperatorDescription() {
@@ -141,7 +141,7 @@ platform::Description BaseTerrainOperatorDescription() {
 Int BaseTerrainOperatorData::GetMemoryUsage() const { return (changeMap_.Count() + result_.Count()) * 8 + 576; }
 
 std::string BaseTerrainOperatorData::GetCustomOutputName(const platform::StringTable& strings, Int32 outputId) const {
-  if (outputId == ID_CUSTOMOUTPUT_CHANGEMAP) return strings.Get(10073);
+  if (outputId == ID_CUSTOMOUTPUT_CHANGEMAP) return strings.Get(STRING_CHANGE_MAP);
   platform::DebugStop("baseterrainoperator", "Unknown outputId!");
   return {};
 }
@@ -208,9 +208,9 @@ bool BaseTerrainOperatorData::Message(Node& node, Int32 type, MessageData& data)
       if (changeMap_.IsEmpty()) return true;
       const std::string proposed =
           node.GetName() + "_" + GetCustomOutputName(host.GetStrings(), ID_CUSTOMOUTPUT_CHANGEMAP);
-      const auto path = host.GetUserInterface().SaveFileDialog(host.GetStrings().Get(10029), proposed, "tif");
+      const auto path = host.GetUserInterface().SaveFileDialog(host.GetStrings().Get(STRING_EXPORT_TITLE), proposed, "tif");
       if (path.has_value() && !ExportCustomOutput(ID_CUSTOMOUTPUT_CHANGEMAP, *path))
-        host.GetUserInterface().MessageDialog(host.GetStrings().Get(10033));
+        host.GetUserInterface().MessageDialog(host.GetStrings().Get(STRING_EXPORT_FAILED));
       return true;
     }
     default:
@@ -241,7 +241,7 @@ Result<EVALUATIONRESULT> BaseTerrainOperatorData::Evaluate(const Grid2D<Float>& 
   EVALUATIONRESULT evaluation = EVALUATIONRESULT::CACHED;
   if (needsEvaluation_) {
     if (auto computed = Compute(incoming, op, doc, context); !computed) {
-      (void)data.Set(TERRAINOPERATOR_STATUS, strings.Get(10028));
+      (void)data.Set(TERRAINOPERATOR_STATUS, strings.Get(STRING_CALCULATING));
       return std::unexpected(computed.error());
     }
     evaluation = EVALUATIONRESULT::REBUILT;
@@ -287,7 +287,7 @@ Status BaseTerrainOperatorData::CombineIntoTerrain(Grid2D<Float>& terrain, Node&
             context.terrainMatrix, {static_cast<Float>(x) * stepX - context.sizeX * 0.5, 0.0,
                                     context.sizeZ * 0.5 - static_cast<Float>(y) * stepZ});
     platform::ParallelOptions options;
-    options.singleThreadBelow = kPointwiseSingleThreadBelow;
+    options.singleThreadBelow = platform::kSingleThreadBelowSamples;
     options.cancel = context.thread;
     VLGD_RETURN_IF_ERROR(fields->Sample(doc, positions, mask_, options));
   }

@@ -7,7 +7,6 @@
 namespace VLGD {
 namespace {
 
-constexpr Int kPointwiseSingleThreadBelow = 10001;
 
 constexpr Int32 Mode(BLENDMODE mode) { return static_cast<Int32>(mode); }
 
@@ -150,7 +149,7 @@ Status Combine(Grid2D<Float>& base, const Grid2D<Float>& result, std::span<const
   context.scale = settings.scale;
   context.offset = settings.offset;
 
-  const platform::ParallelOptions options{.granularity = 16, .singleThreadBelow = kPointwiseSingleThreadBelow};
+  const platform::ParallelOptions options{.granularity = 16, .singleThreadBelow = platform::kSingleThreadBelowSamples};
   return platform::ParallelForRange(0, base.Count(), options,
                                     [&context](Int begin, Int end) { BlendSamples(context, begin, end); });
 }

@@ -15,7 +15,6 @@ using platform::CancellationToken;
 using platform::ParallelOptions;
 
 constexpr Int kGranularity = 16;              // rows of one chunk of a row loop
-constexpr Int kSingleThreadBelowRows = 501;   // separable passes of fewer rows run on one thread
 constexpr Int kLanes = 8;                     // rows a horizontal sliding pass walks at once
 constexpr Int kLaneGroupsPerChunk = 2;        // 16 rows
 constexpr Int kTileColumns = 512;             // columns of a vertical sliding pass tile
@@ -41,7 +40,7 @@ Int EdgeIndex(Int index, Int count, OUTOFBOUNDSMODE mode) {
 // The break test of the separable passes: only rows whose index masked with 999 is not 0
 // test (a bit mask, not a modulo: rows 0, 8, 16, 24, 1024, ... never do).
 bool RowBreaks(Int y, const CancellationToken* thread) {
-  return (y & 999) != 0 && platform::TestBreak(thread);
+  return platform::IsRowBreakTest(y) && platform::TestBreak(thread);
 }
 
 // Scratch memory for one chunk of a loop. Up to a few megabytes it is the calling thread's
@@ -67,7 +66,7 @@ class Scratch {
 ParallelOptions PassOptions(Int rows, Int granularity) {
   ParallelOptions options;
   options.granularity = granularity;
-  options.singleThreadBelow = rows < kSingleThreadBelowRows ? std::numeric_limits<Int>::max() : 0;
+  options.singleThreadBelow = rows < platform::kSingleThreadBelowRows ? std::numeric_limits<Int>::max() : 0;
   return options;
 }
 

@@ -20,8 +20,6 @@ namespace {
 using platform::ParallelOptions;
 
 constexpr Int kGranularity = 16;
-constexpr Int kSingleThreadBelowSamples = 10001;  // slide passes of fewer samples run on one thread
-constexpr Int kSingleThreadBelowRows = 501;       // smoothing of fewer rows runs on one thread
 
 constexpr const char* kZeroIterations = "Intensity and iterations must not be 0!";
 constexpr const char* kCancelled = "Thermal Weathering cancelled!";
@@ -191,7 +189,7 @@ inline void SlideIn(const Pass& pass, Int i, Int x, Int y) {
 ParallelOptions SampleOptions() {
   ParallelOptions options;
   options.granularity = kGranularity;
-  options.singleThreadBelow = kSingleThreadBelowSamples;
+  options.singleThreadBelow = platform::kSingleThreadBelowSamples;
   return options;
 }
 
@@ -219,7 +217,7 @@ Status SlidePass(const Pass& pass) {
 Status Smooth(const Float* source, Float* destination, Int width, Int height) {
   ParallelOptions options;
   options.granularity = kGranularity;
-  options.singleThreadBelow = kSingleThreadBelowRows;
+  options.singleThreadBelow = platform::kSingleThreadBelowRows;
   return platform::ParallelForRange(0, height, options, [=](Int y0, Int y1) {
     for (Int y = y0; y < y1; ++y) {
       const Float* row = source + y * width;

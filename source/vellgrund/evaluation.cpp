@@ -4,6 +4,7 @@
 #include <limits>
 #include <new>
 
+#include "vellgrund/string_ids.h"
 #include "platform/host.h"
 
 namespace VLGD {
@@ -171,7 +172,7 @@ Status EvaluationQueue::Run(Grid2D<Float>& terrain, Document& doc, const Evaluat
     if (item.status == STATUS::UNKNOWN) return platform::GenericError("A queue item has status UNKNOWN! Why??");
     if (item.status == STATUS::EVALUATE) {
       if (HasFlag(op.GetFlags(*item.object), TERRAINOPERATORFLAGS::REQUIRES_MINMAX)) terrain.RecomputeRange();
-      status.Set(strings.Format(10071, {item.object->GetName()}));
+      status.Set(strings.Format(STRING_EVALUATING, {item.object->GetName()}));
       const auto start = std::chrono::steady_clock::now();
       auto evaluated = op.Evaluate(terrain, *item.object, doc, context);
       item.seconds = std::chrono::duration<Float>(std::chrono::steady_clock::now() - start).count();

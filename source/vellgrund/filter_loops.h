@@ -6,12 +6,13 @@
 #include <vector>
 
 #include "platform/cancellation.h"
+#include "platform/parallel.h"
 #include "vellgrund/baseterrainoperator.h"
 
 namespace VLGD {
 
 // Point-wise filters run on one thread below this many samples.
-inline constexpr Int kPointFilterSingleThreadBelow = 10001;
+inline constexpr Int kPointFilterSingleThreadBelow = platform::kSingleThreadBelowSamples;
 
 // Appends `list` to `ids` for GetRebuildParameters. When the list cannot grow, it is
 // cleared and false returned: every parameter change then rebuilds, which is never wrong.
@@ -27,7 +28,7 @@ Status InMaskedBlocks(Int begin, Int end, const platform::CancellationToken* thr
   constexpr Int kBlock = 1024;
   for (Int b = begin; b < end; b += kBlock) {
     const Int e = std::min(end, b + kBlock);
-    if (thread != nullptr && (e - b > 1 || (b & 3999) != 0) && thread->IsCancelled())
+    if (thread != nullptr && (e - b > 1 || platform::IsSampleBreakTest(b)) && thread->IsCancelled())
       return platform::CancelledError(std::string(cancelled));
     block(b, e);
   }

@@ -10,7 +10,6 @@
 namespace VLGD {
 namespace {
 
-constexpr platform::Int kPointwiseSingleThreadBelow = 10001;
 
 void AppendNumber(std::string& text, Float value) {
   char buffer[32];
@@ -128,7 +127,7 @@ Status Grid2D<T>::Normalize(Float scale, Float offset, const platform::Cancellat
     const Float factor = scale / range;
     Float* values = values_.data();
     const platform::ParallelOptions options{.granularity = 16,
-                                            .singleThreadBelow = kPointwiseSingleThreadBelow,
+                                            .singleThreadBelow = platform::kSingleThreadBelowSamples,
                                             .cancel = thread,
                                             .cancelMessage = "Grid2D<Float>::Normalize() cancelled!"};
     return platform::ParallelForRange(0, count_, options, [=](Int begin, Int end) {
