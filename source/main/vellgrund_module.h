@@ -1,8 +1,10 @@
 #pragma once
 
 #include <filesystem>
+#include <span>
 
 #include "platform/host.h"
+#include "platform/registry.h"
 
 namespace VLGD {
 
@@ -13,6 +15,10 @@ namespace VLGD {
 // node type, description, icon and menu entry in the fixed order of the plug-in menu;
 // false as soon as one registration fails. PluginEnd frees the icon sheets.
 constexpr platform::Int32 kSystemInit = 1;
+
+// Every type the module registers, in registration order: the list that the menu, scene
+// files, `describe`, editors, benches and tests go through.
+std::span<const platform::TypeDescriptor* const> RegisteredTypes();
 
 bool PluginStart(platform::Host& host);
 bool PluginMessage(platform::Host& host, platform::Int32 id,

@@ -1,6 +1,6 @@
 #include "object/operator_adjustment.h"
 
-
+#include "common/vlgd_icons.h"
 #include "platform/parallel.h"
 #include "vellgrund/filter_loops.h"
 
@@ -36,7 +36,8 @@ bool AdjustmentOperator::GetOperatorDescriptionVisibility(const Node& op, Parame
 
 bool AdjustmentOperator::GetRebuildParameters(std::vector<ParameterId>& ids, const ParameterContainer& data) const {
   const bool relative = data.GetBool(ADJUSTMENTOPERATOR_RELATIVE);
-  return AppendRebuildParameters(ids, {ADJUSTMENTOPERATOR_RELATIVE, ADJUSTMENTOPERATOR_SCALE, relative ? ADJUSTMENTOPERATOR_OFFSET_RELATIVE : ADJUSTMENTOPERATOR_OFFSET});
+  return AppendRebuildParameters(ids, {ADJUSTMENTOPERATOR_RELATIVE, ADJUSTMENTOPERATOR_SCALE,
+                                       relative ? ADJUSTMENTOPERATOR_OFFSET_RELATIVE : ADJUSTMENTOPERATOR_OFFSET});
 }
 
 Status AdjustmentOperator::Compute(const Grid2D<Float>& incoming, Node& op, Document&, const EvaluationContext&) {
@@ -62,6 +63,8 @@ Status AdjustmentOperator::Compute(const Grid2D<Float>& incoming, Node& op, Docu
   });
 }
 
+namespace {
+
 platform::Description AdjustmentOperatorDescription() {
   using platform::DescribeParameter;
   return {"oadjustmentoperator",
@@ -77,6 +80,22 @@ platform::Description AdjustmentOperatorDescription() {
                   .Limits(-kMaxWorldDistance, kMaxWorldDistance, "units"),
               DescribeParameter(ADJUSTMENTOPERATOR_RELATIVE, "ADJUSTMENTOPERATOR_RELATIVE", ValueType::BOOL, false),
           }};
+}
+
+}  // namespace
+
+const platform::TypeDescriptor& AdjustmentOperatorType() {
+  static const platform::TypeDescriptor type{.kind = platform::PluginKind::OBJECT,
+                                             .id = ID_ADJUSTMENTOPERATOR,
+                                             .resourceName = "oadjustmentoperator",
+                                             .sort = 31,
+                                             .icon = MainSheetIcon(384, 0),
+                                             .nameStringId = 10002,
+                                             .diskLevel = 1,
+                                             .baseTypes = {ID_BASETERRAINOPERATOR},
+                                             .allocate = platform::AllocatorOf<AdjustmentOperator>(),
+                                             .describe = AdjustmentOperatorDescription};
+  return type;
 }
 
 }  // namespace VLGD

@@ -1,10 +1,13 @@
 #pragma once
 
 #include <vector>
+#include "platform/registry.h"
 
 #include "vellgrund/baseterrainoperator.h"
 
 namespace VLGD {
+
+inline constexpr platform::Int32 ID_ADJUSTMENTOPERATOR = 1054574;
 
 enum AdjustmentOperatorParameter : ParameterId {
   ADJUSTMENTOPERATOR_SCALE = 10001,            // Float: factor applied to every height
@@ -26,6 +29,7 @@ class AdjustmentOperator final : public BaseTerrainOperatorData {
   bool GetRebuildParameters(std::vector<ParameterId>& ids, const ParameterContainer& data) const override;
 };
 
-platform::Description AdjustmentOperatorDescription();
+// How the application knows the type: IDs, menu place, icon, strings and parameters.
+const platform::TypeDescriptor& AdjustmentOperatorType();
 
 }  // namespace VLGD

@@ -2,6 +2,7 @@
 
 #include <memory>
 
+#include "common/vlgd_icons.h"
 #include "vellgrund/convolution.h"
 #include "vellgrund/filter_loops.h"
 
@@ -74,6 +75,8 @@ Status BlurOperator::Compute(const Grid2D<Float>& incoming, Node& op, Document&,
   }
 }
 
+namespace {
+
 platform::Description BlurOperatorDescription() {
   using platform::DescribeParameter;
   return {"obluroperator",
@@ -90,6 +93,22 @@ platform::Description BlurOperatorDescription() {
              {"GAUSS", BLUROPERATOR_TYPE_GAUSS},
              {"GAUSS3X3", BLUROPERATOR_TYPE_GAUSS3X3},
              {"GAUSS5X5", BLUROPERATOR_TYPE_GAUSS5X5}}}}};
+}
+
+}  // namespace
+
+const platform::TypeDescriptor& BlurOperatorType() {
+  static const platform::TypeDescriptor type{.kind = platform::PluginKind::OBJECT,
+                                             .id = ID_BLUROPERATOR,
+                                             .resourceName = "obluroperator",
+                                             .sort = 34,
+                                             .icon = MainSheetIcon(448, 0),
+                                             .nameStringId = 10007,
+                                             .diskLevel = 1,
+                                             .baseTypes = {ID_BASETERRAINOPERATOR},
+                                             .allocate = platform::AllocatorOf<BlurOperator>(),
+                                             .describe = BlurOperatorDescription};
+  return type;
 }
 
 }  // namespace VLGD

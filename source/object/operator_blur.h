@@ -1,8 +1,11 @@
 #pragma once
 
+#include "platform/registry.h"
 #include "vellgrund/baseterrainoperator.h"
 
 namespace VLGD {
+
+inline constexpr platform::Int32 ID_BLUROPERATOR = 1054618;
 
 enum BlurOperatorParameter : ParameterId {
   BLUROPERATOR_RADIUS = 10001,  // Int32, samples; 5 when the container lacks it
@@ -29,6 +32,7 @@ class BlurOperator final : public BaseTerrainOperatorData {
   bool GetRebuildParameters(std::vector<ParameterId>& ids, const ParameterContainer& data) const override;
 };
 
-platform::Description BlurOperatorDescription();
+// How the application knows the type: IDs, menu place, icon, strings and parameters.
+const platform::TypeDescriptor& BlurOperatorType();
 
 }  // namespace VLGD

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <string>
 
+#include "common/vlgd_icons.h"
 #include "platform/parallel.h"
 #include "vellgrund/filter_loops.h"
 
@@ -81,6 +82,8 @@ Status ClampOperator::Compute(const Grid2D<Float>& incoming, Node& op, Document&
   });
 }
 
+namespace {
+
 platform::Description ClampOperatorDescription() {
   using platform::DescribeParameter;
   return {"oclampoperator",
@@ -92,6 +95,21 @@ platform::Description ClampOperatorDescription() {
                   .Limits(-kMaxWorldDistance, kMaxWorldDistance, "units"),
               DescribeParameter(CLAMPOPERATOR_HARDCLAMP, "CLAMPOPERATOR_HARDCLAMP", ValueType::BOOL, false),
           }};
+}
+
+}  // namespace
+
+const platform::TypeDescriptor& ClampOperatorType() {
+  static const platform::TypeDescriptor type{.kind = platform::PluginKind::OBJECT,
+                                             .id = ID_CLAMPOPERATOR,
+                                             .resourceName = "oclampoperator",
+                                             .sort = 33,
+                                             .icon = MainSheetIcon(512, 0),
+                                             .nameStringId = 10005,
+                                             .baseTypes = {ID_BASETERRAINOPERATOR},
+                                             .allocate = platform::AllocatorOf<ClampOperator>(),
+                                             .describe = ClampOperatorDescription};
+  return type;
 }
 
 }  // namespace VLGD

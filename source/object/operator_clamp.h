@@ -1,10 +1,13 @@
 #pragma once
 
 #include <vector>
+#include "platform/registry.h"
 
 #include "vellgrund/baseterrainoperator.h"
 
 namespace VLGD {
+
+inline constexpr platform::Int32 ID_CLAMPOPERATOR = 1054609;
 
 enum ClampOperatorParameter : ParameterId {
   CLAMPOPERATOR_MIN = 10001,        // Float: lower bound of the band
@@ -22,6 +25,7 @@ class ClampOperator final : public BaseTerrainOperatorData {
   bool GetRebuildParameters(std::vector<ParameterId>& ids, const ParameterContainer& data) const override;
 };
 
-platform::Description ClampOperatorDescription();
+// How the application knows the type: IDs, menu place, icon, strings and parameters.
+const platform::TypeDescriptor& ClampOperatorType();
 
 }  // namespace VLGD

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "common/vlgd_gui.h"
+#include "common/vlgd_icons.h"
 #include "platform/host.h"
 #include "platform/parallel.h"
 #include "vellgrund/enumerations.h"
@@ -112,6 +113,8 @@ Status CurveOperator::Compute(const Grid2D<Float>& incoming, Node& op, Document&
   });
 }
 
+namespace {
+
 platform::Description CurveOperatorDescription() {
   using platform::DescribeParameter;
   SplineData glacier;
@@ -134,6 +137,21 @@ platform::Description CurveOperatorDescription() {
               apply,
           },
           {std::move(presets)}};
+}
+
+}  // namespace
+
+const platform::TypeDescriptor& CurveOperatorType() {
+  static const platform::TypeDescriptor type{.kind = platform::PluginKind::OBJECT,
+                                             .id = ID_CURVEOPERATOR,
+                                             .resourceName = "ocurveoperator",
+                                             .sort = 32,
+                                             .icon = MainSheetIcon(576, 0),
+                                             .nameStringId = 10004,
+                                             .baseTypes = {ID_BASETERRAINOPERATOR},
+                                             .allocate = platform::AllocatorOf<CurveOperator>(),
+                                             .describe = CurveOperatorDescription};
+  return type;
 }
 
 }  // namespace VLGD

@@ -1,10 +1,13 @@
 #pragma once
 
 #include <vector>
+#include "platform/registry.h"
 
 #include "vellgrund/baseterrainoperator.h"
 
 namespace VLGD {
+
+inline constexpr platform::Int32 ID_CURVEOPERATOR = 1054582;
 
 enum CurveOperatorParameter : ParameterId {
   CURVEOPERATOR_CURVE = 10001,        // curve: normalised input height to normalised output height
@@ -32,6 +35,7 @@ class CurveOperator final : public BaseTerrainOperatorData {
 // parameter holds no curve.
 Status ApplyCurvePreset(Node& node, ParameterId curveId, Int32 preset);
 
-platform::Description CurveOperatorDescription();
+// How the application knows the type: IDs, menu place, icon, strings and parameters.
+const platform::TypeDescriptor& CurveOperatorType();
 
 }  // namespace VLGD

@@ -1,5 +1,6 @@
 #include "object/operator_erosion.h"
 
+#include "common/vlgd_icons.h"
 #include "platform/host.h"
 #include "vellgrund/erosion_droplet.h"
 #include "vellgrund/erosion_hydraulic.h"
@@ -15,7 +16,8 @@ using platform::ValueType;
 // The mode whose group holds a parameter, or -1 for the mode itself and the base
 // operator's parameters.
 Int32 ModeOf(ParameterId id) {
-  if (id >= EROSIONOPERATOR_THERMAL_ITERATIONS && id <= EROSIONOPERATOR_THERMAL_SMOOTH) return EROSIONOPERATOR_MODE_THERMAL;
+  if (id >= EROSIONOPERATOR_THERMAL_ITERATIONS && id <= EROSIONOPERATOR_THERMAL_SMOOTH)
+    return EROSIONOPERATOR_MODE_THERMAL;
   if (id >= EROSIONOPERATOR_DROPLET_COUNT && id <= EROSIONOPERATOR_DROPLET_P41) return EROSIONOPERATOR_MODE_DROPLET;
   if (id >= EROSIONOPERATOR_FLATTEN_LEVEL_LOW && id <= EROSIONOPERATOR_FLATTEN_SOFTNESS)
     return EROSIONOPERATOR_MODE_LOWLAND;
@@ -73,9 +75,9 @@ bool ErosionOperator::GetRebuildParameters(std::vector<ParameterId>& ids, const 
   if (!AppendRebuildParameters(ids, {EROSIONOPERATOR_MODE})) return false;
   switch (data.GetInt32(EROSIONOPERATOR_MODE, 0)) {
     case EROSIONOPERATOR_MODE_THERMAL:
-      return AppendRebuildParameters(
-          ids, {EROSIONOPERATOR_THERMAL_ITERATIONS, EROSIONOPERATOR_THERMAL_INTENSITY, EROSIONOPERATOR_THERMAL_TALUS,
-                EROSIONOPERATOR_THERMAL_NEIGHBOURHOOD, EROSIONOPERATOR_THERMAL_DEPOSIT, EROSIONOPERATOR_THERMAL_SMOOTH});
+      return AppendRebuildParameters(ids, {EROSIONOPERATOR_THERMAL_ITERATIONS, EROSIONOPERATOR_THERMAL_INTENSITY,
+                                           EROSIONOPERATOR_THERMAL_TALUS, EROSIONOPERATOR_THERMAL_NEIGHBOURHOOD,
+                                           EROSIONOPERATOR_THERMAL_DEPOSIT, EROSIONOPERATOR_THERMAL_SMOOTH});
     case EROSIONOPERATOR_MODE_DROPLET:
       // P41 is left out: editing it never rebuilds.
       return AppendRebuildParameters(
@@ -84,10 +86,9 @@ bool ErosionOperator::GetRebuildParameters(std::vector<ParameterId>& ids, const 
                 EROSIONOPERATOR_DROPLET_P36, EROSIONOPERATOR_DROPLET_P37, EROSIONOPERATOR_DROPLET_P38,
                 EROSIONOPERATOR_DROPLET_P39});
     case EROSIONOPERATOR_MODE_LOWLAND:
-      return AppendRebuildParameters(
-          ids, {EROSIONOPERATOR_FLATTEN_LEVEL_LOW, EROSIONOPERATOR_FLATTEN_LEVEL_HIGH,
-                EROSIONOPERATOR_FLATTEN_NOISE_SCALE, EROSIONOPERATOR_FLATTEN_NOISE_AMOUNT,
-                EROSIONOPERATOR_FLATTEN_EXPONENT, EROSIONOPERATOR_FLATTEN_SOFTNESS});
+      return AppendRebuildParameters(ids, {EROSIONOPERATOR_FLATTEN_LEVEL_LOW, EROSIONOPERATOR_FLATTEN_LEVEL_HIGH,
+                                           EROSIONOPERATOR_FLATTEN_NOISE_SCALE, EROSIONOPERATOR_FLATTEN_NOISE_AMOUNT,
+                                           EROSIONOPERATOR_FLATTEN_EXPONENT, EROSIONOPERATOR_FLATTEN_SOFTNESS});
     case EROSIONOPERATOR_MODE_HYDRAULIC:
       return AppendRebuildParameters(ids, {EROSIONOPERATOR_HYDRAULIC_ITERATIONS});
     default:
@@ -115,6 +116,8 @@ Status ErosionOperator::Compute(const Grid2D<Float>& incoming, Node& op, Documen
       return platform::Ok();
   }
 }
+
+namespace {
 
 platform::Description ErosionOperatorDescription() {
   using platform::DescribeParameter;
@@ -178,6 +181,21 @@ platform::Description ErosionOperatorDescription() {
          {"DROPLET", EROSIONOPERATOR_MODE_DROPLET},
          {"LOWLAND_FLATTENING", EROSIONOPERATOR_MODE_LOWLAND},
          {"HYDRAULIC", EROSIONOPERATOR_MODE_HYDRAULIC}}}}};
+}
+
+}  // namespace
+
+const platform::TypeDescriptor& ErosionOperatorType() {
+  static const platform::TypeDescriptor type{.kind = platform::PluginKind::OBJECT,
+                                             .id = ID_EROSIONOPERATOR,
+                                             .resourceName = "oerosionoperator",
+                                             .sort = 38,
+                                             .icon = MainSheetIcon(64, 64),
+                                             .nameStringId = 10012,
+                                             .baseTypes = {ID_BASETERRAINOPERATOR},
+                                             .allocate = platform::AllocatorOf<ErosionOperator>(),
+                                             .describe = ErosionOperatorDescription};
+  return type;
 }
 
 }  // namespace VLGD

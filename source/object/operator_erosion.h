@@ -1,10 +1,13 @@
 #pragma once
 
 #include <vector>
+#include "platform/registry.h"
 
 #include "vellgrund/baseterrainoperator.h"
 
 namespace VLGD {
+
+inline constexpr platform::Int32 ID_EROSIONOPERATOR = 1054690;
 
 enum ErosionOperatorParameter : ParameterId {
   EROSIONOPERATOR_MODE = 100000,  // Int32, EROSIONMODE
@@ -58,6 +61,7 @@ class ErosionOperator final : public BaseTerrainOperatorData {
   bool GetRebuildParameters(std::vector<ParameterId>& ids, const ParameterContainer& data) const override;
 };
 
-platform::Description ErosionOperatorDescription();
+// How the application knows the type: IDs, menu place, icon, strings and parameters.
+const platform::TypeDescriptor& ErosionOperatorType();
 
 }  // namespace VLGD

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "common/vlgd_icons.h"
 #include "platform/noise.h"
 #include "platform/parallel.h"
 #include "vellgrund/filter_loops.h"
@@ -84,7 +85,8 @@ TERRAINOPERATORFLAGS FoldOperator::GetFlags(const Node&) const {
 }
 
 bool FoldOperator::GetRebuildParameters(std::vector<ParameterId>& ids, const ParameterContainer&) const {
-  return AppendRebuildParameters(ids, {FOLDOPERATOR_MODE, FOLDOPERATOR_LEVEL, FOLDOPERATOR_NOISESTRENGTH, FOLDOPERATOR_NOISESCALE, FOLDOPERATOR_NOISEOFFSET});
+  return AppendRebuildParameters(ids, {FOLDOPERATOR_MODE, FOLDOPERATOR_LEVEL, FOLDOPERATOR_NOISESTRENGTH,
+                                       FOLDOPERATOR_NOISESCALE, FOLDOPERATOR_NOISEOFFSET});
 }
 
 Status FoldOperator::Compute(const Grid2D<Float>& incoming, Node& op, Document&, const EvaluationContext&) {
@@ -126,6 +128,8 @@ Status FoldOperator::Compute(const Grid2D<Float>& incoming, Node& op, Document&,
   return down ? FoldNoisy<FOLDMODE::DOWN>(in, out, count, frame) : FoldNoisy<FOLDMODE::UP>(in, out, count, frame);
 }
 
+namespace {
+
 platform::Description FoldOperatorDescription() {
   using platform::DescribeParameter;
   constexpr Float kFar = kMaxWorldDistance;
@@ -145,6 +149,21 @@ platform::Description FoldOperatorDescription() {
                   .Limits(-kFar, kFar),
           },
           {{"FOLDMODE", {{"DOWN", 0}, {"UP", 1}}}}};
+}
+
+}  // namespace
+
+const platform::TypeDescriptor& FoldOperatorType() {
+  static const platform::TypeDescriptor type{.kind = platform::PluginKind::OBJECT,
+                                             .id = ID_FOLDOPERATOR,
+                                             .resourceName = "ofoldoperator",
+                                             .sort = 37,
+                                             .icon = MainSheetIcon(320, 64),
+                                             .nameStringId = 10011,
+                                             .baseTypes = {ID_BASETERRAINOPERATOR},
+                                             .allocate = platform::AllocatorOf<FoldOperator>(),
+                                             .describe = FoldOperatorDescription};
+  return type;
 }
 
 }  // namespace VLGD

@@ -1,10 +1,13 @@
 #pragma once
 
 #include <vector>
+#include "platform/registry.h"
 
 #include "vellgrund/baseterrainoperator.h"
 
 namespace VLGD {
+
+inline constexpr platform::Int32 ID_FOLDOPERATOR = 1055664;
 
 enum FoldOperatorParameter : ParameterId {
   FOLDOPERATOR_MODE = 10001,           // Int32 FOLDMODE
@@ -28,6 +31,7 @@ class FoldOperator final : public BaseTerrainOperatorData {
   bool GetRebuildParameters(std::vector<ParameterId>& ids, const ParameterContainer& data) const override;
 };
 
-platform::Description FoldOperatorDescription();
+// How the application knows the type: IDs, menu place, icon, strings and parameters.
+const platform::TypeDescriptor& FoldOperatorType();
 
 }  // namespace VLGD

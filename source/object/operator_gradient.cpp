@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "common/vlgd_gui.h"
+#include "common/vlgd_icons.h"
 #include "platform/parallel.h"
 #include "vellgrund/distortion.h"
 
@@ -13,16 +14,18 @@ namespace {
 using platform::SplineData;
 using platform::ValueType;
 
-Float InverseOrZero(Float value) { return value != 0.0 ? 1.0 / value : 0.0; }
+Float InverseOrZero(Float value) {
+  return value != 0.0 ? 1.0 / value : 0.0;
+}
 
 // The shape constants of one evaluation.
 struct Shape {
   GRADIENTTYPE type;
-  Float inverse = 0.0;      // radial, square
-  Float limit = 0.0;        // radial: radius squared; square: half edge
-  Float start = 0.0;        // linear
-  Float span = 0.0;         // linear
-  Float halfWidth = 0.0;    // rectangular
+  Float inverse = 0.0;    // radial, square
+  Float limit = 0.0;      // radial: radius squared; square: half edge
+  Float start = 0.0;      // linear
+  Float span = 0.0;       // linear
+  Float halfWidth = 0.0;  // rectangular
   Float halfHeight = 0.0;
   Float inverseWidth = 0.0;
   Float inverseHeight = 0.0;
@@ -158,6 +161,8 @@ Status GradientOperator::Compute(const Grid2D<Float>& incoming, Node& op, Docume
   });
 }
 
+namespace {
+
 platform::Description GradientOperatorDescription() {
   using platform::DescribeParameter;
   SplineData profile;
@@ -179,6 +184,21 @@ platform::Description GradientOperatorDescription() {
               .Limits(0.0, kFar, "units"),
       },
       {{"GRADIENTTYPE", {{"RADIAL", 1}, {"LINEAR", 2}, {"RECTANGULAR", 3}, {"SQUARE", 4}}}}};
+}
+
+}  // namespace
+
+const platform::TypeDescriptor& GradientOperatorType() {
+  static const platform::TypeDescriptor type{.kind = platform::PluginKind::OBJECT,
+                                             .id = ID_GRADIENTOPERATOR,
+                                             .resourceName = "ogradientoperator",
+                                             .sort = 24,
+                                             .icon = MainSheetIcon(128, 0),
+                                             .nameStringId = 10008,
+                                             .baseTypes = {ID_BASETERRAINOPERATOR},
+                                             .allocate = platform::AllocatorOf<GradientOperator>(),
+                                             .describe = GradientOperatorDescription};
+  return type;
 }
 
 }  // namespace VLGD

@@ -1,14 +1,17 @@
 #pragma once
 
+#include "platform/registry.h"
 #include "vellgrund/baseterrainoperator.h"
 
 namespace VLGD {
+
+inline constexpr platform::Int32 ID_GRADIENTOPERATOR = 1054623;
 
 enum GradientOperatorParameter : ParameterId {
   GRADIENTOPERATOR_PROFILE = 10001,  // curve: falloff from the rim (0) to the centre (1)
   GRADIENTOPERATOR_TYPE = 10002,     // GRADIENTTYPE
   GRADIENTOPERATOR_RADIUS = 10003,
-  GRADIENTOPERATOR_SIZE = 10004,     // length, width or edge, by type
+  GRADIENTOPERATOR_SIZE = 10004,  // length, width or edge, by type
   GRADIENTOPERATOR_HEIGHT = 10005,
 };
 
@@ -29,6 +32,7 @@ class GradientOperator final : public BaseTerrainOperatorData {
   bool GetRebuildParameters(std::vector<ParameterId>& ids, const ParameterContainer& data) const override;
 };
 
-platform::Description GradientOperatorDescription();
+// How the application knows the type: IDs, menu place, icon, strings and parameters.
+const platform::TypeDescriptor& GradientOperatorType();
 
 }  // namespace VLGD

@@ -1,4 +1,5 @@
 #include "object/operator_group.h"
+#include "common/vlgd_icons.h"
 
 namespace VLGD {
 
@@ -40,8 +41,30 @@ bool GroupOperator::NeedsRebuild(Node& op, Document& doc, const EvaluationContex
   return status != EvaluationQueue::STATUS::OK || queue_.StructureChanged();
 }
 
-Int GroupOperator::GetMemoryUsage() const { return BaseTerrainOperatorData::GetMemoryUsage() + queueMemory_; }
+Int GroupOperator::GetMemoryUsage() const {
+  return BaseTerrainOperatorData::GetMemoryUsage() + queueMemory_;
+}
 
-platform::Description GroupOperatorDescription() { return {"ogroupoperator", {"Obaseterrainoperator"}, {}}; }
+namespace {
+
+platform::Description GroupOperatorDescription() {
+  return {"ogroupoperator", {"Obaseterrainoperator"}, {}};
+}
+
+}  // namespace
+
+const platform::TypeDescriptor& GroupOperatorType() {
+  static const platform::TypeDescriptor type{.kind = platform::PluginKind::OBJECT,
+                                             .id = ID_GROUPOPERATOR,
+                                             .resourceName = "ogroupoperator",
+                                             .sort = 25,
+                                             .icon = MainSheetIcon(320, 0),
+                                             .nameStringId = 10003,
+                                             .objectInfo = platform::OBJECT_OPERATOR_STACK,
+                                             .baseTypes = {ID_BASETERRAINOPERATOR},
+                                             .allocate = platform::AllocatorOf<GroupOperator>(),
+                                             .describe = GroupOperatorDescription};
+  return type;
+}
 
 }  // namespace VLGD

@@ -1,8 +1,11 @@
 #pragma once
 
+#include "platform/registry.h"
 #include "vellgrund/evaluation.h"
 
 namespace VLGD {
+
+inline constexpr platform::Int32 ID_GROUPOPERATOR = 1054581;
 
 // An operator whose result is a whole sub-stack: its own operator children evaluated in
 // order on a flat grid of the terrain's size, then blended like any other result.
@@ -26,6 +29,7 @@ class GroupOperator final : public BaseTerrainOperatorData {
   Int queueMemory_ = 0;
 };
 
-platform::Description GroupOperatorDescription();
+// How the application knows the type: IDs, menu place, icon, strings and parameters.
+const platform::TypeDescriptor& GroupOperatorType();
 
 }  // namespace VLGD

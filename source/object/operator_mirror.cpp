@@ -1,6 +1,6 @@
 #include "object/operator_mirror.h"
 
-
+#include "common/vlgd_icons.h"
 #include "platform/parallel.h"
 #include "vellgrund/filter_loops.h"
 
@@ -82,6 +82,8 @@ Status MirrorOperator::Compute(const Grid2D<Float>& incoming, Node& op, Document
   return MirrorRows(rows, flipX, [=](Float v) { return drop * ((v - minimum) / range) + maximum; });
 }
 
+namespace {
+
 platform::Description MirrorOperatorDescription() {
   using platform::DescribeParameter;
   return {"omirroroperator",
@@ -91,6 +93,21 @@ platform::Description MirrorOperatorDescription() {
               DescribeParameter(MIRROROPERATOR_HEIGHT, "MIRROROPERATOR_HEIGHT", ValueType::BOOL, false),
               DescribeParameter(MIRROROPERATOR_Y, "MIRROROPERATOR_Y", ValueType::BOOL, false),
           }};
+}
+
+}  // namespace
+
+const platform::TypeDescriptor& MirrorOperatorType() {
+  static const platform::TypeDescriptor type{.kind = platform::PluginKind::OBJECT,
+                                             .id = ID_MIRROROPERATOR,
+                                             .resourceName = "omirroroperator",
+                                             .sort = 36,
+                                             .icon = MainSheetIcon(0, 64),
+                                             .nameStringId = 10009,
+                                             .baseTypes = {ID_BASETERRAINOPERATOR},
+                                             .allocate = platform::AllocatorOf<MirrorOperator>(),
+                                             .describe = MirrorOperatorDescription};
+  return type;
 }
 
 }  // namespace VLGD

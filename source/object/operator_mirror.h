@@ -1,10 +1,13 @@
 #pragma once
 
 #include <vector>
+#include "platform/registry.h"
 
 #include "vellgrund/baseterrainoperator.h"
 
 namespace VLGD {
+
+inline constexpr platform::Int32 ID_MIRROROPERATOR = 1054640;
 
 enum MirrorOperatorParameter : ParameterId {
   MIRROROPERATOR_X = 10001,       // Bool: the columns run the other way
@@ -20,6 +23,7 @@ class MirrorOperator final : public BaseTerrainOperatorData {
   bool GetRebuildParameters(std::vector<ParameterId>& ids, const ParameterContainer& data) const override;
 };
 
-platform::Description MirrorOperatorDescription();
+// How the application knows the type: IDs, menu place, icon, strings and parameters.
+const platform::TypeDescriptor& MirrorOperatorType();
 
 }  // namespace VLGD

@@ -4,6 +4,7 @@
 #include <limits>
 #include <random>
 
+#include "common/vlgd_icons.h"
 #include "platform/host.h"
 #include "platform/noise.h"
 #include "platform/parallel.h"
@@ -53,7 +54,8 @@ bool NoiseOperator::Init(Node& node) {
 TERRAINOPERATORFLAGS NoiseOperator::GetFlags(const Node& op) const {
   TERRAINOPERATORFLAGS flags = TERRAINOPERATORFLAGS::TYPE_GENERATOR | TERRAINOPERATORFLAGS::DIRTY_MATRIX_OPERATOR |
                                TERRAINOPERATORFLAGS::DIRTY_MATRIX_PARENTHIERARCHY;
-  if (op.GetData().GetBool(NOISEOPERATOR_USE_TERRAIN_MATRIX)) flags = flags | TERRAINOPERATORFLAGS::DIRTY_MATRIX_TERRAIN;
+  if (op.GetData().GetBool(NOISEOPERATOR_USE_TERRAIN_MATRIX))
+    flags = flags | TERRAINOPERATORFLAGS::DIRTY_MATRIX_TERRAIN;
   return flags;
 }
 
@@ -99,7 +101,8 @@ Status NoiseOperator::Compute(const Grid2D<Float>& incoming, Node& op, Document&
   const bool twoD = !IsThreeDimensional(type);
   const bool ridged = type == static_cast<Int32>(NoiseType::RIDGED_MULTIFRACTAL);
   if (ridged) {
-    if (!noise.InitFbm(20, 2.2, 0.8)) return platform::GenericError("Could not initialize Fbm for Ridged Multifractal!");
+    if (!noise.InitFbm(20, 2.2, 0.8))
+      return platform::GenericError("Could not initialize Fbm for Ridged Multifractal!");
   } else if (type == static_cast<Int32>(NoiseType::BILLOW) || type == static_cast<Int32>(NoiseType::FBM)) {
     // The octave count shapes the spectrum here; the sampling always takes five octaves.
     if (!noise.InitFbm(12, octaves * 0.19 + 1.0, 0.95)) return platform::GenericError("Could not initialize Fbm!");
@@ -114,7 +117,8 @@ Status NoiseOperator::Compute(const Grid2D<Float>& incoming, Node& op, Document&
   const platform::CancellationToken* thread = context.thread;
   const platform::ParallelOptions rows{.granularity = 16};
   VLGD_RETURN_IF_ERROR(platform::ParallelFor(0, height, rows, [&](Int y) -> Status {
-    if (platform::IsSampleBreakTest(y) && platform::TestBreak(thread)) return platform::CancelledError("Noise operator cancelled!");
+    if (platform::IsSampleBreakTest(y) && platform::TestBreak(thread))
+      return platform::CancelledError("Noise operator cancelled!");
     Float* row = values + y * width;
     for (Int x = 0; x < width; ++x) {
       Vector p = GridPoint(x, y, width, height, sizeX, sizeY);
@@ -134,6 +138,8 @@ Status NoiseOperator::Compute(const Grid2D<Float>& incoming, Node& op, Document&
   if (normalize) VLGD_RETURN_IF_ERROR(result_.Normalize(1.0, 0.0, thread));
   return platform::Ok();
 }
+
+namespace {
 
 platform::Description NoiseOperatorDescription() {
   using platform::DescribeParameter;
@@ -169,6 +175,21 @@ platform::Description NoiseOperatorDescription() {
               DescribeParameter(NOISEOPERATOR_INVERT, "NOISEOPERATOR_INVERT", ValueType::BOOL, false),
           },
           {std::move(noiseTypes)}};
+}
+
+}  // namespace
+
+const platform::TypeDescriptor& NoiseOperatorType() {
+  static const platform::TypeDescriptor type{.kind = platform::PluginKind::OBJECT,
+                                             .id = ID_NOISEOPERATOR,
+                                             .resourceName = "onoiseoperator",
+                                             .sort = 21,
+                                             .icon = MainSheetIcon(64, 0),
+                                             .nameStringId = 10001,
+                                             .baseTypes = {ID_BASETERRAINOPERATOR},
+                                             .allocate = platform::AllocatorOf<NoiseOperator>(),
+                                             .describe = NoiseOperatorDescription};
+  return type;
 }
 
 }  // namespace VLGD

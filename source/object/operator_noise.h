@@ -1,8 +1,11 @@
 #pragma once
 
+#include "platform/registry.h"
 #include "vellgrund/baseterrainoperator.h"
 
 namespace VLGD {
+
+inline constexpr platform::Int32 ID_NOISEOPERATOR = 1054566;
 
 enum NoiseOperatorParameter : ParameterId {
   NOISEOPERATOR_OCTAVES = 10001,
@@ -30,6 +33,7 @@ class NoiseOperator final : public BaseTerrainOperatorData {
 // A seed for a new noise: 1 .. 5000, drawn from a Mersenne Twister seeded with the timer.
 Int32 DrawNoiseSeed(UInt64 timerValue);
 
-platform::Description NoiseOperatorDescription();
+// How the application knows the type: IDs, menu place, icon, strings and parameters.
+const platform::TypeDescriptor& NoiseOperatorType();
 
 }  // namespace VLGD

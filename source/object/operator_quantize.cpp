@@ -2,6 +2,7 @@
 
 #include <cmath>
 
+#include "common/vlgd_icons.h"
 #include "platform/parallel.h"
 #include "vellgrund/filter_loops.h"
 
@@ -67,12 +68,29 @@ Status QuantizeOperator::Compute(const Grid2D<Float>& incoming, Node& op, Docume
   });
 }
 
+namespace {
+
 platform::Description QuantizeOperatorDescription() {
   using platform::DescribeParameter;
   return {"oquantizeoperator",
           {"Obaseterrainoperator"},
           {DescribeParameter(QUANTIZEOPERATOR_STEPS, "QUANTIZEOPERATOR_STEPS", ValueType::INT32, Int32{8})
                .Limits(1.0, 65536.0)}};
+}
+
+}  // namespace
+
+const platform::TypeDescriptor& QuantizeOperatorType() {
+  static const platform::TypeDescriptor type{.kind = platform::PluginKind::OBJECT,
+                                             .id = ID_QUANTIZEOPERATOR,
+                                             .resourceName = "oquantizeoperator",
+                                             .sort = 38,
+                                             .icon = MainSheetIcon(0, 128),
+                                             .nameStringId = 10014,
+                                             .baseTypes = {ID_BASETERRAINOPERATOR},
+                                             .allocate = platform::AllocatorOf<QuantizeOperator>(),
+                                             .describe = QuantizeOperatorDescription};
+  return type;
 }
 
 }  // namespace VLGD

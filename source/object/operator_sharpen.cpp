@@ -2,6 +2,7 @@
 
 #include <memory>
 
+#include "common/vlgd_icons.h"
 #include "vellgrund/convolution.h"
 #include "vellgrund/filter_loops.h"
 
@@ -61,6 +62,8 @@ Status SharpenOperator::Compute(const Grid2D<Float>& incoming, Node& op, Documen
   return Convolution::Convolve(incoming, result_, *kernel, OUTOFBOUNDSMODE::MIRROR);
 }
 
+namespace {
+
 platform::Description SharpenOperatorDescription() {
   using platform::DescribeParameter;
   return {
@@ -81,6 +84,21 @@ platform::Description SharpenOperatorDescription() {
          {"SHARPEN3X3", SHARPENOPERATOR_TYPE_SHARPEN3X3},
          {"UNSHARP5X5", SHARPENOPERATOR_TYPE_UNSHARP5X5},
          {"UNSHARP", SHARPENOPERATOR_TYPE_UNSHARP}}}}};
+}
+
+}  // namespace
+
+const platform::TypeDescriptor& SharpenOperatorType() {
+  static const platform::TypeDescriptor type{.kind = platform::PluginKind::OBJECT,
+                                             .id = ID_SHARPENOPERATOR,
+                                             .resourceName = "osharpenoperator",
+                                             .sort = 35,
+                                             .icon = MainSheetIcon(576, 64),
+                                             .nameStringId = 10013,
+                                             .baseTypes = {ID_BASETERRAINOPERATOR},
+                                             .allocate = platform::AllocatorOf<SharpenOperator>(),
+                                             .describe = SharpenOperatorDescription};
+  return type;
 }
 
 }  // namespace VLGD

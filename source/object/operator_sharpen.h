@@ -1,8 +1,11 @@
 #pragma once
 
+#include "platform/registry.h"
 #include "vellgrund/baseterrainoperator.h"
 
 namespace VLGD {
+
+inline constexpr platform::Int32 ID_SHARPENOPERATOR = 1056139;
 
 enum SharpenOperatorParameter : ParameterId {
   SHARPENOPERATOR_TYPE = 10001,    // Int32, SHARPENTYPE
@@ -28,6 +31,7 @@ class SharpenOperator final : public BaseTerrainOperatorData {
   bool GetRebuildParameters(std::vector<ParameterId>& ids, const ParameterContainer& data) const override;
 };
 
-platform::Description SharpenOperatorDescription();
+// How the application knows the type: IDs, menu place, icon, strings and parameters.
+const platform::TypeDescriptor& SharpenOperatorType();
 
 }  // namespace VLGD

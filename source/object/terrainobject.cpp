@@ -7,13 +7,14 @@
 #include <new>
 #include <string>
 
-#include "vellgrund/string_ids.h"
 #include "common/vlgd_geometry.h"
+#include "common/vlgd_icons.h"
 #include "platform/host.h"
 #include "platform/image.h"
 #include "platform/memory.h"
 #include "platform/parallel.h"
 #include "platform/strings.h"
+#include "vellgrund/string_ids.h"
 
 namespace VLGD {
 namespace {
@@ -23,7 +24,6 @@ using platform::ParameterDescription;
 using platform::PolygonObject;
 using platform::ValueType;
 using platform::Vector;
-
 
 struct Curvature {
   bool enabled = false;
@@ -69,9 +69,10 @@ std::string FloatText(Float value) {
 Status CheckBuildMemory(const Node& node, Int32 segX, Int32 segZ, Int operators) {
   const Int samples = (Int{segX} + 1) * (Int{segZ} + 1);
   const Int cells = Int{segX} * Int{segZ} * 2;  // triangles at most
-  const platform::UInt64 bytes = platform::BytesFor(samples, sizeof(Float) * static_cast<std::size_t>(1 + 2 * operators)) +
-                                 platform::BytesFor(samples, sizeof(Vector)) +
-                                 platform::BytesFor(cells, sizeof(platform::CPolygon) + sizeof(platform::UVWStruct));
+  const platform::UInt64 bytes =
+      platform::BytesFor(samples, sizeof(Float) * static_cast<std::size_t>(1 + 2 * operators)) +
+      platform::BytesFor(samples, sizeof(Vector)) +
+      platform::BytesFor(cells, sizeof(platform::CPolygon) + sizeof(platform::UVWStruct));
   Status fits = platform::CheckMemory(bytes, "The terrain '" + platform::Excerpt(node.GetName()) + "' at " +
                                                  std::to_string(Int{segX} + 1) + " x " + std::to_string(Int{segZ} + 1) +
                                                  " samples with " + std::to_string(operators) + " operators");
@@ -91,8 +92,9 @@ void WarnOfCappedResolution(const Node& node, std::array<Int32, 2> asked, std::a
     capped = capped || used[k] < scaled[k];
   }
   if (!capped) return;
-  const std::string reason = cap < preference ? "the largest resolution there is (" + std::to_string(cap) + ")"
-                                              : "the maximum resolution preference (" + std::to_string(preference) + ")";
+  const std::string reason = cap < preference
+                                 ? "the largest resolution there is (" + std::to_string(cap) + ")"
+                                 : "the maximum resolution preference (" + std::to_string(preference) + ")";
   std::string request = std::to_string(asked[0]) + " x " + std::to_string(asked[1]);
   if (lod != 1.0)
     request += " at level of detail " + FloatText(lod) + " (" + std::to_string(scaled[0]) + " x " +
@@ -102,7 +104,9 @@ void WarnOfCappedResolution(const Node& node, std::array<Int32, 2> asked, std::a
                       std::to_string(used[0]) + " x " + std::to_string(used[1]) + " by " + reason + ".");
 }
 
-Float SmoothStep(Float t) { return t < 0.0 ? 0.0 : t >= 1.0 ? 1.0 : t * t * (3.0 - 2.0 * t); }
+Float SmoothStep(Float t) {
+  return t < 0.0 ? 0.0 : t >= 1.0 ? 1.0 : t * t * (3.0 - 2.0 * t);
+}
 
 Status FadeEdges(Grid2D<Float>& grid, Float sizeX, Float sizeZ, Float edgeHeight,
                  const platform::CancellationToken* thread) {
@@ -192,7 +196,8 @@ Result<std::unique_ptr<PolygonObject>> BuildHull(std::span<const Vector> points,
   auto selection = std::make_unique<platform::PolygonSelectionTag>();
   selection->name = "Hull sides";
   std::vector<Int32> sides;
-  if (!platform::TryResize(sides, static_cast<size_t>(ring))) return platform::GenericError("Could not select hull polygons!");
+  if (!platform::TryResize(sides, static_cast<size_t>(ring)))
+    return platform::GenericError("Could not select hull polygons!");
   for (Int i = 0; i < ring; ++i) sides[static_cast<size_t>(i)] = static_cast<Int32>(i);
   if (!selection->Select(sides)) return platform::GenericError("Copying selection data to SelectionTag failed!");
   VLGD_RETURN_IF_ERROR(hull->AddTag(std::move(selection)));
@@ -219,8 +224,8 @@ Result<std::unique_ptr<platform::LineObject>> BuildIsoparms(Int width, Int heigh
       const Int extent = alongRow ? height : width;
       const Int inner = std::clamp<Int>(std::min<Int>(lines, extent - 2), 0, extent);
       for (Int k = 0; k <= inner + 1; ++k) {
-        const Int index = static_cast<Int>(std::llround(static_cast<Float>(k) / static_cast<Float>(inner + 1) *
-                                                        static_cast<Float>(extent - 1)));
+        const Int index = static_cast<Int>(
+            std::llround(static_cast<Float>(k) / static_cast<Float>(inner + 1) * static_cast<Float>(extent - 1)));
         addLine(alongRow, index);
       }
     };
@@ -232,8 +237,215 @@ Result<std::unique_ptr<platform::LineObject>> BuildIsoparms(Int width, Int heigh
   return platform::LineObject::Create(std::move(linePoints), std::move(lineSizes));
 }
 
-
 }  // namespace
+
+bool TerrainObject::Init(Node& node) {
+  return node.GetTypeInfo().description.WriteDefaults(node.GetDataInstance()).has_value();
+}
+
+bool TerrainObject::Read(Node& node, Int32 diskLevel) {
+  if (diskLevel != 0) return true;
+  // Files of level 0 stored the hull depth as a positive integer offset; keep the integer.
+  ParameterContainer& data = node.GetDataInstance();
+  return data.Set(TERRAINOBJECT_HULL_DEPTH, static_cast<Int32>(-data.GetInt32(TERRAINOBJECT_HULL_DEPTH))).has_value();
+}
+
+bool TerrainObject::GetDEnabling(const Node& node, ParameterId id, const Value&) const {
+  const ParameterContainer& data = node.GetData();
+  switch (id) {
+    case TERRAINOBJECT_EDGE_HEIGHT:
+      return data.GetBool(TERRAINOBJECT_EDGE_FALLOFF);
+    case TERRAINOBJECT_CURVATURE_RADIUS:
+    case TERRAINOBJECT_CURVATURE_INVERT:
+      return data.GetBool(TERRAINOBJECT_CURVATURE);
+    case TERRAINOBJECT_HULL:
+      return !data.GetBool(TERRAINOBJECT_CURVATURE);
+    case TERRAINOBJECT_HULL_DEPTH:
+      return data.GetBool(TERRAINOBJECT_HULL);
+    default:
+      return true;
+  }
+}
+
+void TerrainObject::GetDimension(const Node& node, Vector& centre, Vector& radius) const {
+  const Float minimum = grid_.IsMinMaxValid() ? grid_.Minimum() : 0.0;
+  const Float maximum = grid_.IsMinMaxValid() ? grid_.Maximum() : 0.0;
+  const ParameterContainer& data = node.GetData();
+  centre = {0.0, (minimum + maximum) * 0.5, 0.0};
+  radius = {data.GetFloat(TERRAINOBJECT_SIZE_X) * 0.5, (maximum - minimum) * 0.5,
+            data.GetFloat(TERRAINOBJECT_SIZE_Z) * 0.5};
+}
+
+Result<std::unique_ptr<GeometryObject>> TerrainObject::GetVirtualObjects(Node& node,
+                                                                         const platform::HierarchyHelp& help) {
+  Document* doc = node.GetDocument();
+  if (doc == nullptr) return std::unique_ptr<GeometryObject>{};
+  const ParameterContainer& data = node.GetData();
+  const Int32 preference = doc->GetWorldPluginData(ID_PREFERENCES).GetInt32(PREFS_MAX_RESOLUTION, 0);
+  const Int32 cap = std::min(preference, kHardMaxResolution);
+  const Int32 askedX = data.GetInt32(TERRAINOBJECT_RESOLUTION_X);
+  const Int32 askedZ = data.GetInt32(TERRAINOBJECT_RESOLUTION_Z);
+  const Int32 segX = EffectiveResolution(askedX, help.lod, cap);
+  const Int32 segZ = EffectiveResolution(askedZ, help.lod, cap);
+  const Float sizeX = data.GetFloat(TERRAINOBJECT_SIZE_X, 250.0);
+  const Float sizeZ = data.GetFloat(TERRAINOBJECT_SIZE_Z);
+
+  EvaluationContext context;
+  context.resolutionX = segX;
+  context.resolutionZ = segZ;
+  context.sizeX = sizeX;
+  context.sizeZ = sizeZ;
+  context.terrainMatrix = node.GetMg();
+  context.purpose = help.purpose;
+  context.thread = help.cancel;
+  context.progress = help.progress;
+
+  EvaluationQueue previous = std::move(queue_);
+  VLGD_RETURN_IF_ERROR(queue_.Build(&node, help.purpose));
+  const auto status = queue_.Check(evaluatedOnce_ ? &previous : nullptr, *doc, context);
+  if (!node.CheckCache() && status == EvaluationQueue::STATUS::OK && !queue_.StructureChanged())
+    return std::unique_ptr<GeometryObject>{};
+
+  // Here the grid is built anew: once per build, never for a cached result.
+  WarnOfCappedResolution(node, {askedX, askedZ}, {segX, segZ}, help.lod, cap, preference);
+
+  VLGD_RETURN_IF_ERROR(CheckBuildMemory(node, segX, segZ, static_cast<Int>(queue_.Items().size())));
+  ParameterContainer& own = node.GetDataInstance();  // status texts, not edits
+  (void)own.Set(TERRAINOBJECT_MEMORY_INFO, node.GetHost().GetStrings().Get(STRING_CALCULATING));
+  grid_.Reset();
+  VLGD_RETURN_IF_ERROR(grid_.Init(static_cast<Int>(segX) + 1, static_cast<Int>(segZ) + 1, sizeX, sizeZ));
+  evaluatedOnce_ = true;
+  VLGD_RETURN_IF_ERROR(queue_.Run(grid_, *doc, context));
+  grid_.RecomputeRange();
+  if (data.GetBool(TERRAINOBJECT_EDGE_FALLOFF))
+    VLGD_RETURN_IF_ERROR(FadeEdges(grid_, sizeX, sizeZ, data.GetFloat(TERRAINOBJECT_EDGE_HEIGHT), help.cancel));
+
+  const Curvature curvature = ReadCurvature(data);
+  const bool wantHull = data.GetBool(TERRAINOBJECT_HULL) && !curvature.enabled;
+  // Meshing a large grid takes seconds; the status says so instead of the last operator's.
+  if (help.progress != nullptr)
+    help.progress->SetStatus(node.GetHost().GetStrings().Format(STRING_BUILDING_MESH, {node.GetName()}));
+  VLGD_ASSIGN_OR_RETURN(
+      std::unique_ptr<PolygonObject> mesh,
+      CreatePlaneGeometry(sizeX, sizeZ, segX, segZ, data.GetInt32(TERRAINOBJECT_TESSELATION), true, help.cancel));
+  mesh->name = node.GetName();
+  const std::span<Vector> points = mesh->GetPointW();
+  if (points.empty()) return platform::GenericError("Could not get writeable vertex pointer!");
+  const Float* heights = grid_.Data();
+  platform::ParallelOptions options;
+  options.singleThreadBelow = platform::kSingleThreadBelowSamples;
+  options.cancel = help.cancel;
+  VLGD_RETURN_IF_ERROR(platform::ParallelForRange(0, mesh->GetPointCount(), options, [&](Int begin, Int end) {
+    for (Int k = begin; k < end; ++k)
+      points[static_cast<size_t>(k)] = curvature.Place(points[static_cast<size_t>(k)], heights[k]);
+  }));
+
+  if (wantHull) {
+    VLGD_RETURN_IF_ERROR(CollectBorder(border_, segX, segZ));
+    const Float depth = data.GetFloat(TERRAINOBJECT_HULL_DEPTH);
+    VLGD_ASSIGN_OR_RETURN(std::unique_ptr<PolygonObject> hull, BuildHull(points, border_, depth, sizeX, sizeZ));
+    VLGD_RETURN_IF_ERROR(mesh->InsertChild(std::move(hull)));
+    grid_.IncludeInRange(-depth);
+  }
+  if ((help.flags & platform::BUILDFLAGS_ISOPARM) != 0) {
+    VLGD_ASSIGN_OR_RETURN(mesh->isoparm, BuildIsoparms(grid_.Width(), grid_.Height(), *mesh,
+                                                       data.GetInt32(TERRAINOBJECT_ISOPARM_LINES, 1)));
+  }
+  if (data.GetBool(TERRAINOBJECT_PHONG)) VLGD_RETURN_IF_ERROR(mesh->AddTag(std::make_unique<platform::PhongTag>()));
+
+  Int bytes = 8 * grid_.Count() + 521 + queue_.GetMemory();
+  for (const auto& tag : mesh->Tags()) bytes += 1 + (tag->IsVariable() ? tag->DataCount() * tag->DataSize() : 0);
+  (void)own.Set(TERRAINOBJECT_MEMORY_INFO, FormatMemory(node.GetHost().GetStrings(), bytes));
+  return std::unique_ptr<GeometryObject>(std::move(mesh));
+}
+
+Result<platform::Image> TerrainObject::HeightImage(bool normalized) const {
+  if (!normalized) return grid_.ToHeightImage();
+  Grid2D<Float> copy;
+  VLGD_RETURN_IF_ERROR(copy.CopyFrom(grid_));
+  const Float minimum = grid_.Minimum();
+  const Float range = grid_.Maximum() - minimum;
+  const Float inverse = range != 0.0 ? 1.0 / range : 0.0;
+  Float* values = copy.Data();
+  VLGD_RETURN_IF_ERROR(platform::ParallelForRange(0, copy.Count(), {}, [&](Int begin, Int end) {
+    for (Int k = begin; k < end; ++k) values[k] = (values[k] - minimum) * inverse;
+  }));
+  return copy.ToHeightImage();
+}
+
+Status TerrainObject::ExportHeightMap(Node& node) {
+  platform::Host& host = node.GetHost();
+  const platform::StringTable& strings = host.GetStrings();
+  const bool normalized = node.GetData().GetInt32(TERRAINOBJECT_EXPORT_MODE) == 1;
+  const Result<platform::Image> image = HeightImage(normalized);
+  if (!image) {
+    host.GetUserInterface().MessageDialog(strings.Get(STRING_EXPORT_FAILED));
+    return platform::Ok();
+  }
+  const std::string proposed =
+      "Terrain_" + node.GetName() + "_" + strings.Get(normalized ? STRING_EXPORT_NORMALIZED : STRING_EXPORT_RAW);
+  const auto path = host.GetUserInterface().SaveFileDialog(strings.Get(STRING_EXPORT_TITLE), proposed, "tif");
+  if (!path.has_value()) return platform::Ok();
+  if (!platform::WriteImage(*image, *path, platform::PixelType::Float32))
+    host.GetUserInterface().MessageDialog(strings.Get(STRING_EXPORT_FAILED));
+  return platform::Ok();
+}
+
+bool TerrainObject::Message(Node& node, Int32 type, MessageData& data) {
+  ParameterContainer& own = node.GetDataInstance();
+  switch (type) {
+    case platform::MSG_DESCRIPTION_COMMAND:
+      if (data.parameter == TERRAINOBJECT_EXPORT && grid_.Count() >= 8) return ExportHeightMap(node).has_value();
+      return true;
+    case platform::MSG_DESCRIPTION_POSTSETPARAMETER: {
+      const ParameterId changed = data.parameter;
+      const Float sizeX = own.GetFloat(TERRAINOBJECT_SIZE_X);
+      const Float sizeZ = own.GetFloat(TERRAINOBJECT_SIZE_Z);
+      const auto storeDensities = [&] {
+        densityX_ = sizeX != 0.0 ? own.GetInt32(TERRAINOBJECT_RESOLUTION_X) / sizeX : 0.0;
+        densityZ_ = sizeZ != 0.0 ? own.GetInt32(TERRAINOBJECT_RESOLUTION_Z) / sizeZ : 0.0;
+      };
+      if (changed == TERRAINOBJECT_SIZE_X || changed == TERRAINOBJECT_SIZE_Z ||
+          changed == TERRAINOBJECT_CURVATURE_RADIUS) {
+        const Float smaller = std::min(sizeX, sizeZ);
+        if (own.GetFloat(TERRAINOBJECT_CURVATURE_RADIUS) < smaller)
+          (void)node.SetParameter(TERRAINOBJECT_CURVATURE_RADIUS, smaller);
+        if (changed != TERRAINOBJECT_CURVATURE_RADIUS) {
+          if (!own.GetBool(TERRAINOBJECT_LOCK_DENSITY)) {
+            storeDensities();
+          } else {
+            if (densityX_ == 0.0) densityX_ = sizeX != 0.0 ? own.GetInt32(TERRAINOBJECT_RESOLUTION_X) / sizeX : 0.0;
+            if (densityZ_ == 0.0) densityZ_ = sizeZ != 0.0 ? own.GetInt32(TERRAINOBJECT_RESOLUTION_Z) / sizeZ : 0.0;
+            (void)node.SetParameter(TERRAINOBJECT_RESOLUTION_X, static_cast<Int32>(densityX_ * sizeX));
+            (void)node.SetParameter(TERRAINOBJECT_RESOLUTION_Z, static_cast<Int32>(sizeZ * densityZ_));
+          }
+        }
+      } else if (changed == TERRAINOBJECT_RESOLUTION_X || changed == TERRAINOBJECT_RESOLUTION_Z ||
+                 changed == TERRAINOBJECT_LOCK_DENSITY) {
+        storeDensities();
+      }
+      return true;
+    }
+    case platform::MSG_DOCUMENTINFO:
+      if (data.info != platform::DOCUMENTINFO_LOADED) return true;
+      [[fallthrough]];
+    case platform::MSG_DESCRIPTION_VALIDATE: {
+      Document* doc = node.GetDocument();
+      const Int32 cap =
+          doc != nullptr ? doc->GetWorldPluginData(ID_PREFERENCES).GetInt32(PREFS_MAX_RESOLUTION, kDefaultMaxResolution)
+                         : kDefaultMaxResolution;
+      for (const ParameterId id : {TERRAINOBJECT_RESOLUTION_X, TERRAINOBJECT_RESOLUTION_Z})
+        if (own.GetInt32(id) > cap) (void)node.SetParameter(id, cap);
+      return true;
+    }
+    case ID_PREFERENCES:
+      return node.Message(platform::MSG_DESCRIPTION_VALIDATE);
+    default:
+      return true;
+  }
+}
+
+namespace {
 
 platform::Description TerrainObjectDescription() {
   using platform::DescribeParameter;
@@ -282,207 +494,20 @@ platform::Description TerrainObjectDescription() {
       }};
 }
 
-bool TerrainObject::Init(Node& node) {
-  return node.GetTypeInfo().description.WriteDefaults(node.GetDataInstance()).has_value();
-}
+}  // namespace
 
-bool TerrainObject::Read(Node& node, Int32 diskLevel) {
-  if (diskLevel != 0) return true;
-  // Files of level 0 stored the hull depth as a positive integer offset; keep the integer.
-  ParameterContainer& data = node.GetDataInstance();
-  return data.Set(TERRAINOBJECT_HULL_DEPTH, static_cast<Int32>(-data.GetInt32(TERRAINOBJECT_HULL_DEPTH))).has_value();
-}
-
-bool TerrainObject::GetDEnabling(const Node& node, ParameterId id, const Value&) const {
-  const ParameterContainer& data = node.GetData();
-  switch (id) {
-    case TERRAINOBJECT_EDGE_HEIGHT:
-      return data.GetBool(TERRAINOBJECT_EDGE_FALLOFF);
-    case TERRAINOBJECT_CURVATURE_RADIUS:
-    case TERRAINOBJECT_CURVATURE_INVERT:
-      return data.GetBool(TERRAINOBJECT_CURVATURE);
-    case TERRAINOBJECT_HULL:
-      return !data.GetBool(TERRAINOBJECT_CURVATURE);
-    case TERRAINOBJECT_HULL_DEPTH:
-      return data.GetBool(TERRAINOBJECT_HULL);
-    default:
-      return true;
-  }
-}
-
-void TerrainObject::GetDimension(const Node& node, Vector& centre, Vector& radius) const {
-  const Float minimum = grid_.IsMinMaxValid() ? grid_.Minimum() : 0.0;
-  const Float maximum = grid_.IsMinMaxValid() ? grid_.Maximum() : 0.0;
-  const ParameterContainer& data = node.GetData();
-  centre = {0.0, (minimum + maximum) * 0.5, 0.0};
-  radius = {data.GetFloat(TERRAINOBJECT_SIZE_X) * 0.5, (maximum - minimum) * 0.5,
-            data.GetFloat(TERRAINOBJECT_SIZE_Z) * 0.5};
-}
-
-Result<std::unique_ptr<GeometryObject>> TerrainObject::GetVirtualObjects(Node& node,
-                                                                          const platform::HierarchyHelp& help) {
-  Document* doc = node.GetDocument();
-  if (doc == nullptr) return std::unique_ptr<GeometryObject>{};
-  const ParameterContainer& data = node.GetData();
-  const Int32 preference = doc->GetWorldPluginData(ID_PREFERENCES).GetInt32(PREFS_MAX_RESOLUTION, 0);
-  const Int32 cap = std::min(preference, kHardMaxResolution);
-  const Int32 askedX = data.GetInt32(TERRAINOBJECT_RESOLUTION_X);
-  const Int32 askedZ = data.GetInt32(TERRAINOBJECT_RESOLUTION_Z);
-  const Int32 segX = EffectiveResolution(askedX, help.lod, cap);
-  const Int32 segZ = EffectiveResolution(askedZ, help.lod, cap);
-  const Float sizeX = data.GetFloat(TERRAINOBJECT_SIZE_X, 250.0);
-  const Float sizeZ = data.GetFloat(TERRAINOBJECT_SIZE_Z);
-
-  EvaluationContext context;
-  context.resolutionX = segX;
-  context.resolutionZ = segZ;
-  context.sizeX = sizeX;
-  context.sizeZ = sizeZ;
-  context.terrainMatrix = node.GetMg();
-  context.purpose = help.purpose;
-  context.thread = help.cancel;
-  context.progress = help.progress;
-
-  EvaluationQueue previous = std::move(queue_);
-  VLGD_RETURN_IF_ERROR(queue_.Build(&node, help.purpose));
-  const auto status = queue_.Check(evaluatedOnce_ ? &previous : nullptr, *doc, context);
-  if (!node.CheckCache() && status == EvaluationQueue::STATUS::OK && !queue_.StructureChanged())
-    return std::unique_ptr<GeometryObject>{};
-
-  // Here the grid is built anew: once per build, never for a cached result.
-  WarnOfCappedResolution(node, {askedX, askedZ}, {segX, segZ}, help.lod, cap, preference);
-
-  VLGD_RETURN_IF_ERROR(CheckBuildMemory(node, segX, segZ, static_cast<Int>(queue_.Items().size())));
-  ParameterContainer& own = node.GetDataInstance();  // status texts, not edits
-  (void)own.Set(TERRAINOBJECT_MEMORY_INFO, node.GetHost().GetStrings().Get(STRING_CALCULATING));
-  grid_.Reset();
-  VLGD_RETURN_IF_ERROR(grid_.Init(static_cast<Int>(segX) + 1, static_cast<Int>(segZ) + 1, sizeX, sizeZ));
-  evaluatedOnce_ = true;
-  VLGD_RETURN_IF_ERROR(queue_.Run(grid_, *doc, context));
-  grid_.RecomputeRange();
-  if (data.GetBool(TERRAINOBJECT_EDGE_FALLOFF))
-    VLGD_RETURN_IF_ERROR(FadeEdges(grid_, sizeX, sizeZ, data.GetFloat(TERRAINOBJECT_EDGE_HEIGHT), help.cancel));
-
-  const Curvature curvature = ReadCurvature(data);
-  const bool wantHull = data.GetBool(TERRAINOBJECT_HULL) && !curvature.enabled;
-  // Meshing a large grid takes seconds; the status says so instead of the last operator's.
-  if (help.progress != nullptr) help.progress->SetStatus(node.GetHost().GetStrings().Format(STRING_BUILDING_MESH, {node.GetName()}));
-  VLGD_ASSIGN_OR_RETURN(std::unique_ptr<PolygonObject> mesh,
-                        CreatePlaneGeometry(sizeX, sizeZ, segX, segZ, data.GetInt32(TERRAINOBJECT_TESSELATION), true,
-                                            help.cancel));
-  mesh->name = node.GetName();
-  const std::span<Vector> points = mesh->GetPointW();
-  if (points.empty()) return platform::GenericError("Could not get writeable vertex pointer!");
-  const Float* heights = grid_.Data();
-  platform::ParallelOptions options;
-  options.singleThreadBelow = platform::kSingleThreadBelowSamples;
-  options.cancel = help.cancel;
-  VLGD_RETURN_IF_ERROR(platform::ParallelForRange(0, mesh->GetPointCount(), options, [&](Int begin, Int end) {
-    for (Int k = begin; k < end; ++k) points[static_cast<size_t>(k)] = curvature.Place(points[static_cast<size_t>(k)], heights[k]);
-  }));
-
-  if (wantHull) {
-    VLGD_RETURN_IF_ERROR(CollectBorder(border_, segX, segZ));
-    const Float depth = data.GetFloat(TERRAINOBJECT_HULL_DEPTH);
-    VLGD_ASSIGN_OR_RETURN(std::unique_ptr<PolygonObject> hull, BuildHull(points, border_, depth, sizeX, sizeZ));
-    VLGD_RETURN_IF_ERROR(mesh->InsertChild(std::move(hull)));
-    grid_.IncludeInRange(-depth);
-  }
-  if ((help.flags & platform::BUILDFLAGS_ISOPARM) != 0) {
-    VLGD_ASSIGN_OR_RETURN(mesh->isoparm,
-                          BuildIsoparms(grid_.Width(), grid_.Height(), *mesh, data.GetInt32(TERRAINOBJECT_ISOPARM_LINES, 1)));
-  }
-  if (data.GetBool(TERRAINOBJECT_PHONG))
-    VLGD_RETURN_IF_ERROR(mesh->AddTag(std::make_unique<platform::PhongTag>()));
-
-  Int bytes = 8 * grid_.Count() + 521 + queue_.GetMemory();
-  for (const auto& tag : mesh->Tags()) bytes += 1 + (tag->IsVariable() ? tag->DataCount() * tag->DataSize() : 0);
-  (void)own.Set(TERRAINOBJECT_MEMORY_INFO, FormatMemory(node.GetHost().GetStrings(), bytes));
-  return std::unique_ptr<GeometryObject>(std::move(mesh));
-}
-
-Result<platform::Image> TerrainObject::HeightImage(bool normalized) const {
-  if (!normalized) return grid_.ToHeightImage();
-  Grid2D<Float> copy;
-  VLGD_RETURN_IF_ERROR(copy.CopyFrom(grid_));
-  const Float minimum = grid_.Minimum();
-  const Float range = grid_.Maximum() - minimum;
-  const Float inverse = range != 0.0 ? 1.0 / range : 0.0;
-  Float* values = copy.Data();
-  VLGD_RETURN_IF_ERROR(platform::ParallelForRange(0, copy.Count(), {}, [&](Int begin, Int end) {
-    for (Int k = begin; k < end; ++k) values[k] = (values[k] - minimum) * inverse;
-  }));
-  return copy.ToHeightImage();
-}
-
-Status TerrainObject::ExportHeightMap(Node& node) {
-  platform::Host& host = node.GetHost();
-  const platform::StringTable& strings = host.GetStrings();
-  const bool normalized = node.GetData().GetInt32(TERRAINOBJECT_EXPORT_MODE) == 1;
-  const Result<platform::Image> image = HeightImage(normalized);
-  if (!image) {
-    host.GetUserInterface().MessageDialog(strings.Get(STRING_EXPORT_FAILED));
-    return platform::Ok();
-  }
-  const std::string proposed = "Terrain_" + node.GetName() + "_" + strings.Get(normalized ? STRING_EXPORT_NORMALIZED : STRING_EXPORT_RAW);
-  const auto path = host.GetUserInterface().SaveFileDialog(strings.Get(STRING_EXPORT_TITLE), proposed, "tif");
-  if (!path.has_value()) return platform::Ok();
-  if (!platform::WriteImage(*image, *path, platform::PixelType::Float32))
-    host.GetUserInterface().MessageDialog(strings.Get(STRING_EXPORT_FAILED));
-  return platform::Ok();
-}
-
-bool TerrainObject::Message(Node& node, Int32 type, MessageData& data) {
-  ParameterContainer& own = node.GetDataInstance();
-  switch (type) {
-    case platform::MSG_DESCRIPTION_COMMAND:
-      if (data.parameter == TERRAINOBJECT_EXPORT && grid_.Count() >= 8) return ExportHeightMap(node).has_value();
-      return true;
-    case platform::MSG_DESCRIPTION_POSTSETPARAMETER: {
-      const ParameterId changed = data.parameter;
-      const Float sizeX = own.GetFloat(TERRAINOBJECT_SIZE_X);
-      const Float sizeZ = own.GetFloat(TERRAINOBJECT_SIZE_Z);
-      const auto storeDensities = [&] {
-        densityX_ = sizeX != 0.0 ? own.GetInt32(TERRAINOBJECT_RESOLUTION_X) / sizeX : 0.0;
-        densityZ_ = sizeZ != 0.0 ? own.GetInt32(TERRAINOBJECT_RESOLUTION_Z) / sizeZ : 0.0;
-      };
-      if (changed == TERRAINOBJECT_SIZE_X || changed == TERRAINOBJECT_SIZE_Z ||
-          changed == TERRAINOBJECT_CURVATURE_RADIUS) {
-        const Float smaller = std::min(sizeX, sizeZ);
-        if (own.GetFloat(TERRAINOBJECT_CURVATURE_RADIUS) < smaller)
-          (void)node.SetParameter(TERRAINOBJECT_CURVATURE_RADIUS, smaller);
-        if (changed != TERRAINOBJECT_CURVATURE_RADIUS) {
-          if (!own.GetBool(TERRAINOBJECT_LOCK_DENSITY)) {
-            storeDensities();
-          } else {
-            if (densityX_ == 0.0) densityX_ = sizeX != 0.0 ? own.GetInt32(TERRAINOBJECT_RESOLUTION_X) / sizeX : 0.0;
-            if (densityZ_ == 0.0) densityZ_ = sizeZ != 0.0 ? own.GetInt32(TERRAINOBJECT_RESOLUTION_Z) / sizeZ : 0.0;
-            (void)node.SetParameter(TERRAINOBJECT_RESOLUTION_X, static_cast<Int32>(densityX_ * sizeX));
-            (void)node.SetParameter(TERRAINOBJECT_RESOLUTION_Z, static_cast<Int32>(sizeZ * densityZ_));
-          }
-        }
-      } else if (changed == TERRAINOBJECT_RESOLUTION_X || changed == TERRAINOBJECT_RESOLUTION_Z ||
-                 changed == TERRAINOBJECT_LOCK_DENSITY) {
-        storeDensities();
-      }
-      return true;
-    }
-    case platform::MSG_DOCUMENTINFO:
-      if (data.info != platform::DOCUMENTINFO_LOADED) return true;
-      [[fallthrough]];
-    case platform::MSG_DESCRIPTION_VALIDATE: {
-      Document* doc = node.GetDocument();
-      const Int32 cap = doc != nullptr ? doc->GetWorldPluginData(ID_PREFERENCES).GetInt32(PREFS_MAX_RESOLUTION, kDefaultMaxResolution)
-                                       : kDefaultMaxResolution;
-      for (const ParameterId id : {TERRAINOBJECT_RESOLUTION_X, TERRAINOBJECT_RESOLUTION_Z})
-        if (own.GetInt32(id) > cap) (void)node.SetParameter(id, cap);
-      return true;
-    }
-    case ID_PREFERENCES:
-      return node.Message(platform::MSG_DESCRIPTION_VALIDATE);
-    default:
-      return true;
-  }
+const platform::TypeDescriptor& TerrainObjectType() {
+  static const platform::TypeDescriptor type{.kind = platform::PluginKind::OBJECT,
+                                             .id = ID_TERRAINOBJECT,
+                                             .resourceName = "oterrain",
+                                             .sort = 10,
+                                             .icon = MainSheetIcon(0, 0),
+                                             .nameStringId = 10000,
+                                             .diskLevel = 1,
+                                             .objectInfo = platform::OBJECT_GENERATOR | platform::OBJECT_OPERATOR_STACK,
+                                             .allocate = platform::AllocatorOf<TerrainObject>(),
+                                             .describe = TerrainObjectDescription};
+  return type;
 }
 
 }  // namespace VLGD

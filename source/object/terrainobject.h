@@ -1,11 +1,16 @@
 #pragma once
 
 #include <vector>
+#include "platform/registry.h"
 
 #include "platform/image.h"
 #include "vellgrund/evaluation.h"
 
 namespace VLGD {
+
+inline constexpr platform::Int32 ID_TERRAINOBJECT = 1054563;
+// The preference container of the module; also the message that says it changed.
+inline constexpr platform::Int32 ID_PREFERENCES = 1055624;
 
 enum TerrainObjectParameter : ParameterId {
   TERRAINOBJECT_SIZE_X = 10000,
@@ -65,6 +70,7 @@ class TerrainObject final : public platform::ObjectData {
   std::vector<Int32> border_;
 };
 
-platform::Description TerrainObjectDescription();
+// How the application knows the type: IDs, menu place, icon, strings and parameters.
+const platform::TypeDescriptor& TerrainObjectType();
 
 }  // namespace VLGD

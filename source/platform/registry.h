@@ -31,6 +31,8 @@ enum ObjectInfo : UInt32 {
   OBJECT_NONE = 0,
   OBJECT_GENERATOR = 1,
   OBJECT_FIELD = 2,  // a field object that field lists can link
+  // Its children form a stack of terrain operators that it evaluates in order.
+  OBJECT_OPERATOR_STACK = 4,
 };
 
 // One 64 x 64 cell of an icon sheet, by its top-left pixel.
@@ -56,13 +58,36 @@ struct PluginInfo {
   // Type IDs this type is also an instance of (an operator is an instance of the operator
   // base type).
   std::vector<Int32> baseTypes;
-  NodeDataAllocator allocate;  // node types only
+  NodeDataAllocator allocate;            // node types only
   std::shared_ptr<CommandData> command;  // commands only
-  FlatDescription description;  // resolved at registration
+  FlatDescription description;           // resolved at registration
 
   // The number of the "#$" prefix, or no value for entries outside the menu.
   [[nodiscard]] std::optional<Int32> SortNumber() const;
 };
+
+// One node type, command, separator or shared description, described once beside the unit
+// that implements it. A module's registration table is the ordered list of these; scene
+// files, `describe`, the menu, editors, benches and tests read them through the registry.
+struct TypeDescriptor {
+  PluginKind kind = PluginKind::OBJECT;
+  Int32 id = 0;
+  std::string_view resourceName;
+  std::optional<Int32> sort;  // menu sort number; none for entries outside the menu
+  std::optional<IconCell> icon;
+  Int32 nameStringId = 0;
+  Int32 helpStringId = 0;
+  Int32 diskLevel = 0;
+  UInt32 objectInfo = OBJECT_NONE;
+  std::vector<Int32> baseTypes;
+  NodeDataAllocator allocate;           // node types only
+  Description (*describe)() = nullptr;  // none: an empty description
+};
+
+template <class Data>
+NodeDataAllocator AllocatorOf() {
+  return [] { return std::make_unique<Data>(); };
+}
 
 // "#$" + number + name: the menu sorts by the number.
 std::string MakeSortName(Int32 sortNumber, std::string_view name);

@@ -6,7 +6,6 @@
 #include <limits>
 #include <new>
 
-#include "vellgrund/string_ids.h"
 #include "platform/debug_stop.h"
 #include "platform/file_output.h"
 #include "platform/host.h"
@@ -14,6 +13,7 @@
 #include "platform/memory.h"
 #include "platform/parallel.h"
 #include "vellgrund/blend.h"
+#include "vellgrund/string_ids.h"
 
 namespace VLGD {
 namespace {
@@ -54,7 +54,6 @@ Status ApplyRange(std::vector<Float>& mask, std::span<const Float> values, const
   });
 }
 
-
 }  // namespace
 
 BlendSettings ReadBlendSettings(const ParameterContainer& data) {
@@ -86,59 +85,9 @@ std::string FormatMemory(const platform::StringTable& strings, Int bytes) {
   return strings.Format(STRING_MEMORY, {text});
 }
 
-platform::Description BaseTerrainOperatorDescription() {
-  platform::Description description;
-  description.resourceName = "Obaseterrainoperator";
-  using platform::DescribeParameter;
-  const auto fraction = [](ParameterId id, const char* symbol, Float value) {
-    return DescribeParameter(id, symbol, ValueType::FLOAT, value).Limits(0.0, 1.0);
-  };
-  const auto height = [](ParameterId id, const char* symbol, Float value) {
-    return DescribeParameter(id, symbol, ValueType::FLOAT, value)
-        .Limits(-kMaxWorldDistance, kMaxWorldDistance, "units");
-  };
-  ParameterDescription version =
-      DescribeParameter(TERRAINOPERATOR_VERSION, "TERRAINOPERATOR_VERSION", ValueType::INT32, kTerrainOperatorVersion)
-          .Limits(0.0, std::numeric_limits<Int32>::max());
-  version.readOnly = true;
-  ParameterDescription exportButton =
-      DescribeParameter(TERRAINOPERATOR_EXPORT_CHANGEMAP, "TERRAINOPERATOR_EXPORT_CHANGEMAP", ValueType::NONE, Value{});
-  exportButton.kind = ParameterKind::BUTTON;
-  ParameterDescription status =
-      DescribeParameter(TERRAINOPERATOR_STATUS, "TERRAINOPERATOR_STATUS", ValueType::STRING, Value{});
-  status.readOnly = true;
-  description.parameters = {
-      fraction(TERRAINOPERATOR_STRENGTH, "TERRAINOPERATOR_STRENGTH", 1.0),
-      DescribeParameter(TERRAINOPERATOR_BLENDMODE, "TERRAINOPERATOR_BLENDMODE", ValueType::INT32, Int32{0})
-          .Choice("BLENDMODE", static_cast<Int32>(BLENDMODE::NORMAL), static_cast<Int32>(BLENDMODE::HARDLIGHT)),
-      // A multiplier of the operator's heights, as a height per unit of its output.
-      height(TERRAINOPERATOR_HEIGHTSCALE, "TERRAINOPERATOR_HEIGHTSCALE", 1.0),
-      height(TERRAINOPERATOR_OFFSET, "TERRAINOPERATOR_OFFSET", 0.0),
-      DescribeParameter(TERRAINOPERATOR_FACTOR, "TERRAINOPERATOR_FACTOR", ValueType::FLOAT, 1.0)
-          .Limits(-1000.0, 1000.0),
-      version,
-      exportButton,
-      status,
-      DescribeParameter(TERRAINOPERATOR_MASKING_FIELDS_LIST, "TERRAINOPERATOR_MASKING_FIELDS_LIST",
-                        ValueType::FIELDLIST, platform::FieldList{}),
-      DescribeParameter(TERRAINOPERATOR_MASKING_SLOPE_ENABLED, "TERRAINOPERATOR_MASKING_SLOPE_ENABLED", ValueType::BOOL,
-                        false),
-      // Slopes as a share of a right angle, 0 flat to 1 vertical; falloffs as a share of the range.
-      fraction(TERRAINOPERATOR_MASKING_SLOPE_LOW, "TERRAINOPERATOR_MASKING_SLOPE_LOW", 0.0),
-      fraction(TERRAINOPERATOR_MASKING_SLOPE_HIGH, "TERRAINOPERATOR_MASKING_SLOPE_HIGH", 1.0),
-      fraction(TERRAINOPERATOR_MASKING_SLOPE_LOWFALLOFF, "TERRAINOPERATOR_MASKING_SLOPE_LOWFALLOFF", 0.0),
-      fraction(TERRAINOPERATOR_MASKING_SLOPE_HIGHFALLOFF, "TERRAINOPERATOR_MASKING_SLOPE_HIGHFALLOFF", 0.0),
-      DescribeParameter(TERRAINOPERATOR_MASKING_HEIGHT_ENABLED, "TERRAINOPERATOR_MASKING_HEIGHT_ENABLED",
-                        ValueType::BOOL, false),
-      height(TERRAINOPERATOR_MASKING_HEIGHT_LOW, "TERRAINOPERATOR_MASKING_HEIGHT_LOW", 0.0),
-      height(TERRAINOPERATOR_MASKING_HEIGHT_HIGH, "TERRAINOPERATOR_MASKING_HEIGHT_HIGH", 100.0),
-      fraction(TERRAINOPERATOR_MASKING_HEIGHT_LOWFALLOFF, "TERRAINOPERATOR_MASKING_HEIGHT_LOWFALLOFF", 0.0),
-      fraction(TERRAINOPERATOR_MASKING_HEIGHT_HIGHFALLOFF, "TERRAINOPERATOR_MASKING_HEIGHT_HIGHFALLOFF", 0.0),
-  };
-  return description;
+Int BaseTerrainOperatorData::GetMemoryUsage() const {
+  return (changeMap_.Count() + result_.Count()) * 8 + 576;
 }
-
-Int BaseTerrainOperatorData::GetMemoryUsage() const { return (changeMap_.Count() + result_.Count()) * 8 + 576; }
 
 std::string BaseTerrainOperatorData::GetCustomOutputName(const platform::StringTable& strings, Int32 outputId) const {
   if (outputId == ID_CUSTOMOUTPUT_CHANGEMAP) return strings.Get(STRING_CHANGE_MAP);
@@ -208,7 +157,8 @@ bool BaseTerrainOperatorData::Message(Node& node, Int32 type, MessageData& data)
       if (changeMap_.IsEmpty()) return true;
       const std::string proposed =
           node.GetName() + "_" + GetCustomOutputName(host.GetStrings(), ID_CUSTOMOUTPUT_CHANGEMAP);
-      const auto path = host.GetUserInterface().SaveFileDialog(host.GetStrings().Get(STRING_EXPORT_TITLE), proposed, "tif");
+      const auto path =
+          host.GetUserInterface().SaveFileDialog(host.GetStrings().Get(STRING_EXPORT_TITLE), proposed, "tif");
       if (path.has_value() && !ExportCustomOutput(ID_CUSTOMOUTPUT_CHANGEMAP, *path))
         host.GetUserInterface().MessageDialog(host.GetStrings().Get(STRING_EXPORT_FAILED));
       return true;
@@ -283,9 +233,9 @@ Status BaseTerrainOperatorData::CombineIntoTerrain(Grid2D<Float>& terrain, Node&
     const Float stepZ = height > 1 ? context.sizeZ / static_cast<Float>(height - 1) : 0.0;
     for (Int y = 0; y < height; ++y)
       for (Int x = 0; x < width; ++x)
-        positions[static_cast<size_t>(y * width + x)] = platform::TransformPoint(
-            context.terrainMatrix, {static_cast<Float>(x) * stepX - context.sizeX * 0.5, 0.0,
-                                    context.sizeZ * 0.5 - static_cast<Float>(y) * stepZ});
+        positions[static_cast<size_t>(y * width + x)] =
+            platform::TransformPoint(context.terrainMatrix, {static_cast<Float>(x) * stepX - context.sizeX * 0.5, 0.0,
+                                                             context.sizeZ * 0.5 - static_cast<Float>(y) * stepZ});
     platform::ParallelOptions options;
     options.singleThreadBelow = platform::kSingleThreadBelowSamples;
     options.cancel = context.thread;
@@ -313,6 +263,70 @@ Status BaseTerrainOperatorData::CombineIntoTerrain(Grid2D<Float>& terrain, Node&
     }
   }
   return Combine(terrain, result_, mask_, settings);
+}
+
+namespace {
+
+platform::Description BaseTerrainOperatorDescription() {
+  platform::Description description;
+  description.resourceName = "Obaseterrainoperator";
+  using platform::DescribeParameter;
+  const auto fraction = [](ParameterId id, const char* symbol, Float value) {
+    return DescribeParameter(id, symbol, ValueType::FLOAT, value).Limits(0.0, 1.0);
+  };
+  const auto height = [](ParameterId id, const char* symbol, Float value) {
+    return DescribeParameter(id, symbol, ValueType::FLOAT, value)
+        .Limits(-kMaxWorldDistance, kMaxWorldDistance, "units");
+  };
+  ParameterDescription version =
+      DescribeParameter(TERRAINOPERATOR_VERSION, "TERRAINOPERATOR_VERSION", ValueType::INT32, kTerrainOperatorVersion)
+          .Limits(0.0, std::numeric_limits<Int32>::max());
+  version.readOnly = true;
+  ParameterDescription exportButton =
+      DescribeParameter(TERRAINOPERATOR_EXPORT_CHANGEMAP, "TERRAINOPERATOR_EXPORT_CHANGEMAP", ValueType::NONE, Value{});
+  exportButton.kind = ParameterKind::BUTTON;
+  ParameterDescription status =
+      DescribeParameter(TERRAINOPERATOR_STATUS, "TERRAINOPERATOR_STATUS", ValueType::STRING, Value{});
+  status.readOnly = true;
+  description.parameters = {
+      fraction(TERRAINOPERATOR_STRENGTH, "TERRAINOPERATOR_STRENGTH", 1.0),
+      DescribeParameter(TERRAINOPERATOR_BLENDMODE, "TERRAINOPERATOR_BLENDMODE", ValueType::INT32, Int32{0})
+          .Choice("BLENDMODE", static_cast<Int32>(BLENDMODE::NORMAL), static_cast<Int32>(BLENDMODE::HARDLIGHT)),
+      // A multiplier of the operator's heights, as a height per unit of its output.
+      height(TERRAINOPERATOR_HEIGHTSCALE, "TERRAINOPERATOR_HEIGHTSCALE", 1.0),
+      height(TERRAINOPERATOR_OFFSET, "TERRAINOPERATOR_OFFSET", 0.0),
+      DescribeParameter(TERRAINOPERATOR_FACTOR, "TERRAINOPERATOR_FACTOR", ValueType::FLOAT, 1.0)
+          .Limits(-1000.0, 1000.0),
+      version,
+      exportButton,
+      status,
+      DescribeParameter(TERRAINOPERATOR_MASKING_FIELDS_LIST, "TERRAINOPERATOR_MASKING_FIELDS_LIST",
+                        ValueType::FIELDLIST, platform::FieldList{}),
+      DescribeParameter(TERRAINOPERATOR_MASKING_SLOPE_ENABLED, "TERRAINOPERATOR_MASKING_SLOPE_ENABLED", ValueType::BOOL,
+                        false),
+      // Slopes as a share of a right angle, 0 flat to 1 vertical; falloffs as a share of the range.
+      fraction(TERRAINOPERATOR_MASKING_SLOPE_LOW, "TERRAINOPERATOR_MASKING_SLOPE_LOW", 0.0),
+      fraction(TERRAINOPERATOR_MASKING_SLOPE_HIGH, "TERRAINOPERATOR_MASKING_SLOPE_HIGH", 1.0),
+      fraction(TERRAINOPERATOR_MASKING_SLOPE_LOWFALLOFF, "TERRAINOPERATOR_MASKING_SLOPE_LOWFALLOFF", 0.0),
+      fraction(TERRAINOPERATOR_MASKING_SLOPE_HIGHFALLOFF, "TERRAINOPERATOR_MASKING_SLOPE_HIGHFALLOFF", 0.0),
+      DescribeParameter(TERRAINOPERATOR_MASKING_HEIGHT_ENABLED, "TERRAINOPERATOR_MASKING_HEIGHT_ENABLED",
+                        ValueType::BOOL, false),
+      height(TERRAINOPERATOR_MASKING_HEIGHT_LOW, "TERRAINOPERATOR_MASKING_HEIGHT_LOW", 0.0),
+      height(TERRAINOPERATOR_MASKING_HEIGHT_HIGH, "TERRAINOPERATOR_MASKING_HEIGHT_HIGH", 100.0),
+      fraction(TERRAINOPERATOR_MASKING_HEIGHT_LOWFALLOFF, "TERRAINOPERATOR_MASKING_HEIGHT_LOWFALLOFF", 0.0),
+      fraction(TERRAINOPERATOR_MASKING_HEIGHT_HIGHFALLOFF, "TERRAINOPERATOR_MASKING_HEIGHT_HIGHFALLOFF", 0.0),
+  };
+  return description;
+}
+
+}  // namespace
+
+const platform::TypeDescriptor& BaseTerrainOperatorType() {
+  static const platform::TypeDescriptor type{.kind = platform::PluginKind::DESCRIPTION,
+                                             .id = ID_BASETERRAINOPERATOR,
+                                             .resourceName = "Obaseterrainoperator",
+                                             .describe = BaseTerrainOperatorDescription};
+  return type;
 }
 
 }  // namespace VLGD

@@ -27,8 +27,8 @@ using platform::Value;
 // What an operator is and what makes it dirty. Stored in documents by value.
 enum class TERRAINOPERATORFLAGS : UInt32 {
   NONE = 0,
-  TYPE_FILTER = 1,      // transforms the incoming terrain; publishes its change map
-  TYPE_GENERATOR = 2,   // creates heights of its own
+  TYPE_FILTER = 1,     // transforms the incoming terrain; publishes its change map
+  TYPE_GENERATOR = 2,  // creates heights of its own
   DIRTY_MATRIX_OPERATOR = 4,
   DIRTY_MATRIX_TERRAIN = 8,
   DIRTY_MATRIX_PARENTHIERARCHY = 16,
@@ -41,7 +41,9 @@ constexpr TERRAINOPERATORFLAGS operator|(TERRAINOPERATORFLAGS a, TERRAINOPERATOR
 constexpr TERRAINOPERATORFLAGS operator&(TERRAINOPERATORFLAGS a, TERRAINOPERATORFLAGS b) {
   return static_cast<TERRAINOPERATORFLAGS>(static_cast<UInt32>(a) & static_cast<UInt32>(b));
 }
-constexpr bool HasFlag(TERRAINOPERATORFLAGS flags, TERRAINOPERATORFLAGS flag) { return (flags & flag) == flag; }
+constexpr bool HasFlag(TERRAINOPERATORFLAGS flags, TERRAINOPERATORFLAGS flag) {
+  return (flags & flag) == flag;
+}
 
 // Whether an operator's result was computed in this evaluation or reused.
 enum class EVALUATIONRESULT : UInt32 {
@@ -56,26 +58,10 @@ enum class OPERATORDIRTY : UInt32 {
   REBUILD = 2,     // the result must be computed again
 };
 
-// Plug-in IDs shared by several units.
+// Plug-in IDs of the engine's own concepts; each node type keeps its ID beside its unit.
 enum PluginId : Int32 {
-  ID_TERRAINOBJECT = 1054563,
   ID_BASETERRAINOPERATOR = 1054564,  // the type every operator is an instance of
-  ID_NOISEOPERATOR = 1054566,
-  ID_ADJUSTMENTOPERATOR = 1054574,
-  ID_GROUPOPERATOR = 1054581,
-  ID_CURVEOPERATOR = 1054582,
-  ID_CLAMPOPERATOR = 1054609,
-  ID_BLUROPERATOR = 1054618,
-  ID_GRADIENTOPERATOR = 1054623,
-  ID_MIRROROPERATOR = 1054640,
-  ID_TERRAINOPERATORSHADER = 1054655,  // also the message that tells materials a result changed
-  ID_EROSIONOPERATOR = 1054690,
-  ID_PREFERENCES = 1055624,            // preference container; also the preference-changed message
-  ID_FOLDOPERATOR = 1055664,
-  ID_SHARPENOPERATOR = 1056139,
-  ID_TERRAINHUD = 1056379,
   ID_CUSTOMOUTPUT_CHANGEMAP = 1056542,
-  ID_QUANTIZEOPERATOR = 1056548,
 };
 
 // Parameters every operator has.
@@ -84,8 +70,8 @@ enum TerrainOperatorParameter : ParameterId {
   TERRAINOPERATOR_BLENDMODE = 1002,
   TERRAINOPERATOR_HEIGHTSCALE = 1003,  // scale of the additive modes, a height amount
   TERRAINOPERATOR_OFFSET = 1004,
-  TERRAINOPERATOR_FACTOR = 1005,       // scale of the factor modes
-  TERRAINOPERATOR_VERSION = 1090,      // the operator format the values were written in
+  TERRAINOPERATOR_FACTOR = 1005,   // scale of the factor modes
+  TERRAINOPERATOR_VERSION = 1090,  // the operator format the values were written in
   TERRAINOPERATOR_EXPORT_CHANGEMAP = 1091,
   TERRAINOPERATOR_STATUS = 1092,
   TERRAINOPERATOR_MASKING_FIELDS_LIST = 3001,
@@ -192,8 +178,7 @@ class BaseTerrainOperatorData : public platform::ObjectData {
   }
   // Writes result from the incoming grid (the terrain made by the operators before).
   virtual Status Compute(const Grid2D<Float>& incoming, Node& op, Document& doc, const EvaluationContext& context) = 0;
-  virtual Status CombineIntoTerrain(Grid2D<Float>& terrain, Node& op, Document& doc,
-                                    const EvaluationContext& context);
+  virtual Status CombineIntoTerrain(Grid2D<Float>& terrain, Node& op, Document& doc, const EvaluationContext& context);
   // True forces a rebuild in the dirty check.
   virtual bool NeedsRebuild(Node& op, Document& doc, const EvaluationContext& context) {
     (void)op;
@@ -245,6 +230,7 @@ class BaseTerrainOperatorData : public platform::ObjectData {
 };
 
 // The description every operator's description includes.
-platform::Description BaseTerrainOperatorDescription();
+// The parameters every operator includes.
+const platform::TypeDescriptor& BaseTerrainOperatorType();
 
 }  // namespace VLGD

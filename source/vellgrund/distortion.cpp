@@ -27,6 +27,18 @@ void AppendGeneratorParameters(std::vector<ParameterId>& ids, ParameterId first,
   ids.insert(ids.end(), std::begin(kTerrainDistortionParameters), std::end(kTerrainDistortionParameters));
 }
 
+bool IsDistortionParameterEnabled(const ParameterContainer& data, ParameterId id) {
+  if (id <= TERRAINDISTORTION_ENABLED || id > TERRAINDISTORTION_OFFSET) return true;
+  return data.GetBool(TERRAINDISTORTION_ENABLED);
+}
+
+platform::Matrix SamplingFrame(const Node& op, const EvaluationContext& context, bool includeTerrainMatrix) {
+  const platform::Matrix operatorSpace = platform::Inverse(context.parentHierarchyMatrix * op.GetMl());
+  return includeTerrainMatrix ? operatorSpace * context.terrainMatrix : operatorSpace;
+}
+
+namespace {
+
 platform::Description TerrainDistortionDescription() {
   constexpr Float kTurn = 2.0 * std::numbers::pi;
   return {
@@ -48,14 +60,14 @@ platform::Description TerrainDistortionDescription() {
       }};
 }
 
-bool IsDistortionParameterEnabled(const ParameterContainer& data, ParameterId id) {
-  if (id <= TERRAINDISTORTION_ENABLED || id > TERRAINDISTORTION_OFFSET) return true;
-  return data.GetBool(TERRAINDISTORTION_ENABLED);
-}
+}  // namespace
 
-platform::Matrix SamplingFrame(const Node& op, const EvaluationContext& context, bool includeTerrainMatrix) {
-  const platform::Matrix operatorSpace = platform::Inverse(context.parentHierarchyMatrix * op.GetMl());
-  return includeTerrainMatrix ? operatorSpace * context.terrainMatrix : operatorSpace;
+const platform::TypeDescriptor& TerrainDistortionType() {
+  static const platform::TypeDescriptor type{.kind = platform::PluginKind::DESCRIPTION,
+                                             .id = 1055057,
+                                             .resourceName = "DterrainDistortion",
+                                             .describe = TerrainDistortionDescription};
+  return type;
 }
 
 }  // namespace VLGD

@@ -3,6 +3,7 @@
 #include "platform/description.h"
 #include "platform/matrix.h"
 #include "platform/noise.h"
+#include "platform/registry.h"
 #include "vellgrund/baseterrainoperator.h"
 
 namespace VLGD {
@@ -20,7 +21,7 @@ enum TerrainDistortionParameter : ParameterId {
 };
 
 inline constexpr ParameterId kTerrainDistortionParameters[] = {
-    TERRAINDISTORTION_ENABLED, TERRAINDISTORTION_AMOUNT, TERRAINDISTORTION_SCALE,  TERRAINDISTORTION_ANGLE,
+    TERRAINDISTORTION_ENABLED, TERRAINDISTORTION_AMOUNT,        TERRAINDISTORTION_SCALE, TERRAINDISTORTION_ANGLE,
     TERRAINDISTORTION_2005,    TERRAINDISTORTION_BEFORE_MATRIX, TERRAINDISTORTION_OFFSET};
 
 // The settings read once per evaluation.
@@ -44,8 +45,8 @@ struct TerrainDistortion {
     const Float w1 = platform::ScalarNoise(
         Vector(frequency * x + offset.x, frequency * point.y + offset.y, frequency * point.z + offset.z), 0.0);
     point.x += (w1 * amount - half) * sinAngle;
-    const Float w2 =
-        platform::ScalarNoise(Vector(frequency * x + offset.x, 2.0 * offset.y + 10.0, frequency * point.z + offset.z), 0.0);
+    const Float w2 = platform::ScalarNoise(
+        Vector(frequency * x + offset.x, 2.0 * offset.y + 10.0, frequency * point.z + offset.z), 0.0);
     point.z += (w2 * amount - half) * cosAngle;
   }
 };
@@ -55,7 +56,8 @@ struct TerrainDistortion {
 void AppendGeneratorParameters(std::vector<ParameterId>& ids, ParameterId first, ParameterId last);
 
 // The description block of the distortion parameters.
-platform::Description TerrainDistortionDescription();
+// The distortion block that generators include.
+const platform::TypeDescriptor& TerrainDistortionType();
 
 // Enabling of the distortion parameters: everything but the switch follows the switch.
 // True for IDs that are not distortion parameters.

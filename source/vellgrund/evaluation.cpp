@@ -4,8 +4,8 @@
 #include <limits>
 #include <new>
 
-#include "vellgrund/string_ids.h"
 #include "platform/host.h"
+#include "vellgrund/string_ids.h"
 
 namespace VLGD {
 namespace {
@@ -36,8 +36,7 @@ class StatusText {
 Status EvaluationQueue::Build(Node* parentObject, platform::BuildPurpose purpose) {
   items_.clear();
   status_ = STATUS::UNKNOWN;
-  if (parentObject == nullptr ||
-      (parentObject->GetType() != ID_TERRAINOBJECT && parentObject->GetType() != ID_GROUPOPERATOR))
+  if (parentObject == nullptr || (parentObject->GetTypeInfo().objectInfo & platform::OBJECT_OPERATOR_STACK) == 0)
     return platform::IllegalArgumentError("parentObject must be a valid pointer to a TerrainObject or GroupOperator!");
   for (Node* child = parentObject->GetDown(); child != nullptr; child = child->GetNext()) {
     if (!child->IsInstanceOf(ID_BASETERRAINOPERATOR) || !child->IsActiveFor(purpose)) continue;
@@ -93,8 +92,7 @@ OPERATORDIRTY EvaluationQueue::GetDirtyState(BaseTerrainOperatorData& op, Node& 
   if (HasFlag(flags, TERRAINOPERATORFLAGS::DIRTY_MATRIX_PARENTHIERARCHY) &&
       current.parentHierarchyMatrixHash != last.parentHierarchyMatrixHash)
     rebuild = true;
-  if (HasFlag(flags, TERRAINOPERATORFLAGS::DIRTY_MATRIX_TERRAIN) &&
-      current.terrainMatrixHash != last.terrainMatrixHash)
+  if (HasFlag(flags, TERRAINOPERATORFLAGS::DIRTY_MATRIX_TERRAIN) && current.terrainMatrixHash != last.terrainMatrixHash)
     rebuild = true;
 
   bool fieldsChanged = false;

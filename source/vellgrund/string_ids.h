@@ -15,9 +15,9 @@ enum StringId : platform::Int32 {
   STRING_EXPORT_RAW = 10030,         // the file-name ending of a raw export
   STRING_EXPORT_NORMALIZED = 10031,  // ... and of a normalised one
   STRING_EXPORT_FAILED = 10033,
-  STRING_EVALUATING = 10071,         // "Evaluating #..."
+  STRING_EVALUATING = 10071,  // "Evaluating #..."
   STRING_CHANGE_MAP = 10073,
-  STRING_BUILDING_MESH = 10084,      // "Building the mesh of #..."
+  STRING_BUILDING_MESH = 10084,  // "Building the mesh of #..."
 };
 
 }  // namespace VLGD
