@@ -9,6 +9,9 @@
 #include "object/operator_mirror.h"
 #include "object/operator_quantize.h"
 
+#include <utility>
+#include <vector>
+
 namespace {
 
 using namespace platform;
@@ -30,53 +33,41 @@ void RunFilter(benchmark::State& state, OperatorBench& bench) {
   state.counters["threads"] = static_cast<double>(state.range(1));
 }
 
-enum Filter : int { ADJUST, CLAMP_FIT, CLAMP_HARD, CURVE, FOLD, MIRROR, QUANTIZE };
+struct PointFilter {
+  platform::Int32 type;
+  const char* label;
+  std::vector<std::pair<ParameterId, Value>> settings;
+};
+
+const std::vector<PointFilter>& PointFilters() {
+  static const std::vector<PointFilter> filters = {
+      {VLGD::ID_ADJUSTMENTOPERATOR,
+       "adjustment, relative",
+       {{VLGD::ADJUSTMENTOPERATOR_RELATIVE, true},
+        {VLGD::ADJUSTMENTOPERATOR_SCALE, 1.5},
+        {VLGD::ADJUSTMENTOPERATOR_OFFSET_RELATIVE, 0.1}}},
+      {VLGD::ID_CLAMPOPERATOR, "clamp, fitting", {{VLGD::CLAMPOPERATOR_HARDCLAMP, false}}},
+      {VLGD::ID_CLAMPOPERATOR, "clamp, hard", {{VLGD::CLAMPOPERATOR_HARDCLAMP, true}}},
+      {VLGD::ID_CURVEOPERATOR, "curve, default preset", {}},
+      {VLGD::ID_FOLDOPERATOR, "fold, no noise", {}},
+      {VLGD::ID_MIRROROPERATOR,
+       "mirror, both axes and height",
+       {{VLGD::MIRROROPERATOR_X, true}, {VLGD::MIRROROPERATOR_Y, true}, {VLGD::MIRROROPERATOR_HEIGHT, true}}},
+      {VLGD::ID_QUANTIZEOPERATOR, "quantize, 8 steps", {}},
+  };
+  return filters;
+}
 
 void BM_PointFilter(benchmark::State& state) {
-  switch (static_cast<Filter>(state.range(0))) {
-    case ADJUST: {
-      OperatorBench bench(VLGD::ID_ADJUSTMENTOPERATOR, kSide);
-      bench.Set(VLGD::ADJUSTMENTOPERATOR_RELATIVE, true);
-      bench.Set(VLGD::ADJUSTMENTOPERATOR_SCALE, 1.5);
-      bench.Set(VLGD::ADJUSTMENTOPERATOR_OFFSET_RELATIVE, 0.1);
-      state.SetLabel("adjustment, relative");
-      return RunFilter(state, bench);
-    }
-    case CLAMP_FIT:
-    case CLAMP_HARD: {
-      OperatorBench bench(VLGD::ID_CLAMPOPERATOR, kSide);
-      const bool hard = state.range(0) == CLAMP_HARD;
-      bench.Set(VLGD::CLAMPOPERATOR_HARDCLAMP, hard);
-      state.SetLabel(hard ? "clamp, hard" : "clamp, fitting");
-      return RunFilter(state, bench);
-    }
-    case CURVE: {
-      OperatorBench bench(VLGD::ID_CURVEOPERATOR, kSide);
-      state.SetLabel("curve, default preset");
-      return RunFilter(state, bench);
-    }
-    case FOLD: {
-      OperatorBench bench(VLGD::ID_FOLDOPERATOR, kSide);
-      state.SetLabel("fold, no noise");
-      return RunFilter(state, bench);
-    }
-    case MIRROR: {
-      OperatorBench bench(VLGD::ID_MIRROROPERATOR, kSide);
-      bench.Set(VLGD::MIRROROPERATOR_X, true);
-      bench.Set(VLGD::MIRROROPERATOR_Y, true);
-      bench.Set(VLGD::MIRROROPERATOR_HEIGHT, true);
-      state.SetLabel("mirror, both axes and height");
-      return RunFilter(state, bench);
-    }
-    case QUANTIZE: {
-      OperatorBench bench(VLGD::ID_QUANTIZEOPERATOR, kSide);
-      state.SetLabel("quantize, 8 steps");
-      return RunFilter(state, bench);
-    }
-  }
+  const PointFilter& filter = PointFilters().at(static_cast<std::size_t>(state.range(0)));
+  OperatorBench bench(filter.type, kSide);
+  for (const auto& [id, value] : filter.settings) bench.Set(id, value);
+  state.SetLabel(filter.label);
+  RunFilter(state, bench);
 }
 BENCHMARK(BM_PointFilter)
-    ->ArgsProduct({{ADJUST, CLAMP_FIT, CLAMP_HARD, CURVE, FOLD, MIRROR, QUANTIZE}, {1, MaxThreads()}})
+    ->ArgsProduct({benchmark::CreateDenseRange(0, static_cast<int64_t>(PointFilters().size()) - 1, 1),
+                   {1, MaxThreads()}})
     ->Unit(benchmark::kMillisecond)
     ->UseManualTime();
 

@@ -1,5 +1,8 @@
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
+#include <string>
+
 #include "operator_bench.h"
 #include "object/operator_gradient.h"
 #include "object/operator_noise.h"
@@ -52,5 +55,23 @@ BENCHMARK(BM_GradientOperator)
     ->ArgsProduct({{1, 2, 3, 4}, {1}})
     ->Unit(benchmark::kMillisecond)
     ->UseRealTime();
+
+// Every registered operator at its defaults on a 1000 x 1000 terrain, one thread and all:
+// a new type is measured the day it is registered.
+void EveryOperatorArguments(benchmark::internal::Benchmark* benchmark) {
+  const auto types = VLGD::RegisteredTypes();
+  for (std::size_t i = 0; i < types.size(); ++i) {
+    const auto& bases = types[i]->baseTypes;
+    if (std::find(bases.begin(), bases.end(), VLGD::ID_BASETERRAINOPERATOR) == bases.end()) continue;
+    for (const int threads : {1, MaxThreads()}) benchmark->Args({static_cast<Int>(i), threads});
+  }
+}
+void BM_EveryOperatorAtDefaults(benchmark::State& state) {
+  const platform::TypeDescriptor& type = *VLGD::RegisteredTypes()[static_cast<std::size_t>(state.range(0))];
+  OperatorBench bench(type.id, kSide);
+  state.SetLabel(std::string(type.resourceName));
+  bench.Run(state);
+}
+BENCHMARK(BM_EveryOperatorAtDefaults)->Apply(EveryOperatorArguments)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 }  // namespace

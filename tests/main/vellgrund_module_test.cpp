@@ -8,6 +8,8 @@
 #include <variant>
 #include <vector>
 
+#include "common/vlgd_icons.h"
+#include "platform/image.h"
 #include "support/temp_dir.h"
 
 namespace {
@@ -19,9 +21,31 @@ TEST(ModuleTest, RegistersTheMenuInOrderAndNeedsBothIconSheets) {
   CollectingConsole console;
   host.SetConsole(console);
   ASSERT_TRUE(VLGD::StartModule(host));
-  std::string menu;
-  for (const PluginInfo* info : host.GetRegistry().MenuOrder()) menu += info->registeredName + " ";
-  EXPECT_EQ(menu, "#$10Terrain #$20-- #$21Noise #$24Gradient #$25Group #$30-- #$31Adjustment #$32Curve #$33Clamp #$34Blur #$35Sharpen #$36Mirror #$37Fold #$38Erosion #$38Quantize #$40-- #$50-- ");
+  // The menu is the descriptors with a sort number, by that number, ties in registration
+  // order; each entry names its type by its string, and every type has its text and an icon
+  // cell inside its sheet.
+  const Result<Image> sheet = ReadImage(ResourceFolder() / VLGD::kMainIconSheet);
+  ASSERT_TRUE(sheet);
+  std::vector<const TypeDescriptor*> inMenu;
+  for (const TypeDescriptor* type : VLGD::RegisteredTypes()) {
+    if (!type->sort) continue;
+    inMenu.push_back(type);
+    if (type->kind != PluginKind::OBJECT) continue;
+    EXPECT_TRUE(host.GetStrings().Contains(type->nameStringId)) << type->resourceName;
+    ASSERT_TRUE(type->icon) << type->resourceName;
+    EXPECT_EQ(type->icon->x % 64 + type->icon->y % 64, 0) << type->resourceName;
+    EXPECT_LE(type->icon->x + 64, sheet->Width()) << type->resourceName;
+    EXPECT_LE(type->icon->y + 64, sheet->Height()) << type->resourceName;
+  }
+  std::stable_sort(inMenu.begin(), inMenu.end(), [](auto* a, auto* b) { return *a->sort < *b->sort; });
+  const std::vector<const PluginInfo*> menu = host.GetRegistry().MenuOrder();
+  ASSERT_EQ(menu.size(), inMenu.size());
+  for (std::size_t i = 0; i < menu.size(); ++i) {
+    EXPECT_EQ(menu[i]->id, inMenu[i]->id);
+    const std::string name =
+        inMenu[i]->kind == PluginKind::SEPARATOR ? "--" : host.GetStrings().Get(inMenu[i]->nameStringId);
+    EXPECT_EQ(menu[i]->registeredName, "#$" + std::to_string(*inMenu[i]->sort) + name);
+  }
   EXPECT_EQ(console.Lines().at(1), "Procedural terrain for artists and technical directors.");
   EXPECT_EQ(host.GetRegistry().Find(1054563)->diskLevel, 1);
   EXPECT_EQ(host.GetRegistry().FindIcon(1056652)->x, 256);
