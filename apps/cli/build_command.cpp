@@ -36,22 +36,28 @@ class PrefixedStandardError final : public platform::ConsoleSink {
   }
 };
 
-void Note(const std::string& text) { std::fprintf(stderr, "vellgrund: note: %s\n", text.c_str()); }
+void Note(const std::string& text) {
+  std::fprintf(stderr, "vellgrund: note: %s\n", text.c_str());
+}
 
-std::string NameOf(const platform::Node& node) { return QuotedName(node.GetName()); }
+std::string NameOf(const platform::Node& node) {
+  return QuotedName(node.GetName());
+}
 
 // The scene's text: from a file, from standard input ("-"), or the default scene. Reading
 // is bounded, so a huge or endless input is refused instead of filling the memory.
 platform::Result<std::string> ReadSceneText(const std::filesystem::path& scene) {
   if (scene.empty()) return std::string(kDefaultScene);
   const bool standardInput = scene == "-";
-  const std::string what = standardInput ? std::string("The scene on standard input") : "The scene file " + Quoted(scene);
+  const std::string what =
+      standardInput ? std::string("The scene on standard input") : "The scene file " + Quoted(scene);
   std::FILE* file = stdin;
   if (!standardInput) {
-    struct stat info{};
+    struct stat info {};
     if (::stat(scene.c_str(), &info) != 0) {
       if (errno == ENOENT) return platform::IllegalArgumentError(what + " does not exist!");
-      return platform::IllegalArgumentError("Could not read the scene file " + Quoted(scene) + ": " + std::strerror(errno));
+      return platform::IllegalArgumentError("Could not read the scene file " + Quoted(scene) + ": " +
+                                            std::strerror(errno));
     }
     if (S_ISDIR(info.st_mode))
       return platform::IllegalArgumentError(what + " is a folder; give the path of a .json scene file!");
@@ -60,7 +66,8 @@ platform::Result<std::string> ReadSceneText(const std::filesystem::path& scene) 
                                             "; scene files may be at most " + ByteSize(platform::kMaxSceneBytes) + "!");
     file = std::fopen(scene.c_str(), "rb");
     if (file == nullptr)
-      return platform::IllegalArgumentError("Could not read the scene file " + Quoted(scene) + ": " + std::strerror(errno));
+      return platform::IllegalArgumentError("Could not read the scene file " + Quoted(scene) + ": " +
+                                            std::strerror(errno));
   }
   std::string text;
   char block[65536];
@@ -83,9 +90,11 @@ platform::Result<std::string> ReadSceneText(const std::filesystem::path& scene) 
 }
 
 platform::Result<std::unique_ptr<platform::Document>> LoadDocument(platform::Host& host,
-                                                                  const std::filesystem::path& scene) {
+                                                                   const std::filesystem::path& scene) {
   VLGD_ASSIGN_OR_RETURN(const std::string text, ReadSceneText(scene));
-  const std::string source = scene.empty() ? std::string("default scene") : scene == "-" ? std::string("standard input") : scene.string();
+  const std::string source = scene.empty()  ? std::string("default scene")
+                             : scene == "-" ? std::string("standard input")
+                                            : scene.string();
   return platform::LoadScene(host, text, Excerpt(source, 200));
 }
 
@@ -111,9 +120,10 @@ Status CheckOptions(const BuildOptions& options) {
     return platform::IllegalArgumentError("--lod must be a number above 0, not " + std::to_string(options.lod) + "!");
   VLGD_RETURN_IF_ERROR(CheckOutputFolder(options.outputDirectory));
   if (!options.heightmap.empty())
-    VLGD_RETURN_IF_ERROR(CheckOutputFile(options.heightmap, "--heightmap", {".tif", ".tiff", ".exr", ".png"},
-                                         options.outputDirectory));
-  if (!options.heights.empty()) VLGD_RETURN_IF_ERROR(CheckOutputFile(options.heights, "--heights", {".npy"}, options.outputDirectory));
+    VLGD_RETURN_IF_ERROR(
+        CheckOutputFile(options.heightmap, "--heightmap", {".tif", ".tiff", ".exr", ".png"}, options.outputDirectory));
+  if (!options.heights.empty())
+    VLGD_RETURN_IF_ERROR(CheckOutputFile(options.heights, "--heights", {".npy"}, options.outputDirectory));
   return platform::Ok();
 }
 
@@ -129,8 +139,8 @@ platform::Result<std::vector<TerrainFiles>> PlanFiles(platform::Document& doc, c
     if (!node->IsActiveFor(purpose)) {
       if (notes)
         Note("skipping the terrain " + NameOf(*node) + ": it is " +
-             (node->IsEnabled() ? std::string("hidden in ") + (purpose == platform::BuildPurpose::RENDER ? "render" : "editor") +
-                                      " builds"
+             (node->IsEnabled() ? std::string("hidden in ") +
+                                      (purpose == platform::BuildPurpose::RENDER ? "render" : "editor") + " builds"
                                 : std::string("disabled")) +
              ".");
       continue;
@@ -152,7 +162,8 @@ platform::Result<std::vector<TerrainFiles>> PlanFiles(platform::Document& doc, c
                                             " would both be written as " + Quoted(stem + ".glb") +
                                             "; give them different names!");
     const platform::ParameterContainer& data = terrain->GetData();
-    for (const auto& [id, axis] : {std::pair{VLGD::TERRAINOBJECT_RESOLUTION_X, "X"}, std::pair{VLGD::TERRAINOBJECT_RESOLUTION_Z, "Z"}}) {
+    for (const auto& [id, axis] :
+         {std::pair{VLGD::TERRAINOBJECT_RESOLUTION_X, "X"}, std::pair{VLGD::TERRAINOBJECT_RESOLUTION_Z, "Z"}}) {
       const platform::Int32 resolution = data.GetInt32(id);
       if (resolution >= 1 && static_cast<platform::Float>(resolution) * options.lod < 1.0) {
         char text[256];
@@ -192,15 +203,16 @@ Status WriteHeightMap(const TerrainFiles& files, const std::filesystem::path& te
   const bool mapped = normalized || png;
   if (png && !normalized)
     Note(Quoted(files.heightmap) + " holds the heights " + HeightText(grid.Minimum(), false) + " .. " +
-         HeightText(grid.Maximum(), false) + " mapped to 0 .. 65535 (a PNG cannot hold raw heights; the range is in its metadata).");
+         HeightText(grid.Maximum(), false) +
+         " mapped to 0 .. 65535 (a PNG cannot hold raw heights; the range is in its metadata).");
   VLGD_ASSIGN_OR_RETURN(platform::Image image, data.HeightImage(mapped));
   std::vector<platform::ImageAttribute> attributes;
   if (mapped) {
     attributes.push_back({"Vellgrund:HeightMinimum", HeightText(grid.Minimum())});
     attributes.push_back({"Vellgrund:HeightMaximum", HeightText(grid.Maximum())});
   }
-  return platform::WriteImage(image, temporary, png ? platform::PixelType::UInt16 : platform::PixelType::Float32, control,
-                              attributes);
+  return platform::WriteImage(image, temporary, png ? platform::PixelType::UInt16 : platform::PixelType::Float32,
+                              control, attributes);
 }
 
 // The first sample that a mesh file cannot hold (not a finite single-precision number), or -1.
@@ -220,13 +232,12 @@ Status CheckHeights(const platform::Node& terrain) {
   if (FirstUnwritableHeight(grid) < 0) return platform::Ok();
   std::string culprit;
   platform::Int at = -1;
-  for (const VLGD::EvaluationQueue::Item& item : data.GetQueue().Items()) {
-    at = FirstUnwritableHeight(item.operatorData->GetResult());
+  for (const VLGD::TerrainObject::OperatorReport& step : data.LastBuildReport()) {
+    at = FirstUnwritableHeight(*step.result);
     if (at < 0) continue;
-    culprit = " The first operator whose own result holds one is " + NameOf(*item.object) + " (column " +
-              std::to_string(at % item.operatorData->GetResult().Width()) + ", row " +
-              std::to_string(at / item.operatorData->GetResult().Width()) + "); check its parameters and the scales "
-              "of the operators above it.";
+    culprit = " The first operator whose own result holds one is " + NameOf(*step.object) + " (column " +
+              std::to_string(at % step.result->Width()) + ", row " + std::to_string(at / step.result->Width()) +
+              "); check its parameters and the scales of the operators above it.";
     break;
   }
   return platform::IllegalArgumentError("The terrain " + NameOf(terrain) +
@@ -263,11 +274,11 @@ Status WriteFiles(const std::vector<TerrainFiles>& plan, const BuildOptions& opt
       }));
     }
     if (!files.heightmap.empty())
-      VLGD_RETURN_IF_ERROR(write(files.heightmap, [&](const auto& path) {
-        return WriteHeightMap(files, path, options.normalized, control);
-      }));
+      VLGD_RETURN_IF_ERROR(write(
+          files.heightmap, [&](const auto& path) { return WriteHeightMap(files, path, options.normalized, control); }));
     for (const std::filesystem::path& target : files.meshes)
-      VLGD_RETURN_IF_ERROR(write(target, [&](const auto& path) { return platform::WriteGeometry(*mesh, path, control); }));
+      VLGD_RETURN_IF_ERROR(
+          write(target, [&](const auto& path) { return platform::WriteGeometry(*mesh, path, control); }));
   }
   if (cancel.IsCancelled()) return platform::CancelledError("Build cancelled!");
   progress.ClearStatus();
@@ -275,46 +286,34 @@ Status WriteFiles(const std::vector<TerrainFiles>& plan, const BuildOptions& opt
 }
 
 void PrintStats(platform::Node& terrain) {
-  const auto& queue = terrain.GetNodeData<VLGD::TerrainObject>()->GetQueue();
   std::printf("%s\n", terrain.GetName().c_str());
-  for (const auto& item : queue.Items()) {
-    std::printf("  %-24s %-7s %9.2f ms %12lld bytes\n", item.object->GetName().c_str(),
-                item.result == VLGD::EVALUATIONRESULT::REBUILT ? "REBUILT" : "CACHED", item.seconds * 1000.0,
-                static_cast<long long>(item.operatorData->GetMemoryUsage()));
-  }
+  for (const VLGD::TerrainObject::OperatorReport& step : terrain.GetNodeData<VLGD::TerrainObject>()->LastBuildReport())
+    std::printf("  %-24s %-7s %9.2f ms %12lld bytes\n", step.object->GetName().c_str(),
+                step.rebuilt ? "REBUILT" : "CACHED", step.seconds * 1000.0, static_cast<long long>(step.memoryBytes));
 }
 
 }  // namespace
 
 Status StartHost(platform::Host& host, platform::CollectingConsole& console) {
+  // The console (the banner, build errors) is for editors, and errors reach the user once
+  // through the caller's report; warnings (a clamped value, a broken preference file) are
+  // for everyone.
+  static PrefixedStandardError warnings;
   host.SetConsole(console);
-  VLGD_RETURN_IF_ERROR(VLGD::StartModule(host, platform::ResourceFolder(), VLGD::IconUse::CHECK_ONLY));
-  // The banner is for editors; warnings (a broken preference file, say) are for everyone.
-  const std::vector<std::string> lines = console.Lines();
-  for (size_t i = 2; i < lines.size(); ++i) std::fprintf(stderr, "vellgrund: %s\n", lines[i].c_str());
-  return platform::Ok();
-}
-
-namespace {
-
-Status StartCliHost(platform::Host& host, platform::CollectingConsole& console, PrefixedStandardError& warnings) {
   host.SetWarnings(warnings);
-  return StartHost(host, console);
+  return VLGD::StartModule(host, platform::ResourceFolder(), VLGD::IconUse::CHECK_ONLY);
 }
-
-}  // namespace
 
 Status RunBuild(const BuildOptions& options) {
   platform::CancellationToken cancel;
   InterruptScope interrupt(cancel);
   VLGD_RETURN_IF_ERROR(CheckOptions(options));
   platform::Host host;
-  // Build errors reach the user once, through the caller's report.
   platform::CollectingConsole console;
-  PrefixedStandardError warnings;
-  VLGD_RETURN_IF_ERROR(StartCliHost(host, console, warnings));
+  VLGD_RETURN_IF_ERROR(StartHost(host, console));
   VLGD_ASSIGN_OR_RETURN(std::unique_ptr<platform::Document> doc, LoadDocument(host, options.scene));
-  const platform::BuildPurpose purpose = options.editor ? platform::BuildPurpose::EDITOR : platform::BuildPurpose::RENDER;
+  const platform::BuildPurpose purpose =
+      options.editor ? platform::BuildPurpose::EDITOR : platform::BuildPurpose::RENDER;
   VLGD_ASSIGN_OR_RETURN(const std::vector<TerrainFiles> plan, PlanFiles(*doc, options, purpose, !options.quiet));
 
   std::optional<ProgressBar> bar;
@@ -343,16 +342,19 @@ Status RunBuild(const BuildOptions& options) {
 Status RunValidate(const std::filesystem::path& scene) {
   platform::Host host;
   platform::CollectingConsole console;
-  PrefixedStandardError warnings;
-  VLGD_RETURN_IF_ERROR(StartCliHost(host, console, warnings));
+  VLGD_RETURN_IF_ERROR(StartHost(host, console));
   VLGD_ASSIGN_OR_RETURN(std::unique_ptr<platform::Document> doc, LoadDocument(host, scene));
   BuildOptions options;
-  VLGD_ASSIGN_OR_RETURN(const std::vector<TerrainFiles> plan, PlanFiles(*doc, options, platform::BuildPurpose::RENDER, true));
+  VLGD_ASSIGN_OR_RETURN(const std::vector<TerrainFiles> plan,
+                        PlanFiles(*doc, options, platform::BuildPurpose::RENDER, true));
   std::size_t operators = 0;
   for (const platform::Node* node : doc->AllNodes())
-    if (node->GetTypeInfo().kind == platform::PluginKind::OBJECT && node->GetType() != VLGD::ID_TERRAINOBJECT) ++operators;
+    if (node->GetTypeInfo().kind == platform::PluginKind::OBJECT && node->GetType() != VLGD::ID_TERRAINOBJECT)
+      ++operators;
   std::printf("%s: valid (%zu terrain%s to build, %zu other object%s)\n",
-              scene.empty() ? "default scene" : scene == "-" ? "standard input" : Excerpt(scene.string(), 200).c_str(),
+              scene.empty()  ? "default scene"
+              : scene == "-" ? "standard input"
+                             : Excerpt(scene.string(), 200).c_str(),
               plan.size(), plan.size() == 1 ? "" : "s", operators, operators == 1 ? "" : "s");
   return platform::Ok();
 }

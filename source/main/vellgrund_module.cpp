@@ -121,21 +121,33 @@ std::span<const platform::TypeDescriptor* const> RegisteredTypes() {
   return types;
 }
 
-bool PluginStart(platform::Host& host) {
+namespace {
+
+void PrintBanner(platform::Host& host) {
   host.GetConsole().Print(std::string("Vellgrund ") + VELLGRUND_VERSION);
   host.GetConsole().Print(host.GetStrings().Get(STRING_BANNER));
-  const auto failed = [&](const platform::Status& status) {
-    if (!status) host.GetConsole().Print(status.error().message);
-    return !status;
-  };
+}
+
+// Everything PluginStart registers; the first error that stops it.
+platform::Status RegisterModule(platform::Host& host) {
   platform::Registry& registry = host.GetRegistry();
-  if (failed(RegisterEnumerations(registry)) || failed(RegisterBlendModeIcons(registry))) return false;
-  for (const platform::TypeDescriptor* type : RegisteredTypes())
-    if (failed(Register(host, *type))) return false;
+  VLGD_RETURN_IF_ERROR(RegisterEnumerations(registry));
+  VLGD_RETURN_IF_ERROR(RegisterBlendModeIcons(registry));
+  for (const platform::TypeDescriptor* type : RegisteredTypes()) VLGD_RETURN_IF_ERROR(Register(host, *type));
   // The preference page always holds the resolution cap and the overlay switch.
   platform::ParameterContainer preferences;
-  return preferences.Set(PREFS_MAX_RESOLUTION, kDefaultMaxResolution) && preferences.Set(1002, true) &&
-         host.GetPreferences().RegisterDefaults(ID_PREFERENCES, preferences);
+  if (!preferences.Set(PREFS_MAX_RESOLUTION, kDefaultMaxResolution) || !preferences.Set(PREFS_SHOW_OVERLAY, true))
+    return platform::OutOfMemoryError();
+  return host.GetPreferences().RegisterDefaults(ID_PREFERENCES, preferences);
+}
+
+}  // namespace
+
+bool PluginStart(platform::Host& host) {
+  PrintBanner(host);
+  const platform::Status registered = RegisterModule(host);
+  if (!registered) host.GetConsole().Print(registered.error().message);
+  return registered.has_value();
 }
 
 bool PluginMessage(platform::Host& host, platform::Int32 id, const std::filesystem::path& resources) {
@@ -169,8 +181,10 @@ platform::Status StartModule(platform::Host& host, const std::filesystem::path& 
   if (!initialised)
     return platform::IoError("Could not load the module's resources from " + resources.string() +
                              " (strings/strings.json, " + kMainIconSheet + ", " + kBlendModeIconSheet + ")!");
-  if (!PluginStart(host)) return platform::GenericError("Could not register the module's types!");
-  host.GetPreferences().Load(platform::Preferences::DefaultFile(), host.GetConsole());
+  PrintBanner(host);
+  VLGD_RETURN_IF_ERROR(RegisterModule(host));
+  // A broken preference file is the user's to fix, in batch work too.
+  host.GetPreferences().Load(platform::Preferences::DefaultFile(), host.GetWarnings());
   return platform::Ok();
 }
 

@@ -445,6 +445,15 @@ bool TerrainObject::Message(Node& node, Int32 type, MessageData& data) {
   }
 }
 
+std::vector<TerrainObject::OperatorReport> TerrainObject::LastBuildReport() const {
+  std::vector<OperatorReport> report;
+  report.reserve(queue_.Items().size());
+  for (const EvaluationQueue::Item& item : queue_.Items())
+    report.push_back({item.object, item.result == EVALUATIONRESULT::REBUILT, item.seconds,
+                      item.operatorData->GetMemoryUsage(), &item.operatorData->GetResult()});
+  return report;
+}
+
 namespace {
 
 platform::Description TerrainObjectDescription() {

@@ -35,6 +35,8 @@ enum TerrainObjectParameter : ParameterId {
 
 // Key of the preference container that caps the resolution per axis.
 constexpr ParameterId PREFS_MAX_RESOLUTION = 1000;
+// Bool: the viewport overlay draws after each rebuild.
+constexpr ParameterId PREFS_SHOW_OVERLAY = 1002;
 constexpr Int32 kDefaultMaxResolution = 4000;
 // The most a resolution or its preference cap can be: a 16385 x 16385 grid of Floats is
 // about 2 GB, and every operator holds one or two of them.
@@ -54,6 +56,17 @@ class TerrainObject final : public platform::ObjectData {
 
   [[nodiscard]] const Grid2D<Float>& GetGrid() const { return grid_; }
   [[nodiscard]] const EvaluationQueue& GetQueue() const { return queue_; }
+
+  // What the last build did with each operator of the stack, in order: for front-ends that
+  // show statistics or trace a height back to the operator that made it.
+  struct OperatorReport {
+    const Node* object = nullptr;
+    bool rebuilt = false;
+    Float seconds = 0.0;
+    Int memoryBytes = 0;
+    const Grid2D<Float>* result = nullptr;
+  };
+  [[nodiscard]] std::vector<OperatorReport> LastBuildReport() const;
   [[nodiscard]] const std::vector<Int32>& GetBorderIndices() const { return border_; }
   // The grid as a one-channel float image: raw heights, or remapped from the grid's
   // minimum and maximum to 0 .. 1.

@@ -53,6 +53,7 @@ class Host {
   // Warnings about the user's input that did not stop the work (a value clamped into its
   // limits, a resolution capped): one line each, for the user to see even in batch work.
   void Warn(std::string_view text) { warnings_->Print(text); }
+  ConsoleSink& GetWarnings() { return *warnings_; }
   UserInterface& GetUserInterface() { return *userInterface_; }
   // The application's timer: values that differ between objects made one after the other
   // (a new noise's seed). While a scene is read it counts 0, 1, 2, ... instead, so that a
