@@ -13,7 +13,7 @@ using platform::ValueType;
 
 bool AdjustmentOperator::Read(Node& node, Int32 diskLevel) {
   const bool base = BaseTerrainOperatorData::Read(node, diskLevel);
-  if (diskLevel == 0) (void)node.GetDataInstance().Set(ADJUSTMENTOPERATOR_RELATIVE, true);
+  if (diskLevel == 0 && !node.GetDataInstance().Set(ADJUSTMENTOPERATOR_RELATIVE, true)) return false;
   return base;
 }
 

@@ -20,9 +20,9 @@ bool BlurOperator::Read(Node& node, Int32 diskLevel) {
   if (diskLevel != 0) return true;
   ParameterContainer& data = node.GetDataInstance();
   if (data.GetInt32(BLUROPERATOR_TYPE, 0) == kOldGaussType) {
-    (void)data.Set(BLUROPERATOR_TYPE, Int32{BLUROPERATOR_TYPE_GAUSS});
+    return data.Set(BLUROPERATOR_TYPE, Int32{BLUROPERATOR_TYPE_GAUSS}).has_value();
   } else if (data.GetInt32(BLUROPERATOR_TYPE, 0) == BLUROPERATOR_TYPE_BOX && data.Contains(BLUROPERATOR_RADIUS)) {
-    (void)data.Set(BLUROPERATOR_RADIUS, data.GetInt32(BLUROPERATOR_RADIUS) / 2);
+    return data.Set(BLUROPERATOR_RADIUS, data.GetInt32(BLUROPERATOR_RADIUS) / 2).has_value();
   }
   return true;
 }

@@ -23,6 +23,7 @@ bool ClampOperator::OperatorMessage(Node& op, Int32 type, MessageData& message) 
   ParameterContainer& data = op.GetDataInstance();
   const Float low = data.GetFloat(CLAMPOPERATOR_MIN, 0.0);
   const Float high = data.GetFloat(CLAMPOPERATOR_MAX, 100.0);
+  // Replacing a number the container holds allocates nothing and cannot fail.
   if (low > high) {
     if (message.parameter == CLAMPOPERATOR_MIN)
       (void)data.Set(CLAMPOPERATOR_MIN, high);

@@ -71,7 +71,7 @@ bool CurveOperator::OperatorMessage(Node& op, Int32 type, MessageData& message) 
     return true;
   }
   if (type == platform::MSG_DESCRIPTION_CHECKUPDATE && message.parameter == CURVEOPERATOR_CURVE) {
-    (void)op.GetDataInstance().Set(CURVEOPERATOR_PRESET, kCurvePresetCustom);
+    (void)op.GetDataInstance().Set(CURVEOPERATOR_PRESET, kCurvePresetCustom);  // replaces a number: cannot fail
     return true;
   }
   return false;

@@ -105,6 +105,7 @@ Status ErosionOperator::Compute(const Grid2D<Float>& incoming, Node& op, Documen
     case EROSIONOPERATOR_MODE_THERMAL:
       return Erosion::ThermalWeathering(result_, ReadThermal(data), context, op.GetHost().GetStrings());
     case EROSIONOPERATOR_MODE_DROPLET:
+      // The droplet count it returns is for benches; a break is told by the flag.
       (void)Erosion::SimulateDroplets(result_, ReadDroplets(data), context.thread, context.progress);
       if (platform::TestBreak(context.thread)) return platform::CancelledError("Droplet Erosion cancelled!");
       return platform::Ok();

@@ -311,6 +311,7 @@ Result<std::unique_ptr<GeometryObject>> TerrainObject::GetVirtualObjects(Node& n
 
   VLGD_RETURN_IF_ERROR(CheckBuildMemory(node, segX, segZ, static_cast<Int>(queue_.Items().size())));
   ParameterContainer& own = node.GetDataInstance();  // status texts, not edits
+  // Status texts: a text that cannot be stored leaves the previous one, nothing worse.
   (void)own.Set(TERRAINOBJECT_MEMORY_INFO, node.GetHost().GetStrings().Get(STRING_CALCULATING));
   grid_.Reset();
   VLGD_RETURN_IF_ERROR(grid_.Init(static_cast<Int>(segX) + 1, static_cast<Int>(segZ) + 1, sizeX, sizeZ));
@@ -398,6 +399,7 @@ bool TerrainObject::Message(Node& node, Int32 type, MessageData& data) {
       if (data.parameter == TERRAINOBJECT_EXPORT && grid_.Count() >= 8) return ExportHeightMap(node).has_value();
       return true;
     case platform::MSG_DESCRIPTION_POSTSETPARAMETER: {
+      // The follow-up edits below replace numbers the container holds, which cannot fail.
       const ParameterId changed = data.parameter;
       const Float sizeX = own.GetFloat(TERRAINOBJECT_SIZE_X);
       const Float sizeZ = own.GetFloat(TERRAINOBJECT_SIZE_Z);
@@ -434,6 +436,7 @@ bool TerrainObject::Message(Node& node, Int32 type, MessageData& data) {
       const Int32 cap =
           doc != nullptr ? doc->GetWorldPluginData(ID_PREFERENCES).GetInt32(PREFS_MAX_RESOLUTION, kDefaultMaxResolution)
                          : kDefaultMaxResolution;
+      // Lowering a number the container holds cannot fail.
       for (const ParameterId id : {TERRAINOBJECT_RESOLUTION_X, TERRAINOBJECT_RESOLUTION_Z})
         if (own.GetInt32(id) > cap) (void)node.SetParameter(id, cap);
       return true;

@@ -280,7 +280,7 @@ ParameterContainer& Document::OverrideWorldPluginData(Int32 id) {
   if (found != worldOverrides_.end()) return found->second;
   ParameterContainer& own = worldOverrides_[id];
   if (const ParameterContainer* application = host_->GetPreferences().FindWorldPluginData(id))
-    (void)own.CopyFrom(*application);
+    (void)own.CopyFrom(*application);  // out of memory leaves the defaults of the getters
   return own;
 }
 

@@ -21,8 +21,17 @@ struct Error {
   std::string message;
 };
 
+// [[nodiscard]]: an error that nobody looks at is lost, so a dropped result is a warning;
+// code that means to drop one says so with `(void)` and a reason.
 template <class T>
-using Result = std::expected<T, Error>;
+class [[nodiscard]] Result : public std::expected<T, Error> {
+  using Base = std::expected<T, Error>;
+
+ public:
+  using Base::Base;
+  Result(const Base& other) : Base(other) {}   // NOLINT: results of the standard's monadic calls
+  Result(Base&& other) : Base(std::move(other)) {}  // NOLINT
+};
 using Status = Result<void>;
 
 inline std::unexpected<Error> MakeError(ErrorKind kind, std::string message) {

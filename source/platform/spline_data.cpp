@@ -83,6 +83,7 @@ Float EvaluateSegment(const SplineKnot& a, const SplineKnot& b, Float x) {
 
 }  // namespace
 
+// A copy that cannot allocate is left empty: copies must not throw, and an empty curve is valid.
 SplineData::SplineData(const SplineData& other) noexcept { (void)CopyFrom(other); }
 
 SplineData& SplineData::operator=(const SplineData& other) noexcept {

@@ -191,6 +191,7 @@ Result<EVALUATIONRESULT> BaseTerrainOperatorData::Evaluate(const Grid2D<Float>& 
   EVALUATIONRESULT evaluation = EVALUATIONRESULT::CACHED;
   if (needsEvaluation_) {
     if (auto computed = Compute(incoming, op, doc, context); !computed) {
+      // A status text that cannot be stored leaves the previous one.
       (void)data.Set(TERRAINOPERATOR_STATUS, strings.Get(STRING_CALCULATING));
       return std::unexpected(computed.error());
     }
