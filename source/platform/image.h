@@ -51,8 +51,10 @@ class Image {
 // become 0 .. 1 floats in a float file and floats are clamped to 0 .. 1 in an integer file.
 // PNG holds 8 or 16 bits, OpenEXR 32-bit floats, TIFF all three. Nothing is left behind
 // on failure.
-// `attributes` are stored as text metadata where the format has it (PNG text chunks, TIFF
-// and OpenEXR attributes).
+// `attributes` are stored as text metadata: PNG text chunks and OpenEXR attributes by
+// name, in TIFF as "name=value" lines of the image description. Encoding tests the break
+// flag and both encoding and writing report progress; every block written is checked.
+// The image library is loaded on the first read or write.
 struct ImageAttribute {
   std::string name;
   std::string value;

@@ -1,39 +1,97 @@
 #include "platform/image.h"
 
-// Image files through OpenImageIO; kept apart from the image type so that binaries which
-// only build images in memory do not load the image library.
+// Image files through the image codec module, loaded on first use: binaries that never read
+// or write an image file do not load the image library and its dependencies.
+
+#include <dlfcn.h>
+#include <unistd.h>
 
 #include <algorithm>
-#include <cmath>
-#include <cstdint>
+#include <array>
+#include <cstdlib>
 #include <cstring>
-#include <exception>
 #include <limits>
 #include <memory>
+#include <mutex>
 #include <new>
 #include <string>
 #include <string_view>
 #include <system_error>
 #include <utility>
-
-#include <OpenImageIO/imageio.h>
+#include <vector>
 
 #include "platform/file_output.h"
+#include "platform/image_codec_abi.h"
 #include "platform/memory.h"
 
 namespace platform {
 namespace {
 
-OIIO::TypeDesc ToTypeDesc(PixelType type) {
+struct Codec {
+  VlgdEncodeImage encode = nullptr;
+  VlgdFreeEncoded freeEncoded = nullptr;
+  VlgdReadImage read = nullptr;
+};
+
+std::filesystem::path ExecutableFolder() {
+  std::error_code error;
+  const std::filesystem::path self = std::filesystem::read_symlink("/proc/self/exe", error);
+  return error ? std::filesystem::path() : self.parent_path();
+}
+
+// Beside the running program first (an installed tool), then where the build put it (the
+// tests and tools run from the build tree); VELLGRUND_IMAGE_CODEC names another.
+Result<const Codec*> LoadCodec() {
+  static std::once_flag once;
+  static Codec codec;
+  static std::string failure;
+  std::call_once(once, [] {
+    std::vector<std::filesystem::path> candidates;
+    if (const char* chosen = std::getenv("VELLGRUND_IMAGE_CODEC"); chosen != nullptr && *chosen != '\0')
+      candidates.emplace_back(chosen);
+    candidates.push_back(ExecutableFolder() / VELLGRUND_IMAGE_CODEC_NAME);
+    candidates.emplace_back(VELLGRUND_IMAGE_CODEC_PATH);
+    std::string tried;
+    for (const std::filesystem::path& candidate : candidates) {
+      std::error_code ignored;
+      if (!std::filesystem::is_regular_file(candidate, ignored)) {
+        tried += (tried.empty() ? "" : ", ") + candidate.string();
+        continue;
+      }
+      void* handle = ::dlopen(candidate.c_str(), RTLD_NOW | RTLD_LOCAL);
+      if (handle == nullptr) {
+        const char* reason = ::dlerror();
+        failure = "The image codec " + candidate.string() + " could not be loaded: " +
+                  (reason != nullptr ? reason : "unknown reason");
+        return;
+      }
+      codec.encode = reinterpret_cast<VlgdEncodeImage>(::dlsym(handle, "vlgd_encode_image"));
+      codec.freeEncoded = reinterpret_cast<VlgdFreeEncoded>(::dlsym(handle, "vlgd_free_encoded"));
+      codec.read = reinterpret_cast<VlgdReadImage>(::dlsym(handle, "vlgd_read_image"));
+      if (codec.encode == nullptr || codec.freeEncoded == nullptr || codec.read == nullptr)
+        failure = "The image codec " + candidate.string() + " lacks its entry points";
+      return;
+    }
+    failure = "The image codec is not installed (looked for " + tried + ")";
+  });
+  if (!failure.empty()) return GenericError(failure);
+  return &codec;
+}
+
+int TypeNumber(PixelType type) {
   switch (type) {
     case PixelType::UInt8:
-      return OIIO::TypeDesc::UINT8;
+      return 0;
     case PixelType::UInt16:
-      return OIIO::TypeDesc::UINT16;
+      return 1;
     case PixelType::Float32:
-      return OIIO::TypeDesc::FLOAT;
+      return 2;
   }
-  return OIIO::TypeDesc::UNKNOWN;
+  return 2;
+}
+
+PixelType FromTypeNumber(int type) {
+  return type == 0 ? PixelType::UInt8 : type == 1 ? PixelType::UInt16 : PixelType::Float32;
 }
 
 std::string_view PixelTypeName(PixelType type) {
@@ -48,24 +106,7 @@ std::string_view PixelTypeName(PixelType type) {
   return "unknown";
 }
 
-// Our pixel type for a file's channel type: ours are kept, other integers widen to 16 bits
-// and other floats (half, double) become 32-bit floats.
-PixelType FromTypeDesc(OIIO::TypeDesc type) {
-  switch (type.basetype) {
-    case OIIO::TypeDesc::UINT8:
-      return PixelType::UInt8;
-    case OIIO::TypeDesc::UINT16:
-      return PixelType::UInt16;
-    case OIIO::TypeDesc::HALF:
-    case OIIO::TypeDesc::FLOAT:
-    case OIIO::TypeDesc::DOUBLE:
-      return PixelType::Float32;
-    default:
-      return PixelType::UInt16;
-  }
-}
-
-// The OpenImageIO format name for a file ending, empty when we do not write it.
+// The codec's format name for a file ending, empty when we do not write it.
 std::string_view FormatForEnding(std::string_view ending) {
   if (ending == ".tif" || ending == ".tiff") return "tiff";
   if (ending == ".exr") return "openexr";
@@ -73,7 +114,7 @@ std::string_view FormatForEnding(std::string_view ending) {
   return {};
 }
 
-// OpenImageIO names the file it was given; the user knows only the target.
+// The codec names the file it was given; the user knows only the target.
 std::string ShowTarget(std::string message, const std::string& temporary, const std::string& target) {
   if (temporary.empty()) return message;
   for (std::size_t at = message.find(temporary); at != std::string::npos;
@@ -90,13 +131,39 @@ std::string Quoted(const std::filesystem::path& path) {
   return text;
 }
 
-// OpenImageIO's message, or a fallback when it left none.
-std::string Reason(std::string message) {
-  while (!message.empty() && (message.back() == '\n' || message.back() == ' ')) message.pop_back();
-  return message.empty() ? std::string("unknown OpenImageIO failure") : message;
+// Maps a part of the work onto a stretch of the whole bar: encoding, then writing.
+class PartProgress final : public ProgressSink {
+ public:
+  PartProgress(ProgressSink* whole, double from, double to) : whole_(whole), from_(from), to_(to) {}
+  void SetStatus(std::string_view text) override {
+    if (whole_ != nullptr) whole_->SetStatus(text);
+  }
+  void ClearStatus() override {
+    if (whole_ != nullptr) whole_->ClearStatus();
+  }
+  void SetProgress(double fraction) override {
+    if (whole_ != nullptr) whole_->SetProgress(from_ + (to_ - from_) * std::clamp(fraction, 0.0, 1.0));
+  }
+
+ private:
+  ProgressSink* whole_;
+  double from_;
+  double to_;
+};
+
+struct EncodeWatch {
+  const CancellationToken* cancel;
+  PartProgress progress;
+};
+
+bool OnEncodeProgress(void* user, float portion) {
+  auto* watch = static_cast<EncodeWatch*>(user);
+  watch->progress.SetProgress(portion);
+  return TestBreak(watch->cancel);
 }
 
-Status WriteImageUnchecked(const Image& image, const std::filesystem::path& path, std::optional<PixelType> fileType) {
+Status WriteImageUnchecked(const Image& image, const std::filesystem::path& path, std::optional<PixelType> fileType,
+                           const WriteControl& control, std::span<const ImageAttribute> attributes) {
   const std::string ending = LowerCaseEnding(path);
   const std::string_view format = FormatForEnding(ending);
   if (ending.empty()) {
@@ -121,75 +188,68 @@ Status WriteImageUnchecked(const Image& image, const std::filesystem::path& path
     return IllegalArgumentError("Cannot write " + Quoted(path) + ": the image is empty!");
   if (image.Width() > maxSide || image.Height() > maxSide)
     return IllegalArgumentError("Cannot write " + Quoted(path) + ": the image is too large for an image file!");
+  std::error_code ignored;
+  if (const auto folder = path.parent_path(); !folder.empty() && !std::filesystem::is_directory(folder, ignored))
+    return IoError("Could not open " + Quoted(path) + " for writing: the folder " + Quoted(folder) +
+                   " does not exist!");
+  VLGD_ASSIGN_OR_RETURN(const Codec* codec, LoadCodec());
 
-  // The temporary path has no image ending, so the writer is chosen by format name. The
-  // output is declared after the pending file so that it closes before the temporary file
-  // is removed on failure.
+  std::vector<const char*> names;
+  std::vector<const char*> values;
+  for (const ImageAttribute& attribute : attributes) {
+    names.push_back(attribute.name.c_str());
+    values.push_back(attribute.value.c_str());
+  }
+  // Formats the codec cannot encode in memory go to a temporary file beside the target.
   PendingFile pending(path);
   const std::string temporary = pending.TemporaryPath().string();
-  const auto failure = [&](std::string message) {
-    return ShowTarget(Reason(std::move(message)), temporary, path.string());
-  };
-  std::unique_ptr<OIIO::ImageOutput> output = OIIO::ImageOutput::create(std::string(format));
-  if (!output) return GenericError("Cannot write " + Quoted(path) + ": " + Reason(OIIO::geterror()));
-  OIIO::ImageSpec description(static_cast<int>(image.Width()), static_cast<int>(image.Height()), image.Channels(),
-                              ToTypeDesc(type));
-  // Our channels are data, written as given: without this, formats that store straight
-  // alpha (PNG) would get the colour channels divided by the last channel.
-  description.attribute("oiio:UnassociatedAlpha", 1);
-  if (!output->open(temporary, description)) {
-    std::error_code ignored;
-    if (const auto folder = path.parent_path(); !folder.empty() && !std::filesystem::is_directory(folder, ignored))
-      return IoError("Could not open " + Quoted(path) + " for writing: the folder " + Quoted(folder) +
-                     " does not exist!");
-    return IoError("Could not open " + Quoted(path) + " for writing: " + failure(output->geterror()));
-  }
-  // OpenImageIO converts from the memory type to the file type.
-  if (!output->write_image(ToTypeDesc(image.Type()), image.Bytes().data())) {
-    std::string reason = failure(output->geterror());
-    output->close();
-    return IoError("Could not write " + Quoted(path) + ": " + reason);
-  }
-  if (!output->close()) return IoError("Could not write " + Quoted(path) + ": " + failure(output->geterror()));
-  output.reset();
-  return pending.Commit();
+  const VlgdImageView view{image.Bytes().data(), image.Width(),           image.Height(),
+                           image.Channels(),     TypeNumber(image.Type()), TypeNumber(type)};
+  EncodeWatch watch{control.cancel, PartProgress(control.progress, 0.0, 0.8)};
+  unsigned char* encoded = nullptr;
+  std::size_t encodedSize = 0;
+  std::array<char, 1024> reason{};
+  const int outcome = codec->encode(&view, std::string(format).c_str(), temporary.c_str(), names.data(), values.data(),
+                                    static_cast<int>(names.size()), OnEncodeProgress, &watch, &encoded, &encodedSize,
+                                    reason.data(), reason.size());
+  const std::unique_ptr<unsigned char, VlgdFreeEncoded> bytes(encoded, codec->freeEncoded);
+  if (outcome == 2) return CancelledError("Writing " + Quoted(path) + " cancelled!");
+  if (outcome != 0) return IoError("Could not write " + Quoted(path) + ": " + ShowTarget(reason.data(), temporary, path.string()));
+  if (bytes == nullptr) return pending.Commit();
+  PartProgress writing(control.progress, 0.8, 1.0);
+  return WriteBytesAtomically(path, {reinterpret_cast<const std::byte*>(bytes.get()), encodedSize},
+                              {control.cancel, &writing});
 }
 
 Result<Image> ReadImageUnchecked(const std::filesystem::path& path) {
-  // Keep straight alpha as stored instead of multiplying the colour channels by it.
-  OIIO::ImageSpec config;
-  config.attribute("oiio:UnassociatedAlpha", 1);
-  std::unique_ptr<OIIO::ImageInput> input = OIIO::ImageInput::open(path.string(), &config);
-  if (!input) return IoError("Could not read " + Quoted(path) + ": " + Reason(OIIO::geterror()));
-  const OIIO::ImageSpec& description = input->spec();
-  if (description.deep) return IoError("Could not read " + Quoted(path) + ": deep images are not supported!");
-  if (description.depth > 1) return IoError("Could not read " + Quoted(path) + ": volume images are not supported!");
-  if (description.nchannels < 1) return IoError("Could not read " + Quoted(path) + ": the image has no channels!");
-  // Our images hold at most four channels; further ones (depth, masks) are left out.
-  const int channels = std::min(description.nchannels, 4);
-  const PixelType type = FromTypeDesc(description.format);
-  Result<Image> image = Image::Create(description.width, description.height, channels, type);
+  VLGD_ASSIGN_OR_RETURN(const Codec* codec, LoadCodec());
+  std::int64_t width = 0;
+  std::int64_t height = 0;
+  int channels = 0;
+  int type = 0;
+  std::array<char, 1024> reason{};
+  if (codec->read(path.c_str(), &width, &height, &channels, &type, nullptr, reason.data(), reason.size()) != 0)
+    return IoError("Could not read " + Quoted(path) + ": " + reason.data());
+  Result<Image> image = Image::Create(width, height, channels, FromTypeNumber(type));
   if (!image) {
     if (image.error().kind == ErrorKind::OutOfMemory)
       return OutOfMemoryError("Out of memory reading " + Quoted(path) + "!");
     return IoError("Could not read " + Quoted(path) + ": " + image.error().message);
   }
-  if (!input->read_image(0, 0, 0, channels, ToTypeDesc(type), image->Bytes().data()))
-    return IoError("Could not read " + Quoted(path) + ": " + Reason(input->geterror()));
-  input->close();
+  if (codec->read(path.c_str(), &width, &height, &channels, &type, image->Bytes().data(), reason.data(),
+                  reason.size()) != 0)
+    return IoError("Could not read " + Quoted(path) + ": " + reason.data());
   return image;
 }
 
 }  // namespace
 
 Status WriteImage(const Image& image, const std::filesystem::path& path, std::optional<PixelType> fileType,
-                  const WriteControl&, std::span<const ImageAttribute>) {
+                  const WriteControl& control, std::span<const ImageAttribute> attributes) {
   try {
-    return WriteImageUnchecked(image, path, fileType);
+    return WriteImageUnchecked(image, path, fileType, control, attributes);
   } catch (const std::bad_alloc&) {
     return OutOfMemoryError("Out of memory writing " + Quoted(path) + "!");
-  } catch (const std::exception& exception) {
-    return IoError("Could not write " + Quoted(path) + ": " + exception.what());
   }
 }
 
@@ -198,8 +258,6 @@ Result<Image> ReadImage(const std::filesystem::path& path) {
     return ReadImageUnchecked(path);
   } catch (const std::bad_alloc&) {
     return OutOfMemoryError("Out of memory reading " + Quoted(path) + "!");
-  } catch (const std::exception& exception) {
-    return IoError("Could not read " + Quoted(path) + ": " + exception.what());
   }
 }
 

@@ -13,6 +13,10 @@
 #include <utility>
 #include <vector>
 
+#include <sys/resource.h>
+
+#include <csignal>
+
 #include <OpenImageIO/imageio.h>
 #include <gtest/gtest.h>
 
@@ -339,6 +343,56 @@ TEST(ImageTest, RefusedWritesLeaveNothingBehind) {
   EXPECT_NE(blockedWrite.error().message.find(blocked.string()), std::string::npos) << blockedWrite.error().message;
   EXPECT_EQ(Entries(dir.Path()).size(), 2u);
   EXPECT_TRUE(std::filesystem::is_directory(blocked));
+}
+
+// The height map of a build goes out with its range as metadata, a full disk or a break
+// stop the write with the reason and leave the earlier file, and each format reads back.
+TEST(ImageFileTest, AttributesFullDisksAndBreaks) {
+  TempDir dir;
+  Image heights = MakeImage(300, 200, 1, PixelType::Float32);
+  for (Int y = 0; y < 200; ++y)
+    for (Int x = 0; x < 300; ++x) {
+      const Float value = 0.5 + 0.5 * std::sin(0.37 * static_cast<Float>(x) + 0.11 * static_cast<Float>(x * y % 97));
+      ASSERT_TRUE(heights.SetPixel(x, y, std::vector<Float>{value}));
+    }
+  const std::vector<ImageAttribute> range = {{"Vellgrund:HeightMinimum", "-12.5"}, {"Vellgrund:HeightMaximum", "80"}};
+  for (const char* name : {"h.png", "h.tif", "h.exr"}) {
+    SCOPED_TRACE(name);
+    const bool png = std::string(name).ends_with(".png");
+    ASSERT_TRUE(WriteImage(heights, dir.File(name), png ? PixelType::UInt16 : PixelType::Float32, {}, range));
+    std::unique_ptr<OIIO::ImageInput> input = OIIO::ImageInput::open(dir.File(name).string());
+    ASSERT_TRUE(input);
+    if (std::string(name).ends_with(".tif")) {
+      EXPECT_EQ(input->spec().get_string_attribute("ImageDescription"),
+                "Vellgrund:HeightMinimum=-12.5\nVellgrund:HeightMaximum=80");
+    } else {
+      EXPECT_EQ(input->spec().get_string_attribute("Vellgrund:HeightMinimum"), "-12.5");
+      EXPECT_EQ(input->spec().get_string_attribute("Vellgrund:HeightMaximum"), "80");
+    }
+  }
+  const std::string earlier = testing_support::ReadFileBytes(dir.File("h.png"));
+
+  // A file size limit stands in for a full disk: some encoders do not notice a failed write
+  // of their own, so this is where a cut file would be reported as written.
+  rlimit old{};
+  ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &old), 0);
+  const auto oldHandler = std::signal(SIGXFSZ, SIG_IGN);
+  rlimit small = old;
+  small.rlim_cur = 4096;
+  ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
+  const Status full = WriteImage(heights, dir.File("h.png"), PixelType::UInt16);
+  setrlimit(RLIMIT_FSIZE, &old);
+  std::signal(SIGXFSZ, oldHandler);
+  ASSERT_FALSE(full);
+  EXPECT_NE(full.error().message.find("File too large"), std::string::npos) << full.error().message;
+
+  CancellationToken cancel;
+  cancel.Cancel();
+  const Status cancelled = WriteImage(heights, dir.File("h.png"), PixelType::UInt16, {&cancel, nullptr});
+  ASSERT_FALSE(cancelled);
+  EXPECT_EQ(cancelled.error().kind, ErrorKind::Cancelled);
+  EXPECT_EQ(testing_support::ReadFileBytes(dir.File("h.png")), earlier);
+  EXPECT_EQ(Entries(dir.Path()).size(), 3u);
 }
 
 }  // namespace
