@@ -138,6 +138,7 @@ platform::Status RegisterModule(platform::Host& host) {
   platform::ParameterContainer preferences;
   if (!preferences.Set(PREFS_MAX_RESOLUTION, kDefaultMaxResolution) || !preferences.Set(PREFS_SHOW_OVERLAY, true))
     return platform::OutOfMemoryError();
+  host.GetPreferences().SetMainPage(ID_PREFERENCES);
   return host.GetPreferences().RegisterDefaults(ID_PREFERENCES, preferences);
 }
 

@@ -22,6 +22,11 @@ class Preferences {
   // keys that a loaded file lacks, and always saved.
   Status RegisterDefaults(Int32 id, const ParameterContainer& defaults);
 
+  // The module's own page, whose keys scene files give at the top of their "preferences"
+  // section; 0 until a module names it.
+  void SetMainPage(Int32 id) { mainPage_ = id; }
+  [[nodiscard]] Int32 MainPage() const { return mainPage_; }
+
   // Reads the file over the defaults. A missing file keeps the defaults silently; an
   // unreadable or broken one keeps them and prints a warning that names the file.
   void Load(const std::filesystem::path& file, ConsoleSink& console);
@@ -33,6 +38,7 @@ class Preferences {
 
  private:
   std::map<Int32, ParameterContainer> containers_;
+  Int32 mainPage_ = 0;
   std::map<Int32, ParameterContainer> defaults_;
 };
 

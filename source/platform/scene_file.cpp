@@ -35,7 +35,6 @@ using OrderedJson = nlohmann::ordered_json;
 constexpr Int kFormatVersion = 1;
 // The application's world preferences, the container scenes override most often; its keys
 // sit directly in "preferences".
-constexpr Int32 kWorldPreferences = 1055624;
 // Limits that keep hostile files from exhausting the stack or the memory. A scene at the
 // deepest allowed nesting of children is about 140 JSON levels deep.
 constexpr Int kMaxChildDepth = 64;
@@ -464,10 +463,13 @@ class SceneReader {
         return IllegalArgumentError(where + ": given twice");
       return Ok();
     };
+    const Int32 mainPage = host_.GetPreferences().MainPage();
     for (const auto& [key, json] : preferences.get_ref<const Json::object_t&>()) {
       const std::string where = "preference '" + Excerpt(key) + "'";
       if (!json.is_object()) {
-        VLGD_RETURN_IF_ERROR(add(kWorldPreferences, key, json, where));
+        if (mainPage == 0)
+          return IllegalArgumentError(where + ": no module has a preference page; give the page's ID around it");
+        VLGD_RETURN_IF_ERROR(add(mainPage, key, json, where));
         continue;
       }
       Int32 container = 0;
@@ -477,7 +479,7 @@ class SceneReader {
       for (const auto& [innerKey, innerJson] : json.get_ref<const Json::object_t&>())
         VLGD_RETURN_IF_ERROR(add(container, innerKey, innerJson, "preference '" + Excerpt(key) + "." + Excerpt(innerKey) + "'"));
     }
-    if (preferences.empty()) containers[kWorldPreferences];
+    if (preferences.empty() && mainPage != 0) containers[mainPage];
     for (auto& [container, values] : containers) {
       ParameterContainer& target = document_->OverrideWorldPluginData(container);
       for (auto& [id, value] : values) {
@@ -1048,10 +1050,11 @@ class SceneWriter {
   Status WritePreferences(OrderedJson& root) const {
     const auto& overrides = document_.WorldOverrides();
     if (overrides.empty()) return Ok();
+    const Int32 mainPage = document_.GetHost().GetPreferences().MainPage();
     std::vector<Int32> ids;
     for (const auto& [id, container] : overrides) ids.push_back(id);
-    std::sort(ids.begin(), ids.end(), [](Int32 a, Int32 b) {
-      return (a == kWorldPreferences) != (b == kWorldPreferences) ? a == kWorldPreferences : a < b;
+    std::sort(ids.begin(), ids.end(), [mainPage](Int32 a, Int32 b) {
+      return (a == mainPage) != (b == mainPage) ? a == mainPage : a < b;
     });
     OrderedJson preferences = OrderedJson::object();
     for (const Int32 id : ids) {
@@ -1062,7 +1065,7 @@ class SceneWriter {
       }
       // The world container's keys sit at the top, unless it is empty beside others (an
       // empty "preferences" would not tell that it is overridden).
-      if (id == kWorldPreferences && (!values.empty() || ids.size() == 1)) {
+      if (id == mainPage && (!values.empty() || ids.size() == 1)) {
         preferences = std::move(values);
       } else {
         preferences[std::to_string(id)] = std::move(values);

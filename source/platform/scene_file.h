@@ -24,7 +24,7 @@ namespace platform {
 //                 "params": {"10002 TERRAINOBJECT_RESOLUTION_X": 256, ...},
 //                 "children": [...]}]}
 //
-// "preferences": keys of the world preferences (1055624) at the top; other overridden
+// "preferences": keys of the module's main preference page at the top; other overridden
 // containers as "<plug-in ID>": {keys}. Values are booleans, integers (Int32, Int64 when
 // larger), numbers (Float), strings and [x, y, z]; an integer for a key that holds an Int64
 // or a Float takes that type, as in the application's preferences file.

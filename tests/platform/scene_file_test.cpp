@@ -211,6 +211,7 @@ TEST_F(SceneFileTest, RoundTripKeepsTreeValuesLinksAndFields) {
 
 TEST_F(SceneFileTest, PreferencesAreOverriddenInTheDocumentOnly) {
   constexpr Int32 kWorld = 1055624;
+  host_.GetPreferences().SetMainPage(kWorld);
   ASSERT_TRUE(host_.GetPreferences().GetWorldPluginData(kWorld).Set(1000, Int32{4000}));
   ASSERT_TRUE(host_.GetPreferences().GetWorldPluginData(kWorld).Set(1004, 2.5));
   auto document = Load(R"json({"vellgrund": 1, "preferences": {"1000": 64, "1001": 3000000000, "1002": 0.5,
