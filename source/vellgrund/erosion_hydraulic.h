@@ -9,6 +9,7 @@
 #include "platform/types.h"
 #include "vellgrund/baseterrainoperator.h"
 #include "vellgrund/grid2d.h"
+#include "vellgrund/scratch_pool.h"
 
 // The hydraulic erosion of the Erosion operator: a pipe-model water simulation on the height
 // grid. Rain falls on fixed spots and a source pours water into the centre; water flows
@@ -74,9 +75,6 @@ class HydraulicSimulation {
 
   Status Sweep();
   Status FetchDeferred();
-  // A scratch slot of the calling thread's own while it runs a chunk of a loop.
-  int ClaimSlot();
-  void ReleaseSlot(int slot);
 
   Int width_ = 0;
   Int height_ = 0;
@@ -91,10 +89,8 @@ class HydraulicSimulation {
   // three doubles a sample from the row's first sample on.
   platform::LargeArray<Int> deferredCount_;
   platform::LargeArray<Float> deferred_;
-  // The row scratch of the bands running at the same time, one slot each.
-  platform::LargeArray<Float> scratch_;
-  std::unique_ptr<std::atomic<bool>[]> slotBusy_;
-  int slotCount_ = 0;
+  // The row scratch of the bands running at the same time.
+  ScratchPool scratch_;
 };
 
 // Rain: 1000 drops from a generator seeded with 123, each adding 0.0625 to the 3 x 3 block
