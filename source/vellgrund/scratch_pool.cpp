@@ -1,6 +1,7 @@
 #include "vellgrund/scratch_pool.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <new>
 #include <thread>
 
@@ -11,7 +12,10 @@ namespace VLGD {
 
 Status ScratchPool::Allocate(Int count) {
   const int slots = std::max(1, platform::MaxThreads());
-  if (count < 0 || !platform::TryResize(values_, count * slots))
+  // Slots start on cache lines of their own: no two threads write one line, and the row
+  // loops that work in them see the alignment they would get from their own allocation.
+  count = (std::max<Int>(count, 0) + kLineValues - 1) / kLineValues * kLineValues;
+  if (!platform::TryResize(values_, count * slots + kLineValues))
     return platform::OutOfMemoryError("Not enough memory for the scratch rows of a parallel loop!");
   try {
     busy_ = std::make_unique<std::atomic<bool>[]>(static_cast<std::size_t>(slots));
@@ -20,6 +24,8 @@ Status ScratchPool::Allocate(Int count) {
   }
   slots_ = slots;
   count_ = count;
+  const auto address = reinterpret_cast<std::uintptr_t>(values_.data());
+  first_ = static_cast<Int>((kLineBytes - address % kLineBytes) % kLineBytes / sizeof(Float));
   return platform::Ok();
 }
 

@@ -19,7 +19,11 @@ using platform::Status;
 // allocates, and no two chunks share a slot.
 class ScratchPool {
  public:
-  // Slots of `count` values each, one per worker thread; contents are undefined.
+  static constexpr Int kLineBytes = 64;
+  static constexpr Int kLineValues = kLineBytes / static_cast<Int>(sizeof(Float));
+
+  // Slots of `count` values each (rounded up to whole cache lines, each slot starting on
+  // one), one per worker thread; contents are undefined.
   Status Allocate(Int count);
 
   class Lease {
@@ -28,7 +32,9 @@ class ScratchPool {
     Lease(const Lease&) = delete;
     Lease& operator=(const Lease&) = delete;
     ~Lease() { pool_->busy_[slot_].store(false, std::memory_order_release); }
-    [[nodiscard]] Float* Data() const { return pool_->values_.data() + static_cast<Int>(slot_) * pool_->count_; }
+    [[nodiscard]] Float* Data() const {
+      return pool_->values_.data() + pool_->first_ + static_cast<Int>(slot_) * pool_->count_;
+    }
 
    private:
     ScratchPool* pool_;
@@ -43,6 +49,7 @@ class ScratchPool {
   std::unique_ptr<std::atomic<bool>[]> busy_;
   int slots_ = 0;
   Int count_ = 0;
+  Int first_ = 0;  // values before the first cache line
 };
 
 }  // namespace VLGD
