@@ -2,6 +2,7 @@
 
 #include "common/vlgd_icons.h"
 #include "platform/parallel.h"
+#include "platform/parameter_reader.h"
 #include "vellgrund/filter_loops.h"
 
 namespace VLGD {
@@ -18,7 +19,7 @@ bool AdjustmentOperator::Read(Node& node, Int32 diskLevel) {
 }
 
 TERRAINOPERATORFLAGS AdjustmentOperator::GetFlags(const Node& op) const {
-  if (op.GetData().GetBool(ADJUSTMENTOPERATOR_RELATIVE))
+  if (platform::ParameterReader(op).GetBool(ADJUSTMENTOPERATOR_RELATIVE))
     return TERRAINOPERATORFLAGS::TYPE_FILTER | TERRAINOPERATORFLAGS::REQUIRES_MINMAX;
   return TERRAINOPERATORFLAGS::TYPE_FILTER;
 }
@@ -26,9 +27,9 @@ TERRAINOPERATORFLAGS AdjustmentOperator::GetFlags(const Node& op) const {
 bool AdjustmentOperator::GetOperatorDescriptionVisibility(const Node& op, ParameterId id) const {
   switch (id) {
     case ADJUSTMENTOPERATOR_OFFSET_RELATIVE:
-      return op.GetData().GetBool(ADJUSTMENTOPERATOR_RELATIVE);
+      return platform::ParameterReader(op).GetBool(ADJUSTMENTOPERATOR_RELATIVE);
     case ADJUSTMENTOPERATOR_OFFSET:
-      return !op.GetData().GetBool(ADJUSTMENTOPERATOR_RELATIVE);
+      return !platform::ParameterReader(op).GetBool(ADJUSTMENTOPERATOR_RELATIVE);
     default:
       return true;
   }
@@ -41,11 +42,11 @@ bool AdjustmentOperator::GetRebuildParameters(std::vector<ParameterId>& ids, con
 }
 
 Status AdjustmentOperator::Compute(const Grid2D<Float>& incoming, Node& op, Document&, const EvaluationContext&) {
-  const ParameterContainer& data = op.GetData();
+  const platform::ParameterReader data(op);
   const bool relative = data.GetBool(ADJUSTMENTOPERATOR_RELATIVE);
-  const Float scale = data.GetFloat(ADJUSTMENTOPERATOR_SCALE, 1.0);
+  const Float scale = data.GetFloat(ADJUSTMENTOPERATOR_SCALE);
   const Float offset =
-      relative ? data.GetFloat(ADJUSTMENTOPERATOR_OFFSET_RELATIVE, 0.0) : data.GetFloat(ADJUSTMENTOPERATOR_OFFSET, 0.0);
+      relative ? data.GetFloat(ADJUSTMENTOPERATOR_OFFSET_RELATIVE) : data.GetFloat(ADJUSTMENTOPERATOR_OFFSET);
   Float factor = 1.0;
   if (relative) factor = incoming.IsMinMaxValid() ? incoming.Maximum() - incoming.Minimum() : 0.0;
   VLGD_RETURN_IF_ERROR(result_.ReshapeLike(incoming));

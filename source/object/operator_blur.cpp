@@ -3,6 +3,7 @@
 #include <memory>
 
 #include "common/vlgd_icons.h"
+#include "platform/parameter_reader.h"
 #include "vellgrund/convolution.h"
 #include "vellgrund/filter_loops.h"
 
@@ -33,7 +34,7 @@ TERRAINOPERATORFLAGS BlurOperator::GetFlags(const Node&) const {
 
 bool BlurOperator::GetOperatorDEnabling(const Node& op, ParameterId id, const Value&) const {
   if (id != BLUROPERATOR_RADIUS) return true;
-  const Int32 type = op.GetData().GetInt32(BLUROPERATOR_TYPE, 0);
+  const Int32 type = platform::ParameterReader(op).GetInt32(BLUROPERATOR_TYPE);
   return type != BLUROPERATOR_TYPE_GAUSS3X3 && type != BLUROPERATOR_TYPE_GAUSS5X5;
 }
 
@@ -42,9 +43,11 @@ bool BlurOperator::GetRebuildParameters(std::vector<ParameterId>& ids, const Par
 }
 
 Status BlurOperator::Compute(const Grid2D<Float>& incoming, Node& op, Document&, const EvaluationContext& context) {
-  const ParameterContainer& data = op.GetData();
-  const Int32 radius = data.GetInt32(BLUROPERATOR_RADIUS, 5);
-  const Int32 type = data.GetInt32(BLUROPERATOR_TYPE, 0);
+  const platform::ParameterReader data(op);
+  // A blur that lacks its radius blurs by 5, as blurs stored before the radius did; new
+  // blurs hold the default 2.
+  const Int32 radius = data.Values().GetInt32(BLUROPERATOR_RADIUS, 5);
+  const Int32 type = data.GetInt32(BLUROPERATOR_TYPE);
   switch (type) {
     case BLUROPERATOR_TYPE_GAUSS:
     case BLUROPERATOR_TYPE_GAUSS3X3:

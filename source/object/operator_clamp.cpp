@@ -5,6 +5,7 @@
 
 #include "common/vlgd_icons.h"
 #include "platform/parallel.h"
+#include "platform/parameter_reader.h"
 #include "vellgrund/filter_loops.h"
 
 namespace VLGD {
@@ -38,10 +39,12 @@ bool ClampOperator::GetRebuildParameters(std::vector<ParameterId>& ids, const Pa
 }
 
 Status ClampOperator::Compute(const Grid2D<Float>& incoming, Node& op, Document&, const EvaluationContext& context) {
-  const ParameterContainer& data = op.GetData();
-  const Float low = data.GetFloat(CLAMPOPERATOR_MIN, 0.0);
-  const Float high = data.GetFloat(CLAMPOPERATOR_MAX, 100.0);
-  const bool hard = data.GetBool(CLAMPOPERATOR_HARDCLAMP, false);
+  const platform::ParameterReader data(op);
+  const Float low = data.GetFloat(CLAMPOPERATOR_MIN);
+  // A clamp that lacks its upper bound keeps 0 .. 100, the band such clamps always had;
+  // new clamps hold the default 50.
+  const Float high = data.Values().GetFloat(CLAMPOPERATOR_MAX, 100.0);
+  const bool hard = data.GetBool(CLAMPOPERATOR_HARDCLAMP);
   const platform::CancellationToken* thread = context.thread;
   VLGD_RETURN_IF_ERROR(result_.ReshapeLike(incoming));
 

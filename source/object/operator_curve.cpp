@@ -9,6 +9,7 @@
 #include "common/vlgd_icons.h"
 #include "platform/host.h"
 #include "platform/parallel.h"
+#include "platform/parameter_reader.h"
 #include "vellgrund/enumerations.h"
 #include "vellgrund/filter_loops.h"
 
@@ -50,7 +51,7 @@ TERRAINOPERATORFLAGS CurveOperator::GetFlags(const Node&) const {
 
 bool CurveOperator::OperatorMessage(Node& op, Int32 type, MessageData& message) {
   if (type == platform::MSG_DESCRIPTION_COMMAND && message.parameter == CURVEOPERATOR_APPLYPRESET) {
-    const Int32 preset = op.GetData().GetInt32(CURVEOPERATOR_PRESET, kDefaultPreset);
+    const Int32 preset = platform::ParameterReader(op).GetInt32(CURVEOPERATOR_PRESET);
     if (const Status applied = ApplyCurvePreset(op, CURVEOPERATOR_CURVE, preset); applied)
       op.SetDirty(platform::DIRTYFLAGS_DATA);
     else
@@ -64,7 +65,7 @@ bool CurveOperator::OperatorMessage(Node& op, Int32 type, MessageData& message) 
     if (given == nullptr || std::ranges::find(*given, CURVEOPERATOR_PRESET) == given->end() ||
         std::ranges::find(*given, CURVEOPERATOR_CURVE) != given->end())
       return true;
-    const Int32 preset = op.GetData().GetInt32(CURVEOPERATOR_PRESET, kDefaultPreset);
+    const Int32 preset = platform::ParameterReader(op).GetInt32(CURVEOPERATOR_PRESET);
     if (preset == kCurvePresetCustom) return true;
     if (const Status applied = ApplyCurvePreset(op, CURVEOPERATOR_CURVE, preset); !applied)
       op.GetHost().GetConsole().Print("Could not apply curve preset!: " + applied.error().message);

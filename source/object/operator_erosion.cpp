@@ -2,6 +2,7 @@
 
 #include "common/vlgd_icons.h"
 #include "platform/host.h"
+#include "platform/parameter_reader.h"
 #include "vellgrund/erosion_droplet.h"
 #include "vellgrund/erosion_hydraulic.h"
 #include "vellgrund/erosion_lowland.h"
@@ -25,35 +26,37 @@ Int32 ModeOf(ParameterId id) {
   return -1;
 }
 
-Erosion::ThermalSettings ReadThermal(const ParameterContainer& data) {
+Erosion::ThermalSettings ReadThermal(const platform::ParameterReader& data) {
   Erosion::ThermalSettings settings;
-  settings.iterations = data.GetInt32(EROSIONOPERATOR_THERMAL_ITERATIONS, 1);
-  settings.intensity = data.GetFloat(EROSIONOPERATOR_THERMAL_INTENSITY, settings.intensity);
-  settings.talus = data.GetFloat(EROSIONOPERATOR_THERMAL_TALUS, settings.talus);
-  settings.deposit = data.GetFloat(EROSIONOPERATOR_THERMAL_DEPOSIT, settings.deposit);
-  settings.neighbourhood = data.GetInt32(EROSIONOPERATOR_THERMAL_NEIGHBOURHOOD, 2);
-  settings.smooth = data.GetBool(EROSIONOPERATOR_THERMAL_SMOOTH, settings.smooth);
+  // An erosion that lacks its thermal iterations or neighbourhood weathers once over the
+  // eight neighbours, as those stored before these parameters existed did.
+  settings.iterations = data.Values().GetInt32(EROSIONOPERATOR_THERMAL_ITERATIONS, 1);
+  settings.intensity = data.GetFloat(EROSIONOPERATOR_THERMAL_INTENSITY);
+  settings.talus = data.GetFloat(EROSIONOPERATOR_THERMAL_TALUS);
+  settings.deposit = data.GetFloat(EROSIONOPERATOR_THERMAL_DEPOSIT);
+  settings.neighbourhood = data.Values().GetInt32(EROSIONOPERATOR_THERMAL_NEIGHBOURHOOD, 2);
+  settings.smooth = data.GetBool(EROSIONOPERATOR_THERMAL_SMOOTH);
   return settings;
 }
 
-Erosion::DropletSettings ReadDroplets(const ParameterContainer& data) {
+Erosion::DropletSettings ReadDroplets(const platform::ParameterReader& data) {
   Erosion::DropletSettings settings;
   // The description keeps the seed within 0 .. 2^32 - 1.
-  settings.seed = static_cast<UInt32>(data.GetInt64(EROSIONOPERATOR_DROPLET_SEED, settings.seed));
-  settings.count = data.GetInt32(EROSIONOPERATOR_DROPLET_COUNT, settings.count);
-  settings.deposition = data.GetFloat(EROSIONOPERATOR_DROPLET_DEPOSITION, settings.deposition);
-  settings.friction = data.GetFloat(EROSIONOPERATOR_DROPLET_FRICTION, settings.friction);
+  settings.seed = static_cast<UInt32>(data.GetInt64(EROSIONOPERATOR_DROPLET_SEED));
+  settings.count = data.GetInt32(EROSIONOPERATOR_DROPLET_COUNT);
+  settings.deposition = data.GetFloat(EROSIONOPERATOR_DROPLET_DEPOSITION);
+  settings.friction = data.GetFloat(EROSIONOPERATOR_DROPLET_FRICTION);
   return settings;
 }
 
-Erosion::LowlandSettings ReadLowland(const ParameterContainer& data) {
+Erosion::LowlandSettings ReadLowland(const platform::ParameterReader& data) {
   Erosion::LowlandSettings settings;
-  settings.low = data.GetFloat(EROSIONOPERATOR_FLATTEN_LEVEL_LOW, settings.low);
-  settings.high = data.GetFloat(EROSIONOPERATOR_FLATTEN_LEVEL_HIGH, settings.high);
-  settings.noiseScale = data.GetFloat(EROSIONOPERATOR_FLATTEN_NOISE_SCALE, settings.noiseScale);
-  settings.exponent = data.GetFloat(EROSIONOPERATOR_FLATTEN_EXPONENT, settings.exponent);
-  settings.noiseAmount = data.GetFloat(EROSIONOPERATOR_FLATTEN_NOISE_AMOUNT, settings.noiseAmount);
-  settings.softness = data.GetFloat(EROSIONOPERATOR_FLATTEN_SOFTNESS, settings.softness);
+  settings.low = data.GetFloat(EROSIONOPERATOR_FLATTEN_LEVEL_LOW);
+  settings.high = data.GetFloat(EROSIONOPERATOR_FLATTEN_LEVEL_HIGH);
+  settings.noiseScale = data.GetFloat(EROSIONOPERATOR_FLATTEN_NOISE_SCALE);
+  settings.exponent = data.GetFloat(EROSIONOPERATOR_FLATTEN_EXPONENT);
+  settings.noiseAmount = data.GetFloat(EROSIONOPERATOR_FLATTEN_NOISE_AMOUNT);
+  settings.softness = data.GetFloat(EROSIONOPERATOR_FLATTEN_SOFTNESS);
   return settings;
 }
 
@@ -61,14 +64,14 @@ Erosion::LowlandSettings ReadLowland(const ParameterContainer& data) {
 
 TERRAINOPERATORFLAGS ErosionOperator::GetFlags(const Node& op) const {
   // Every kind but thermal weathering reads the incoming range.
-  if (op.GetData().GetInt32(EROSIONOPERATOR_MODE, 0) == EROSIONOPERATOR_MODE_THERMAL)
+  if (platform::ParameterReader(op).GetInt32(EROSIONOPERATOR_MODE) == EROSIONOPERATOR_MODE_THERMAL)
     return TERRAINOPERATORFLAGS::TYPE_FILTER;
   return TERRAINOPERATORFLAGS::TYPE_FILTER | TERRAINOPERATORFLAGS::REQUIRES_MINMAX;
 }
 
 bool ErosionOperator::GetOperatorDEnabling(const Node& op, ParameterId id, const Value&) const {
   const Int32 mode = ModeOf(id);
-  return mode < 0 || op.GetData().GetInt32(EROSIONOPERATOR_MODE, 0) == mode;
+  return mode < 0 || platform::ParameterReader(op).GetInt32(EROSIONOPERATOR_MODE) == mode;
 }
 
 bool ErosionOperator::GetRebuildParameters(std::vector<ParameterId>& ids, const ParameterContainer& data) const {
@@ -97,8 +100,8 @@ bool ErosionOperator::GetRebuildParameters(std::vector<ParameterId>& ids, const 
 }
 
 Status ErosionOperator::Compute(const Grid2D<Float>& incoming, Node& op, Document&, const EvaluationContext& context) {
-  const ParameterContainer& data = op.GetData();
-  const Int32 mode = data.GetInt32(EROSIONOPERATOR_MODE, 0);
+  const platform::ParameterReader data(op);
+  const Int32 mode = data.GetInt32(EROSIONOPERATOR_MODE);
   result_.Reset();
   VLGD_RETURN_IF_ERROR(result_.CopyFrom(incoming));
   switch (mode) {
@@ -112,7 +115,7 @@ Status ErosionOperator::Compute(const Grid2D<Float>& incoming, Node& op, Documen
     case EROSIONOPERATOR_MODE_LOWLAND:
       return Erosion::FlattenLowlands(result_, ReadLowland(data));
     case EROSIONOPERATOR_MODE_HYDRAULIC:
-      return Erosion::HydraulicErosion(result_, data.GetInt32(EROSIONOPERATOR_HYDRAULIC_ITERATIONS, 20), context);
+      return Erosion::HydraulicErosion(result_, data.GetInt32(EROSIONOPERATOR_HYDRAULIC_ITERATIONS), context);
     default:
       return platform::Ok();
   }

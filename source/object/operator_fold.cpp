@@ -5,6 +5,7 @@
 #include "common/vlgd_icons.h"
 #include "platform/noise.h"
 #include "platform/parallel.h"
+#include "platform/parameter_reader.h"
 #include "vellgrund/filter_loops.h"
 
 namespace VLGD {
@@ -90,17 +91,17 @@ bool FoldOperator::GetRebuildParameters(std::vector<ParameterId>& ids, const Par
 }
 
 Status FoldOperator::Compute(const Grid2D<Float>& incoming, Node& op, Document&, const EvaluationContext&) {
-  const ParameterContainer& data = op.GetData();
-  const Int32 mode = data.GetInt32(FOLDOPERATOR_MODE, 0);
-  const Float level = data.GetFloat(FOLDOPERATOR_LEVEL, 25.0);
-  const Float strength = data.GetFloat(FOLDOPERATOR_NOISESTRENGTH, 0.0);
+  const platform::ParameterReader data(op);
+  const Int32 mode = data.GetInt32(FOLDOPERATOR_MODE);
+  const Float level = data.GetFloat(FOLDOPERATOR_LEVEL);
+  const Float strength = data.GetFloat(FOLDOPERATOR_NOISESTRENGTH);
   const bool noisy = strength > 0.0;
   Float frequency = 1.0;
   Float offset = 0.0;
   if (noisy) {
-    const Float scaled = data.GetFloat(FOLDOPERATOR_NOISESCALE, 1.0) * 100.0;
+    const Float scaled = data.GetFloat(FOLDOPERATOR_NOISESCALE) * 100.0;
     frequency = scaled != 0.0 ? 1.0 / scaled : 0.0;
-    offset = data.GetFloat(FOLDOPERATOR_NOISEOFFSET, 0.0);
+    offset = data.GetFloat(FOLDOPERATOR_NOISEOFFSET);
   }
   VLGD_RETURN_IF_ERROR(result_.ReshapeLike(incoming));
 

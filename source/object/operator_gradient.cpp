@@ -6,6 +6,7 @@
 #include "common/vlgd_gui.h"
 #include "common/vlgd_icons.h"
 #include "platform/parallel.h"
+#include "platform/parameter_reader.h"
 #include "vellgrund/distortion.h"
 
 namespace VLGD {
@@ -53,8 +54,8 @@ TERRAINOPERATORFLAGS GradientOperator::GetFlags(const Node&) const {
 }
 
 bool GradientOperator::GetOperatorDEnabling(const Node& op, ParameterId id, const Value&) const {
-  const ParameterContainer& data = op.GetData();
-  const auto type = static_cast<GRADIENTTYPE>(data.GetInt32(GRADIENTOPERATOR_TYPE, 1));
+  const platform::ParameterReader data(op);
+  const auto type = static_cast<GRADIENTTYPE>(data.GetInt32(GRADIENTOPERATOR_TYPE));
   switch (id) {
     case GRADIENTOPERATOR_RADIUS:
       return type == GRADIENTTYPE::RADIAL;
@@ -63,7 +64,7 @@ bool GradientOperator::GetOperatorDEnabling(const Node& op, ParameterId id, cons
     case GRADIENTOPERATOR_HEIGHT:
       return type == GRADIENTTYPE::RECTANGULAR;
     default:
-      return IsDistortionParameterEnabled(data, id);
+      return IsDistortionParameterEnabled(data.Values(), id);
   }
 }
 
@@ -74,17 +75,17 @@ bool GradientOperator::GetRebuildParameters(std::vector<ParameterId>& ids, const
 
 Status GradientOperator::Compute(const Grid2D<Float>& incoming, Node& op, Document&, const EvaluationContext& context) {
   VLGD_RETURN_IF_ERROR(result_.InitFrom(incoming));
-  const ParameterContainer& data = op.GetData();
-  const SplineData* profile = data.GetSplineData(GRADIENTOPERATOR_PROFILE);
+  const platform::ParameterReader data(op);
+  const SplineData* profile = data.Values().GetSplineData(GRADIENTOPERATOR_PROFILE);
   if (profile == nullptr) return platform::IllegalArgumentError("Could not access SplineData!");
   const TerrainDistortion distortion = TerrainDistortion::Read(data);
   const platform::Matrix frame = SamplingFrame(op, context, false);
 
-  Shape shape{static_cast<GRADIENTTYPE>(data.GetInt32(GRADIENTOPERATOR_TYPE, 1))};
-  const Float size = data.GetFloat(GRADIENTOPERATOR_SIZE, 200.0);
+  Shape shape{static_cast<GRADIENTTYPE>(data.GetInt32(GRADIENTOPERATOR_TYPE))};
+  const Float size = data.GetFloat(GRADIENTOPERATOR_SIZE);
   switch (shape.type) {
     case GRADIENTTYPE::RADIAL: {
-      const Float radius = data.GetFloat(GRADIENTOPERATOR_RADIUS, 200.0);
+      const Float radius = data.GetFloat(GRADIENTOPERATOR_RADIUS);
       shape.inverse = InverseOrZero(radius);
       shape.limit = radius * radius;
       break;
@@ -96,7 +97,7 @@ Status GradientOperator::Compute(const Grid2D<Float>& incoming, Node& op, Docume
     case GRADIENTTYPE::RECTANGULAR:
       shape.halfWidth = size * 0.5;
       shape.inverseWidth = InverseOrZero(shape.halfWidth);
-      shape.halfHeight = data.GetFloat(GRADIENTOPERATOR_HEIGHT, 150.0) * 0.5;
+      shape.halfHeight = data.GetFloat(GRADIENTOPERATOR_HEIGHT) * 0.5;
       shape.inverseHeight = InverseOrZero(shape.halfHeight);
       break;
     case GRADIENTTYPE::SQUARE:

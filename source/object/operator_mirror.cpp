@@ -2,6 +2,7 @@
 
 #include "common/vlgd_icons.h"
 #include "platform/parallel.h"
+#include "platform/parameter_reader.h"
 #include "vellgrund/filter_loops.h"
 
 namespace VLGD {
@@ -56,7 +57,7 @@ bool MirrorOperator::GetRebuildParameters(std::vector<ParameterId>& ids, const P
 }
 
 Status MirrorOperator::Compute(const Grid2D<Float>& incoming, Node& op, Document&, const EvaluationContext& context) {
-  const ParameterContainer& data = op.GetData();
+  const platform::ParameterReader data(op);
   const bool flipX = data.GetBool(MIRROROPERATOR_X);
   const bool flipH = data.GetBool(MIRROROPERATOR_HEIGHT);
   const bool flipY = data.GetBool(MIRROROPERATOR_Y);

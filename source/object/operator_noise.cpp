@@ -8,6 +8,7 @@
 #include "platform/host.h"
 #include "platform/noise.h"
 #include "platform/parallel.h"
+#include "platform/parameter_reader.h"
 #include "vellgrund/distortion.h"
 
 namespace VLGD {
@@ -54,21 +55,21 @@ bool NoiseOperator::Init(Node& node) {
 TERRAINOPERATORFLAGS NoiseOperator::GetFlags(const Node& op) const {
   TERRAINOPERATORFLAGS flags = TERRAINOPERATORFLAGS::TYPE_GENERATOR | TERRAINOPERATORFLAGS::DIRTY_MATRIX_OPERATOR |
                                TERRAINOPERATORFLAGS::DIRTY_MATRIX_PARENTHIERARCHY;
-  if (op.GetData().GetBool(NOISEOPERATOR_USE_TERRAIN_MATRIX))
+  if (platform::ParameterReader(op).GetBool(NOISEOPERATOR_USE_TERRAIN_MATRIX))
     flags = flags | TERRAINOPERATORFLAGS::DIRTY_MATRIX_TERRAIN;
   return flags;
 }
 
 bool NoiseOperator::GetOperatorDEnabling(const Node& op, ParameterId id, const Value&) const {
-  const ParameterContainer& data = op.GetData();
-  const Int32 type = data.GetInt32(NOISEOPERATOR_TYPE, 21);
+  const platform::ParameterReader data(op);
+  const Int32 type = data.GetInt32(NOISEOPERATOR_TYPE);
   switch (id) {
     case NOISEOPERATOR_OCTAVES:
       return UsesOctaves(type);
     case NOISEOPERATOR_ABSOLUTE:
       return type != static_cast<Int32>(NoiseType::RIDGED_MULTIFRACTAL);
     default:
-      return IsDistortionParameterEnabled(data, id);
+      return IsDistortionParameterEnabled(data.Values(), id);
   }
 }
 
@@ -78,13 +79,15 @@ bool NoiseOperator::GetRebuildParameters(std::vector<ParameterId>& ids, const Pa
 }
 
 Status NoiseOperator::Compute(const Grid2D<Float>& incoming, Node& op, Document&, const EvaluationContext& context) {
-  const ParameterContainer& data = op.GetData();
-  Float octaves = data.GetFloat(NOISEOPERATOR_OCTAVES, 5.0);
+  const platform::ParameterReader data(op);
+  Float octaves = data.GetFloat(NOISEOPERATOR_OCTAVES);
   const bool absolute = data.GetBool(NOISEOPERATOR_ABSOLUTE);
-  const Int32 type = data.GetInt32(NOISEOPERATOR_TYPE, 21);
-  const Int32 seed = data.GetInt32(NOISEOPERATOR_SEED, 123);
-  const Float scale = data.GetFloat(NOISEOPERATOR_SCALE, 1.0);
-  const bool normalize = data.GetBool(NOISEOPERATOR_NORMALIZE, true);
+  const Int32 type = data.GetInt32(NOISEOPERATOR_TYPE);
+  // New noises draw a seed of their own (the description has no default); one without a
+  // stored seed gets the pattern of seed 123 that such noises always had.
+  const Int32 seed = data.Values().GetInt32(NOISEOPERATOR_SEED, 123);
+  const Float scale = data.GetFloat(NOISEOPERATOR_SCALE);
+  const bool normalize = data.GetBool(NOISEOPERATOR_NORMALIZE);
   const Vector offset = data.GetVector(NOISEOPERATOR_OFFSET);
   const bool invert = data.GetBool(NOISEOPERATOR_INVERT);
   const Float frequency = scale != 0.0 ? 0.01 / scale : 0.0;

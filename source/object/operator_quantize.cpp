@@ -4,6 +4,7 @@
 
 #include "common/vlgd_icons.h"
 #include "platform/parallel.h"
+#include "platform/parameter_reader.h"
 #include "vellgrund/filter_loops.h"
 
 namespace VLGD {
@@ -48,7 +49,7 @@ bool QuantizeOperator::GetRebuildParameters(std::vector<ParameterId>& ids, const
 Status QuantizeOperator::Compute(const Grid2D<Float>& incoming, Node& op, Document&, const EvaluationContext&) {
   // Steps of 1 or less are taken as they stand: 1 gives n = 0 and every sample becomes
   // min, 0 and below give a negative n.
-  const Float n = static_cast<Float>(op.GetData().GetInt32(QUANTIZEOPERATOR_STEPS, 8)) - 1.0;
+  const Float n = static_cast<Float>(platform::ParameterReader(op).GetInt32(QUANTIZEOPERATOR_STEPS)) - 1.0;
   const Float inverseN = n != 0.0 ? 1.0 / n : 0.0;
   const bool valid = incoming.IsMinMaxValid();
   const Float minimum = valid ? incoming.Minimum() : 0.0;

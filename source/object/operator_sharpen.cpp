@@ -3,6 +3,7 @@
 #include <memory>
 
 #include "common/vlgd_icons.h"
+#include "platform/parameter_reader.h"
 #include "vellgrund/convolution.h"
 #include "vellgrund/filter_loops.h"
 
@@ -14,7 +15,7 @@ TERRAINOPERATORFLAGS SharpenOperator::GetFlags(const Node&) const {
 }
 
 bool SharpenOperator::GetOperatorDEnabling(const Node& op, ParameterId id, const Value&) const {
-  const Int32 type = op.GetData().GetInt32(SHARPENOPERATOR_TYPE, 0);
+  const Int32 type = platform::ParameterReader(op).GetInt32(SHARPENOPERATOR_TYPE);
   switch (id) {
     case SHARPENOPERATOR_SIZE:
       return type == SHARPENOPERATOR_TYPE_SEPARABLE || type == SHARPENOPERATOR_TYPE_UNSHARP;
@@ -30,10 +31,12 @@ bool SharpenOperator::GetRebuildParameters(std::vector<ParameterId>& ids, const 
 }
 
 Status SharpenOperator::Compute(const Grid2D<Float>& incoming, Node& op, Document&, const EvaluationContext& context) {
-  const ParameterContainer& data = op.GetData();
-  const Int32 type = data.GetInt32(SHARPENOPERATOR_TYPE, 0);
-  const Int32 size = data.GetInt32(SHARPENOPERATOR_SIZE, 5);
-  const Float amount = data.GetFloat(SHARPENOPERATOR_AMOUNT, 0.0);
+  const platform::ParameterReader data(op);
+  const Int32 type = data.GetInt32(SHARPENOPERATOR_TYPE);
+  // A sharpen that lacks its size uses 5, as those stored before the size did; new ones
+  // hold the default 3.
+  const Int32 size = data.Values().GetInt32(SHARPENOPERATOR_SIZE, 5);
+  const Float amount = data.GetFloat(SHARPENOPERATOR_AMOUNT);
   std::unique_ptr<Convolution::BaseKernel> kernel;
   switch (type) {
     case SHARPENOPERATOR_TYPE_SEPARABLE:

@@ -13,6 +13,7 @@
 #include "platform/image.h"
 #include "platform/memory.h"
 #include "platform/parallel.h"
+#include "platform/parameter_reader.h"
 #include "platform/strings.h"
 #include "vellgrund/string_ids.h"
 
@@ -24,6 +25,10 @@ using platform::ParameterDescription;
 using platform::PolygonObject;
 using platform::ValueType;
 using platform::Vector;
+
+// A terrain that lacks its size X (made by code, not by a file or the editor) is 250 units
+// wide, as such terrains always were; new ones hold the default 500.
+Float SizeXOf(const ParameterContainer& data) { return data.GetFloat(TERRAINOBJECT_SIZE_X, 250.0); }
 
 struct Curvature {
   bool enabled = false;
@@ -42,7 +47,7 @@ struct Curvature {
   }
 };
 
-Curvature ReadCurvature(const ParameterContainer& data) {
+Curvature ReadCurvature(const platform::ParameterReader& data) {
   Curvature curvature;
   curvature.enabled = data.GetBool(TERRAINOBJECT_CURVATURE);
   curvature.radius = data.GetFloat(TERRAINOBJECT_CURVATURE_RADIUS);
@@ -251,7 +256,7 @@ bool TerrainObject::Read(Node& node, Int32 diskLevel) {
 }
 
 bool TerrainObject::GetDEnabling(const Node& node, ParameterId id, const Value&) const {
-  const ParameterContainer& data = node.GetData();
+  const platform::ParameterReader data(node);
   switch (id) {
     case TERRAINOBJECT_EDGE_HEIGHT:
       return data.GetBool(TERRAINOBJECT_EDGE_FALLOFF);
@@ -270,9 +275,9 @@ bool TerrainObject::GetDEnabling(const Node& node, ParameterId id, const Value&)
 void TerrainObject::GetDimension(const Node& node, Vector& centre, Vector& radius) const {
   const Float minimum = grid_.IsMinMaxValid() ? grid_.Minimum() : 0.0;
   const Float maximum = grid_.IsMinMaxValid() ? grid_.Maximum() : 0.0;
-  const ParameterContainer& data = node.GetData();
+  const platform::ParameterReader data(node);
   centre = {0.0, (minimum + maximum) * 0.5, 0.0};
-  radius = {data.GetFloat(TERRAINOBJECT_SIZE_X) * 0.5, (maximum - minimum) * 0.5,
+  radius = {SizeXOf(data.Values()) * 0.5, (maximum - minimum) * 0.5,
             data.GetFloat(TERRAINOBJECT_SIZE_Z) * 0.5};
 }
 
@@ -280,14 +285,14 @@ Result<std::unique_ptr<GeometryObject>> TerrainObject::GetVirtualObjects(Node& n
                                                                          const platform::HierarchyHelp& help) {
   Document* doc = node.GetDocument();
   if (doc == nullptr) return std::unique_ptr<GeometryObject>{};
-  const ParameterContainer& data = node.GetData();
+  const platform::ParameterReader data(node);
   const Int32 preference = doc->GetWorldPluginData(ID_PREFERENCES).GetInt32(PREFS_MAX_RESOLUTION, 0);
   const Int32 cap = std::min(preference, kHardMaxResolution);
   const Int32 askedX = data.GetInt32(TERRAINOBJECT_RESOLUTION_X);
   const Int32 askedZ = data.GetInt32(TERRAINOBJECT_RESOLUTION_Z);
   const Int32 segX = EffectiveResolution(askedX, help.lod, cap);
   const Int32 segZ = EffectiveResolution(askedZ, help.lod, cap);
-  const Float sizeX = data.GetFloat(TERRAINOBJECT_SIZE_X, 250.0);
+  const Float sizeX = SizeXOf(data.Values());
   const Float sizeZ = data.GetFloat(TERRAINOBJECT_SIZE_Z);
 
   EvaluationContext context;
@@ -350,7 +355,7 @@ Result<std::unique_ptr<GeometryObject>> TerrainObject::GetVirtualObjects(Node& n
   }
   if ((help.flags & platform::BUILDFLAGS_ISOPARM) != 0) {
     VLGD_ASSIGN_OR_RETURN(mesh->isoparm, BuildIsoparms(grid_.Width(), grid_.Height(), *mesh,
-                                                       data.GetInt32(TERRAINOBJECT_ISOPARM_LINES, 1)));
+                                                       data.Values().GetInt32(TERRAINOBJECT_ISOPARM_LINES, 1)));
   }
   if (data.GetBool(TERRAINOBJECT_PHONG)) VLGD_RETURN_IF_ERROR(mesh->AddTag(std::make_unique<platform::PhongTag>()));
 
@@ -377,7 +382,7 @@ Result<platform::Image> TerrainObject::HeightImage(bool normalized) const {
 Status TerrainObject::ExportHeightMap(Node& node) {
   platform::Host& host = node.GetHost();
   const platform::StringTable& strings = host.GetStrings();
-  const bool normalized = node.GetData().GetInt32(TERRAINOBJECT_EXPORT_MODE) == 1;
+  const bool normalized = platform::ParameterReader(node).GetInt32(TERRAINOBJECT_EXPORT_MODE) == 1;
   const Result<platform::Image> image = HeightImage(normalized);
   if (!image) {
     host.GetUserInterface().MessageDialog(strings.Get(STRING_EXPORT_FAILED));
@@ -401,23 +406,24 @@ bool TerrainObject::Message(Node& node, Int32 type, MessageData& data) {
     case platform::MSG_DESCRIPTION_POSTSETPARAMETER: {
       // The follow-up edits below replace numbers the container holds, which cannot fail.
       const ParameterId changed = data.parameter;
-      const Float sizeX = own.GetFloat(TERRAINOBJECT_SIZE_X);
-      const Float sizeZ = own.GetFloat(TERRAINOBJECT_SIZE_Z);
+      const platform::ParameterReader values(own, node.GetTypeInfo().description);
+      const Float sizeX = SizeXOf(own);
+      const Float sizeZ = values.GetFloat(TERRAINOBJECT_SIZE_Z);
       const auto storeDensities = [&] {
-        densityX_ = sizeX != 0.0 ? own.GetInt32(TERRAINOBJECT_RESOLUTION_X) / sizeX : 0.0;
-        densityZ_ = sizeZ != 0.0 ? own.GetInt32(TERRAINOBJECT_RESOLUTION_Z) / sizeZ : 0.0;
+        densityX_ = sizeX != 0.0 ? values.GetInt32(TERRAINOBJECT_RESOLUTION_X) / sizeX : 0.0;
+        densityZ_ = sizeZ != 0.0 ? values.GetInt32(TERRAINOBJECT_RESOLUTION_Z) / sizeZ : 0.0;
       };
       if (changed == TERRAINOBJECT_SIZE_X || changed == TERRAINOBJECT_SIZE_Z ||
           changed == TERRAINOBJECT_CURVATURE_RADIUS) {
         const Float smaller = std::min(sizeX, sizeZ);
-        if (own.GetFloat(TERRAINOBJECT_CURVATURE_RADIUS) < smaller)
+        if (values.GetFloat(TERRAINOBJECT_CURVATURE_RADIUS) < smaller)
           (void)node.SetParameter(TERRAINOBJECT_CURVATURE_RADIUS, smaller);
         if (changed != TERRAINOBJECT_CURVATURE_RADIUS) {
-          if (!own.GetBool(TERRAINOBJECT_LOCK_DENSITY)) {
+          if (!values.GetBool(TERRAINOBJECT_LOCK_DENSITY)) {
             storeDensities();
           } else {
-            if (densityX_ == 0.0) densityX_ = sizeX != 0.0 ? own.GetInt32(TERRAINOBJECT_RESOLUTION_X) / sizeX : 0.0;
-            if (densityZ_ == 0.0) densityZ_ = sizeZ != 0.0 ? own.GetInt32(TERRAINOBJECT_RESOLUTION_Z) / sizeZ : 0.0;
+            if (densityX_ == 0.0) densityX_ = sizeX != 0.0 ? values.GetInt32(TERRAINOBJECT_RESOLUTION_X) / sizeX : 0.0;
+            if (densityZ_ == 0.0) densityZ_ = sizeZ != 0.0 ? values.GetInt32(TERRAINOBJECT_RESOLUTION_Z) / sizeZ : 0.0;
             (void)node.SetParameter(TERRAINOBJECT_RESOLUTION_X, static_cast<Int32>(densityX_ * sizeX));
             (void)node.SetParameter(TERRAINOBJECT_RESOLUTION_Z, static_cast<Int32>(sizeZ * densityZ_));
           }

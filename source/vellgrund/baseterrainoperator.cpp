@@ -57,6 +57,8 @@ Status ApplyRange(std::vector<Float>& mask, std::span<const Float> values, const
 }  // namespace
 
 BlendSettings ReadBlendSettings(const ParameterContainer& data) {
+  // A missing entry reads as no effect (strength 0, no mask), not as the default of a new
+  // operator: a container without blend settings must leave the terrain as it is.
   BlendSettings settings;
   settings.strength = data.GetFloat(TERRAINOPERATOR_STRENGTH, 0.0);
   settings.mode = data.GetInt32(TERRAINOPERATOR_BLENDMODE, 0);

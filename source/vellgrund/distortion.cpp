@@ -8,11 +8,11 @@ namespace VLGD {
 using platform::DescribeParameter;
 using platform::ValueType;
 
-TerrainDistortion TerrainDistortion::Read(const ParameterContainer& data) {
+TerrainDistortion TerrainDistortion::Read(const platform::ParameterReader& data) {
   TerrainDistortion distortion;
-  distortion.amount = data.GetFloat(TERRAINDISTORTION_AMOUNT, 1.0) * 200.0;
+  distortion.amount = data.GetFloat(TERRAINDISTORTION_AMOUNT) * 200.0;
   distortion.enabled = data.GetBool(TERRAINDISTORTION_ENABLED) && distortion.amount != 0.0;
-  const Float period = 75.0 * data.GetFloat(TERRAINDISTORTION_SCALE, 1.0);
+  const Float period = 75.0 * data.GetFloat(TERRAINDISTORTION_SCALE);
   distortion.frequency = period != 0.0 ? 1.0 / period : 0.0;
   const Float angle = data.GetFloat(TERRAINDISTORTION_ANGLE);
   distortion.sinAngle = std::sin(angle);

@@ -3,6 +3,7 @@
 #include "platform/description.h"
 #include "platform/matrix.h"
 #include "platform/noise.h"
+#include "platform/parameter_reader.h"
 #include "platform/registry.h"
 #include "vellgrund/baseterrainoperator.h"
 
@@ -34,7 +35,7 @@ struct TerrainDistortion {
   Float cosAngle = 1.0;
   Vector offset;
 
-  static TerrainDistortion Read(const ParameterContainer& data);
+  static TerrainDistortion Read(const platform::ParameterReader& data);
 
   // Moves X by the noise at the point, then Z by a second lookup that uses the undistorted
   // X and, for historical files, the offset's Y instead of the point's.

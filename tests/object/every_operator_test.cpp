@@ -1,13 +1,15 @@
 // Every registered operator through the same trials, so that a new type is held to them
 // the day it is registered: bit-identical results on one thread and on all, a break that
-// never leaves a partial result, and grids at the edges (one sample, one row) that must
-// not fault.
+// never leaves a partial result, grids at the edges (one sample, one row) that must not
+// fault, and parameters that read as their described defaults when a node lacks them.
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
 #include <memory>
+#include <set>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -103,6 +105,83 @@ TEST(EveryOperator, AlikeOnAnyThreadCountNeverHalfDoneAndSafeOnTinyGrids) {
           << width << " x " << height;
     }
   }
+}
+
+// A node that lacks a parameter computes what one holding the described default computes,
+// in every mode of the type (each choice of its own and each of its switches flipped), so
+// that a getter's fallback cannot drift from the description. A few fall back to another
+// value on purpose, for nodes stored before their parameter existed, and a missing curve
+// is an error of its own.
+TEST(EveryOperator, AMissingParameterReadsAsItsDefault) {
+  const std::set<std::string, std::less<>> deliberate = {
+      "BLUROPERATOR_RADIUS", "SHARPENOPERATOR_SIZE", "CLAMPOPERATOR_MAX", "EROSIONOPERATOR_THERMAL_ITERATIONS",
+      "EROSIONOPERATOR_THERMAL_NEIGHBOURHOOD"};
+  const std::set<std::string, std::less<>> refused = {"CURVEOPERATOR_CURVE", "GRADIENTOPERATOR_PROFILE"};
+  std::set<std::string, std::less<>> deliberateSeen;
+  for (const TypeDescriptor* type : Operators()) {
+    SCOPED_TRACE(std::string(type->resourceName));
+    Trial trial(type->id);
+    ParameterContainer& values = trial.op->GetDataInstance();
+    const ParameterContainer defaults = values;
+
+    // The modes: the defaults, every value of each own choice, each own switch flipped or
+    // number that is off at zero turned on (a strength, an amount), and each choice with
+    // each switch, since a switch often acts only in some choices.
+    using Change = std::pair<ParameterId, Value>;
+    std::vector<Change> choices;
+    std::vector<Change> switches;
+    for (const ParameterDescription& own : type->describe ? type->describe().parameters : std::vector<ParameterDescription>{}) {
+      const Enumeration* members = trial.host.GetRegistry().Enumerations().Find(own.enumeration);
+      if (members != nullptr && own.type == ValueType::INT32) {
+        for (const EnumMember& member : members->members) choices.emplace_back(own.id, static_cast<Int32>(member.value));
+      } else if (own.type == ValueType::BOOL && own.kind == ParameterKind::VALUE) {
+        switches.emplace_back(own.id, !defaults.GetBool(own.id));
+      } else if (own.defaultValue == Value{0.0} || own.defaultValue == Value{Int32{0}}) {
+        const Float on = own.minimum && own.maximum ? 0.5 * (*own.minimum + *own.maximum) : 1.0;
+        switches.emplace_back(own.id, own.type == ValueType::FLOAT ? Value{on} : Value{static_cast<Int32>(std::max(on, 1.0))});
+      }
+    }
+    std::vector<std::vector<Change>> modes = {{}};
+    for (const Change& change : switches) modes.push_back({change});
+    for (const Change& choice : choices) {
+      modes.push_back({choice});
+      for (const Change& change : switches) modes.push_back({choice, change});
+    }
+
+    const ScopedThreadLimit one(1);
+    for (const std::vector<Change>& changes : modes) {
+      values = defaults;
+      std::ostringstream mode;
+      for (const auto& [id, value] : changes) {
+        ASSERT_TRUE(values.Set(id, value));
+        mode << " " << id << "=" << value.ToFloat(0.0);
+      }
+      const ParameterContainer changed = values;
+      const Result<std::vector<Float>> reference = trial.Compute(9, 7);
+      if (!reference) continue;  // a choice the type refuses, such as a gap in a numbering
+      for (const ParameterDescription& parameter : trial.op->GetTypeInfo().description.Parameters()) {
+        if (std::holds_alternative<std::monostate>(parameter.defaultValue.Data())) continue;
+        const bool isChanged =
+            std::ranges::any_of(changes, [&](const Change& change) { return change.first == parameter.id; });
+        values = changed;
+        if (isChanged || !values.Remove(parameter.id)) continue;
+        const Result<std::vector<Float>> without = trial.Compute(9, 7);
+        if (refused.contains(parameter.symbol)) {
+          EXPECT_FALSE(without) << parameter.symbol;
+          continue;
+        }
+        const bool same = without && *without == *reference;
+        if (deliberate.contains(parameter.symbol)) {
+          if (!same) deliberateSeen.insert(parameter.symbol);
+          continue;
+        }
+        EXPECT_TRUE(same) << "without " << parameter.symbol << " in mode" << mode.str()
+                          << (without ? "" : ": " + without.error().message);
+      }
+    }
+  }
+  // The exceptions are still exceptions: each changes a result when missing.
+  EXPECT_EQ(deliberateSeen, deliberate);
 }
 
 }  // namespace
