@@ -23,7 +23,6 @@ enum MessageType : Int32 {
 // MSG_DOCUMENTINFO kinds.
 enum DocumentInfoType : Int32 {
   DOCUMENTINFO_LOADED = 1001,  // the document has just been loaded from a file
-  DOCUMENTINFO_SAVED = 1002,
 };
 
 struct MessageData {

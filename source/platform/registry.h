@@ -20,9 +20,6 @@ enum class PluginKind {
   OBJECT,
   COMMAND,
   SEPARATOR,  // a command entry named "--", shown as a menu separator
-  SHADER,
-  SCENE_HOOK,
-  PREFERENCES,
   DESCRIPTION,  // a description without a node type (shared parameter blocks)
 };
 

@@ -1,171 +1,173 @@
 // Every registered operator through the same trials, so that a new type is held to them
-// the day it is registered: bit-identical results on one thread and on all, a break that
-// never leaves a partial result, grids at the edges (one sample, one row) that must not
-// fault, and parameters that read as their described defaults when a node lacks them.
+// the day it is registered: bit-identical results on one thread and on all in each of its
+// modes, a break that never leaves a partial result, grids at the edges (one sample, one
+// row) that must not fault, parameters that read as their described defaults when a node
+// lacks them, and a stack that rebuilds it for its own parameters and not for blending.
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
-#include <memory>
+#include <optional>
 #include <set>
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "main/vellgrund_module.h"
-#include "platform/document.h"
 #include "platform/parallel.h"
+#include "support/operator_fixture.h"
 #include "vellgrund/baseterrainoperator.h"
 
 namespace {
 
 using namespace platform;
+using testing_support::DirectOperator;
+using testing_support::MakeGrid;
+using testing_support::Recomputed;
+using testing_support::TerrainHarness;
 
 std::vector<const TypeDescriptor*> Operators() {
   std::vector<const TypeDescriptor*> operators;
   for (const TypeDescriptor* type : VLGD::RegisteredTypes())
-    if (std::find(type->baseTypes.begin(), type->baseTypes.end(), VLGD::ID_BASETERRAINOPERATOR) !=
-        type->baseTypes.end())
+    if (std::ranges::find(type->baseTypes, VLGD::ID_BASETERRAINOPERATOR) != type->baseTypes.end())
       operators.push_back(type);
   return operators;
 }
 
-// One operator of a type in a document, computed on its own on a grid of the given shape
-// whose heights are a tilted ripple (so that filters have something to change).
-struct Trial {
-  explicit Trial(Int32 type) {
-    host.SetConsole(console);
-    EXPECT_TRUE(VLGD::StartModule(host));
-    doc = std::make_unique<Document>(host);
-    op = doc->InsertLast(*doc->CreateNode(type));
-  }
+std::vector<ParameterDescription> OwnParameters(const TypeDescriptor& type) {
+  return type.describe != nullptr ? type.describe().parameters : std::vector<ParameterDescription>{};
+}
 
-  Result<std::vector<Float>> Compute(Int width, Int height, const CancellationToken* cancel = nullptr) {
-    VLGD::Grid2D<Float> incoming;
-    VLGD_RETURN_IF_ERROR(incoming.Init(width, height, 100.0, 100.0));
-    for (Int y = 0; y < height; ++y)
-      for (Int x = 0; x < width; ++x)
-        incoming.Data()[y * width + x] =
-            0.1 * static_cast<Float>(x) + 5.0 * std::sin(0.3 * static_cast<Float>(x + 2 * y));
-    incoming.RecomputeRange();
-    VLGD::EvaluationContext context;
-    context.resolutionX = static_cast<Int32>(std::max<Int>(width - 1, 1));
-    context.resolutionZ = static_cast<Int32>(std::max<Int>(height - 1, 1));
-    context.sizeX = 100.0;
-    context.sizeZ = 100.0;
-    context.thread = cancel;
-    auto& data = *op->GetNodeData<VLGD::BaseTerrainOperatorData>();
-    VLGD_RETURN_IF_ERROR(data.Compute(incoming, *op, *doc, context));
-    const VLGD::Grid2D<Float>& result = data.GetResult();
-    return std::vector<Float>(result.Data(), result.Data() + result.Count());
-  }
+using Change = std::pair<ParameterId, Value>;
 
-  CollectingConsole console;
-  Host host;
-  std::unique_ptr<Document> doc;
-  Node* op = nullptr;
-};
+// The modes of a type: every value of each own choice, each own switch flipped or number
+// that is off at zero turned on (a strength, an amount), and, with `combined`, each choice
+// with each switch, since a switch often acts only in some choices.
+std::vector<std::vector<Change>> Modes(const TypeDescriptor& type, const Node& node, bool combined) {
+  std::vector<Change> choices;
+  std::vector<Change> switches;
+  const EnumRegistry& enumerations = node.GetHost().GetRegistry().Enumerations();
+  for (const ParameterDescription& own : OwnParameters(type)) {
+    const Enumeration* members = enumerations.Find(own.enumeration);
+    if (members != nullptr && own.type == ValueType::INT32) {
+      for (const EnumMember& member : members->members) choices.emplace_back(own.id, static_cast<Int32>(member.value));
+    } else if (own.type == ValueType::BOOL && own.kind == ParameterKind::VALUE) {
+      switches.emplace_back(own.id, !node.GetData().GetBool(own.id));
+    } else if (own.defaultValue == Value{0.0} || own.defaultValue == Value{Int32{0}}) {
+      const Float on = own.minimum && own.maximum ? 0.5 * (*own.minimum + *own.maximum) : 1.0;
+      switches.emplace_back(own.id, own.type == ValueType::FLOAT ? Value{on} : Value{static_cast<Int32>(std::max(on, 1.0))});
+    }
+  }
+  std::vector<std::vector<Change>> modes = {{}};
+  for (const Change& choice : choices) modes.push_back({choice});
+  if (!combined) return modes;
+  for (const Change& change : switches) {
+    modes.push_back({change});
+    for (const Change& choice : choices) modes.push_back({choice, change});
+  }
+  return modes;
+}
+
+std::string Describe(const std::vector<Change>& changes) {
+  std::ostringstream text;
+  for (const auto& [id, value] : changes) text << " " << id << "=" << value.ToFloat(0.0);
+  return text.str();
+}
+
+// The operator computed on its own on a tilted ripple (so that filters have something to
+// change), its result as a list of heights.
+Result<std::vector<Float>> Compute(DirectOperator& trial, Int width, Int height,
+                                   const CancellationToken* cancel = nullptr) {
+  const VLGD::Grid2D<Float> incoming = MakeGrid(
+      width, height, [](Int x, Int y) { return 0.1 * static_cast<Float>(x) + 5.0 * std::sin(0.3 * static_cast<Float>(x + 2 * y)); },
+      100.0, 100.0);
+  VLGD::EvaluationContext context;
+  context.resolutionX = static_cast<Int32>(std::max<Int>(width - 1, 1));
+  context.resolutionZ = static_cast<Int32>(std::max<Int>(height - 1, 1));
+  context.sizeX = 100.0;
+  context.sizeZ = 100.0;
+  context.thread = cancel;
+  VLGD_RETURN_IF_ERROR(trial.Data().Compute(incoming, *trial.op, *trial.doc, context));
+  const VLGD::Grid2D<Float>& result = trial.Result();
+  return std::vector<Float>(result.Data(), result.Data() + result.Count());
+}
 
 TEST(EveryOperator, AlikeOnAnyThreadCountNeverHalfDoneAndSafeOnTinyGrids) {
   const std::vector<const TypeDescriptor*> operators = Operators();
   ASSERT_GE(operators.size(), 12u);
   for (const TypeDescriptor* type : operators) {
-    SCOPED_TRACE(std::string(type->resourceName));
-    Trial trial(type->id);
+    DirectOperator trial(type->id);
+    const ParameterContainer defaults = trial.op->GetData();
+    for (const std::vector<Change>& changes : Modes(*type, *trial.op, false)) {
+      SCOPED_TRACE(std::string(type->resourceName) + Describe(changes));
+      trial.op->GetDataInstance() = defaults;
+      for (const auto& [id, value] : changes) trial.Put(id, value);
 
-    Result<std::vector<Float>> single = [&] {
-      const ScopedThreadLimit one(1);
-      return trial.Compute(301, 257);
-    }();
-    ASSERT_TRUE(single) << single.error().message;
-    const Result<std::vector<Float>> all = trial.Compute(301, 257);
-    ASSERT_TRUE(all) << all.error().message;
-    EXPECT_TRUE(*single == *all) << "results differ between one thread and " << MaxThreads();
-    EXPECT_TRUE(std::all_of(all->begin(), all->end(), [](Float h) { return std::isfinite(h); }));
+      Result<std::vector<Float>> single = [&] {
+        const ScopedThreadLimit one(1);
+        return Compute(trial, 301, 257);
+      }();
+      if (!single && single.error().kind == ErrorKind::IllegalArgument) continue;  // a choice it refuses
+      ASSERT_TRUE(single) << single.error().message;
+      const Result<std::vector<Float>> all = Compute(trial, 301, 257);
+      ASSERT_TRUE(all) << all.error().message;
+      EXPECT_TRUE(*single == *all) << "results differ between one thread and " << MaxThreads();
+      EXPECT_TRUE(std::ranges::all_of(*all, [](Float h) { return std::isfinite(h); }));
 
-    // A break either stops the operator with a cancellation error or, in the single cheap
-    // passes that do not test it, lets it finish the whole result: never a part of one.
-    CancellationToken cancel;
-    cancel.Cancel();
-    const Result<std::vector<Float>> stopped = trial.Compute(301, 257, &cancel);
-    if (stopped)
-      EXPECT_TRUE(*stopped == *all) << "a break left a partial result";
-    else
-      EXPECT_EQ(stopped.error().kind, ErrorKind::Cancelled) << stopped.error().message;
+      // A break either stops the operator with a cancellation error or, in the single cheap
+      // passes that do not test it, lets it finish the whole result: never a part of one.
+      CancellationToken cancel;
+      cancel.Cancel();
+      const Result<std::vector<Float>> stopped = Compute(trial, 301, 257, &cancel);
+      if (stopped)
+        EXPECT_TRUE(*stopped == *all) << "a break left a partial result";
+      else
+        EXPECT_EQ(stopped.error().kind, ErrorKind::Cancelled) << stopped.error().message;
 
-    for (const auto& [width, height] : {std::pair<Int, Int>{1, 1}, {7, 1}, {1, 7}, {2, 2}}) {
-      const Result<std::vector<Float>> tiny = trial.Compute(width, height);
-      if (!tiny) {
-        EXPECT_NE(tiny.error().kind, ErrorKind::Generic) << width << " x " << height << ": " << tiny.error().message;
-        continue;
+      for (const auto& [width, height] : {std::pair<Int, Int>{1, 1}, {7, 1}, {1, 7}, {2, 2}}) {
+        const Result<std::vector<Float>> tiny = Compute(trial, width, height);
+        if (!tiny) {
+          EXPECT_NE(tiny.error().kind, ErrorKind::Generic) << width << " x " << height << ": " << tiny.error().message;
+          continue;
+        }
+        EXPECT_EQ(tiny->size(), static_cast<std::size_t>(width * height));
+        EXPECT_TRUE(std::ranges::all_of(*tiny, [](Float h) { return std::isfinite(h); })) << width << " x " << height;
       }
-      EXPECT_EQ(tiny->size(), static_cast<std::size_t>(width * height));
-      EXPECT_TRUE(std::all_of(tiny->begin(), tiny->end(), [](Float h) { return std::isfinite(h); }))
-          << width << " x " << height;
     }
   }
 }
 
 // A node that lacks a parameter computes what one holding the described default computes,
-// in every mode of the type (each choice of its own and each of its switches flipped), so
-// that a getter's fallback cannot drift from the description. A few fall back to another
-// value on purpose, for nodes stored before their parameter existed, and a missing curve
-// is an error of its own.
+// in every mode of the type, so that a getter's fallback cannot drift from the description.
+// A few fall back to another value on purpose, for nodes stored before their parameter
+// existed, and a missing curve is an error of its own.
 TEST(EveryOperator, AMissingParameterReadsAsItsDefault) {
   const std::set<std::string, std::less<>> deliberate = {
       "BLUROPERATOR_RADIUS", "SHARPENOPERATOR_SIZE", "CLAMPOPERATOR_MAX", "EROSIONOPERATOR_THERMAL_ITERATIONS",
       "EROSIONOPERATOR_THERMAL_NEIGHBOURHOOD"};
   const std::set<std::string, std::less<>> refused = {"CURVEOPERATOR_CURVE", "GRADIENTOPERATOR_PROFILE"};
   std::set<std::string, std::less<>> deliberateSeen;
+  const ScopedThreadLimit one(1);
   for (const TypeDescriptor* type : Operators()) {
-    SCOPED_TRACE(std::string(type->resourceName));
-    Trial trial(type->id);
+    DirectOperator trial(type->id);
     ParameterContainer& values = trial.op->GetDataInstance();
     const ParameterContainer defaults = values;
-
-    // The modes: the defaults, every value of each own choice, each own switch flipped or
-    // number that is off at zero turned on (a strength, an amount), and each choice with
-    // each switch, since a switch often acts only in some choices.
-    using Change = std::pair<ParameterId, Value>;
-    std::vector<Change> choices;
-    std::vector<Change> switches;
-    for (const ParameterDescription& own : type->describe ? type->describe().parameters : std::vector<ParameterDescription>{}) {
-      const Enumeration* members = trial.host.GetRegistry().Enumerations().Find(own.enumeration);
-      if (members != nullptr && own.type == ValueType::INT32) {
-        for (const EnumMember& member : members->members) choices.emplace_back(own.id, static_cast<Int32>(member.value));
-      } else if (own.type == ValueType::BOOL && own.kind == ParameterKind::VALUE) {
-        switches.emplace_back(own.id, !defaults.GetBool(own.id));
-      } else if (own.defaultValue == Value{0.0} || own.defaultValue == Value{Int32{0}}) {
-        const Float on = own.minimum && own.maximum ? 0.5 * (*own.minimum + *own.maximum) : 1.0;
-        switches.emplace_back(own.id, own.type == ValueType::FLOAT ? Value{on} : Value{static_cast<Int32>(std::max(on, 1.0))});
-      }
-    }
-    std::vector<std::vector<Change>> modes = {{}};
-    for (const Change& change : switches) modes.push_back({change});
-    for (const Change& choice : choices) {
-      modes.push_back({choice});
-      for (const Change& change : switches) modes.push_back({choice, change});
-    }
-
-    const ScopedThreadLimit one(1);
-    for (const std::vector<Change>& changes : modes) {
+    for (const std::vector<Change>& changes : Modes(*type, *trial.op, true)) {
+      SCOPED_TRACE(std::string(type->resourceName) + Describe(changes));
       values = defaults;
-      std::ostringstream mode;
-      for (const auto& [id, value] : changes) {
-        ASSERT_TRUE(values.Set(id, value));
-        mode << " " << id << "=" << value.ToFloat(0.0);
-      }
+      for (const auto& [id, value] : changes) trial.Put(id, value);
       const ParameterContainer changed = values;
-      const Result<std::vector<Float>> reference = trial.Compute(9, 7);
+      const Result<std::vector<Float>> reference = Compute(trial, 9, 7);
       if (!reference) continue;  // a choice the type refuses, such as a gap in a numbering
       for (const ParameterDescription& parameter : trial.op->GetTypeInfo().description.Parameters()) {
-        if (std::holds_alternative<std::monostate>(parameter.defaultValue.Data())) continue;
-        const bool isChanged =
-            std::ranges::any_of(changes, [&](const Change& change) { return change.first == parameter.id; });
+        const bool isChanged = std::ranges::any_of(changes, [&](const Change& c) { return c.first == parameter.id; });
         values = changed;
-        if (isChanged || !values.Remove(parameter.id)) continue;
-        const Result<std::vector<Float>> without = trial.Compute(9, 7);
+        if (isChanged || std::holds_alternative<std::monostate>(parameter.defaultValue.Data()) ||
+            !values.Remove(parameter.id))
+          continue;
+        const Result<std::vector<Float>> without = Compute(trial, 9, 7);
         if (refused.contains(parameter.symbol)) {
           EXPECT_FALSE(without) << parameter.symbol;
           continue;
@@ -175,13 +177,83 @@ TEST(EveryOperator, AMissingParameterReadsAsItsDefault) {
           if (!same) deliberateSeen.insert(parameter.symbol);
           continue;
         }
-        EXPECT_TRUE(same) << "without " << parameter.symbol << " in mode" << mode.str()
-                          << (without ? "" : ": " + without.error().message);
+        EXPECT_TRUE(same) << "without " << parameter.symbol << (without ? "" : ": " + without.error().message);
       }
     }
   }
   // The exceptions are still exceptions: each changes a result when missing.
   EXPECT_EQ(deliberateSeen, deliberate);
+}
+
+// Another value of a parameter, as an editor would set it: within its limits, another
+// member of its choice.
+std::optional<Value> Edited(const ParameterDescription& parameter, const Value& current, const EnumRegistry& enumerations) {
+  if (parameter.kind != ParameterKind::VALUE || parameter.readOnly) return std::nullopt;
+  if (const Enumeration* choice = enumerations.Find(parameter.enumeration); choice != nullptr && !choice->isFlagSet) {
+    const Int now = current.ToInt32(0);
+    for (const EnumMember& member : choice->members)
+      if (member.value != now) return Value{static_cast<Int32>(member.value)};
+    return std::nullopt;
+  }
+  switch (parameter.type) {
+    case ValueType::BOOL:
+      return Value{!current.ToBool(false)};
+    case ValueType::INT32:
+    case ValueType::FLOAT: {
+      const Float now = current.ToFloat(0.0);
+      Float next = ClampToLimits(parameter, now + 1.0);
+      if (next == now) next = ClampToLimits(parameter, now - 1.0);
+      if (next == now) return std::nullopt;
+      return parameter.type == ValueType::INT32 ? Value{static_cast<Int32>(next)} : Value{next};
+    }
+    case ValueType::VECTOR:
+      return Value{std::get<Vector>(current.Data()) + Vector{1.0, 0.0, 0.0}};
+    default:
+      return std::nullopt;
+  }
+}
+
+// In a stack after a generator, each parameter that the operator lists as its own rebuilds
+// it alone, and every other (blending, masks, those kept for files) rebuilds nothing; a
+// parameter that changes the operator's own result must be listed, or its edits would
+// leave a stale cache.
+TEST(EveryOperator, InAStackItsOwnParametersRebuildItAndNothingElseDoes) {
+  for (const TypeDescriptor* type : Operators()) {
+    TerrainHarness h(8, 80.0);
+    h.AddGenerator("ramp", 1.0);
+    Node* op = h.AddOperator(type->id, "op");
+    ASSERT_EQ(Recomputed(h), "ramp op") << type->resourceName;
+    std::vector<ParameterId> own;
+    if (!op->GetNodeData<VLGD::BaseTerrainOperatorData>()->GetRebuildParameters(own, op->GetData())) continue;
+    const EnumRegistry& enumerations = op->GetHost().GetRegistry().Enumerations();
+    DirectOperator trial(type->id);
+    const Result<std::vector<Float>> reference = Compute(trial, 17, 13);
+    ASSERT_TRUE(reference) << reference.error().message;
+    for (const ParameterDescription& parameter : op->GetTypeInfo().description.Parameters()) {
+      SCOPED_TRACE(std::string(type->resourceName) + " " + parameter.symbol);
+      const Value* current = op->GetData().Find(parameter.id);
+      const std::optional<Value> edited = current != nullptr ? Edited(parameter, *current, enumerations) : std::nullopt;
+      if (!edited) continue;
+      own.clear();
+      op->GetNodeData<VLGD::BaseTerrainOperatorData>()->GetRebuildParameters(own, op->GetData());
+      const bool listed = std::ranges::find(own, parameter.id) != own.end();
+      trial.Put(parameter.id, *edited);
+      const Result<std::vector<Float>> direct = Compute(trial, 17, 13);
+      trial.Put(parameter.id, *current);
+      if (direct && *direct != *reference) {
+        EXPECT_TRUE(listed) << "changes the result but does not rebuild";
+      }
+      const Value before = *current;
+      h.Set(op, parameter.id, *edited);
+      const std::string rebuilt = Recomputed(h);
+      // An edited value the operator refuses, such as zero iterations, is not a rebuild.
+      if (!rebuilt.starts_with("failed")) {
+        EXPECT_EQ(rebuilt, listed ? "op" : "");
+      }
+      h.Set(op, parameter.id, before);
+      Recomputed(h);  // back to the defaults; the next edit's rebuild is what is checked
+    }
+  }
 }
 
 }  // namespace
