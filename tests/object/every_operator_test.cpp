@@ -219,39 +219,46 @@ std::optional<Value> Edited(const ParameterDescription& parameter, const Value& 
 // leave a stale cache.
 TEST(EveryOperator, InAStackItsOwnParametersRebuildItAndNothingElseDoes) {
   for (const TypeDescriptor* type : Operators()) {
-    TerrainHarness h(8, 80.0);
-    h.AddGenerator("ramp", 1.0);
-    Node* op = h.AddOperator(type->id, "op");
-    ASSERT_EQ(Recomputed(h), "ramp op") << type->resourceName;
-    std::vector<ParameterId> own;
-    if (!op->GetNodeData<VLGD::BaseTerrainOperatorData>()->GetRebuildParameters(own, op->GetData())) continue;
-    const EnumRegistry& enumerations = op->GetHost().GetRegistry().Enumerations();
     DirectOperator trial(type->id);
-    const Result<std::vector<Float>> reference = Compute(trial, 17, 13);
-    ASSERT_TRUE(reference) << reference.error().message;
-    for (const ParameterDescription& parameter : op->GetTypeInfo().description.Parameters()) {
-      SCOPED_TRACE(std::string(type->resourceName) + " " + parameter.symbol);
-      const Value* current = op->GetData().Find(parameter.id);
-      const std::optional<Value> edited = current != nullptr ? Edited(parameter, *current, enumerations) : std::nullopt;
-      if (!edited) continue;
-      own.clear();
-      op->GetNodeData<VLGD::BaseTerrainOperatorData>()->GetRebuildParameters(own, op->GetData());
-      const bool listed = std::ranges::find(own, parameter.id) != own.end();
-      trial.Put(parameter.id, *edited);
-      const Result<std::vector<Float>> direct = Compute(trial, 17, 13);
-      trial.Put(parameter.id, *current);
-      if (direct && *direct != *reference) {
-        EXPECT_TRUE(listed) << "changes the result but does not rebuild";
+    const ParameterContainer defaults = trial.op->GetData();
+    const EnumRegistry& enumerations = trial.host.GetRegistry().Enumerations();
+    for (const std::vector<Change>& changes : Modes(*type, *trial.op, false)) {
+      TerrainHarness h(8, 80.0);
+      h.AddGenerator("ramp", 1.0);
+      Node* op = h.AddOperator(type->id, "op");
+      trial.op->GetDataInstance() = defaults;
+      for (const auto& [id, value] : changes) {
+        h.Set(op, id, value);
+        trial.Put(id, value);
       }
-      const Value before = *current;
-      h.Set(op, parameter.id, *edited);
-      const std::string rebuilt = Recomputed(h);
-      // An edited value the operator refuses, such as zero iterations, is not a rebuild.
-      if (!rebuilt.starts_with("failed")) {
-        EXPECT_EQ(rebuilt, listed ? "op" : "");
+      const Result<std::vector<Float>> reference = Compute(trial, 17, 13);
+      std::vector<ParameterId> own;
+      if (Recomputed(h) != "ramp op" || !reference ||
+          !op->GetNodeData<VLGD::BaseTerrainOperatorData>()->GetRebuildParameters(own, op->GetData()))
+        continue;  // a mode the type refuses, or one that rebuilds on every change
+      for (const ParameterDescription& parameter : op->GetTypeInfo().description.Parameters()) {
+        SCOPED_TRACE(std::string(type->resourceName) + Describe(changes) + " " + parameter.symbol);
+        const Value* current = op->GetData().Find(parameter.id);
+        const std::optional<Value> edited =
+            current != nullptr ? Edited(parameter, *current, enumerations) : std::nullopt;
+        if (!edited) continue;
+        const Value before = *current;
+        const bool listed = std::ranges::find(own, parameter.id) != own.end();
+        trial.Put(parameter.id, *edited);
+        const Result<std::vector<Float>> direct = Compute(trial, 17, 13);
+        trial.Put(parameter.id, before);
+        if (direct && *direct != *reference) {
+          EXPECT_TRUE(listed) << "changes the result but does not rebuild";
+        }
+        h.Set(op, parameter.id, *edited);
+        const std::string rebuilt = Recomputed(h);
+        // An edited value the operator refuses, such as zero iterations, is not a rebuild.
+        if (!rebuilt.starts_with("failed")) {
+          EXPECT_EQ(rebuilt, listed ? "op" : "");
+        }
+        h.Set(op, parameter.id, before);
+        Recomputed(h);  // back to the mode's values; the next edit's rebuild is what is checked
       }
-      h.Set(op, parameter.id, before);
-      Recomputed(h);  // back to the defaults; the next edit's rebuild is what is checked
     }
   }
 }

@@ -64,27 +64,4 @@ TEST(AdjustmentOperatorTest, ScenesOfDiskLevelZeroTurnRelativeAndTheSwitchShowsI
   EXPECT_FALSE(IsParameterVisible(*a.op, ADJUSTMENTOPERATOR_OFFSET));
 }
 
-TEST(AdjustmentOperatorTest, InTheStackItsOwnParametersRebuildItAndBlendingDoesNot) {
-  TerrainHarness h(8, 80.0);
-  h.AddGenerator("ramp", 1.0);  // heights 1 + column
-  Node* adjust = h.AddOperator(ID_ADJUSTMENTOPERATOR, "adjust");
-  h.Set(adjust, TERRAINOPERATOR_BLENDMODE, Int32{0});  // NORMAL: the adjusted terrain replaces the terrain
-  h.Set(adjust, ADJUSTMENTOPERATOR_SCALE, 2.0);
-  EXPECT_EQ(Recomputed(h), "ramp adjust");
-  EXPECT_EQ(h.Height(3, 2), 8.0);
-
-  // The relative offset is not used in absolute mode and does not rebuild.
-  h.Set(adjust, ADJUSTMENTOPERATOR_OFFSET_RELATIVE, 1.0);
-  EXPECT_EQ(Recomputed(h), "");
-
-  // Relative mode reads the stack's range: 1 .. 9 gives a shift of 8.
-  h.Set(adjust, ADJUSTMENTOPERATOR_RELATIVE, true);
-  EXPECT_EQ(Recomputed(h), "adjust");
-  EXPECT_EQ(h.Height(3, 2), 8.0 + 8.0);
-
-  h.Set(adjust, TERRAINOPERATOR_STRENGTH, 0.5);  // blending only
-  EXPECT_EQ(Recomputed(h), "");
-  EXPECT_EQ(h.Height(3, 2), 4.0 + (16.0 - 4.0) * 0.5);
-}
-
 }  // namespace

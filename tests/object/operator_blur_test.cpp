@@ -109,23 +109,4 @@ TEST(BlurOperatorTest, KeepsTheDegenerateRadiiAndStopsTheBoxOnABreak) {
   EXPECT_TRUE(f.Compute(in, &cancelled));  // the convolution does not test for a break
 }
 
-TEST(BlurOperatorTest, InAStackParameterChangesRecomputeItAndBlendChangesDoNot) {
-  TerrainHarness h;
-  h.AddGenerator("base", 1.0);  // heights 1 + column
-  Node* blur = h.AddOperator(ID_BLUROPERATOR, "blur");
-  h.Set(blur, TERRAINOPERATOR_BLENDMODE, Int32{0});  // NORMAL: the blurred terrain replaces it
-  EXPECT_EQ(Recomputed(h), "base blur");
-  // Radius 2 along a ramp: unchanged inside, the clamped edge pulls the border up.
-  EXPECT_DOUBLE_EQ(h.Height(4, 3), 5.0);
-  EXPECT_DOUBLE_EQ(h.Height(0, 0), 1.0 + (0.0 + 0.0 + 0.0 + 1.0 + 2.0) / 5.0);
-
-  h.Set(blur, BLUROPERATOR_RADIUS, Int32{1});
-  EXPECT_EQ(Recomputed(h), "blur");
-  EXPECT_DOUBLE_EQ(h.Height(0, 0), 1.0 + 1.0 / 3.0);
-
-  h.Set(blur, TERRAINOPERATOR_STRENGTH, 0.5);
-  EXPECT_EQ(Recomputed(h), "");
-  EXPECT_NEAR(h.Height(0, 0), 0.5 * 1.0 + 0.5 * (1.0 + 1.0 / 3.0), 1e-12);
-}
-
 }  // namespace

@@ -109,25 +109,4 @@ TEST(ClampOperatorTest, AnEditedBoundIsHeldByTheOther) {
   EXPECT_EQ(data.GetFloat(CLAMPOPERATOR_MAX), 30.0);
 }
 
-TEST(ClampOperatorTest, InTheStackItsOwnParametersRebuildItAndBlendingDoesNot) {
-  TerrainHarness h(8, 80.0);
-  h.AddGenerator("ramp", 2.0);  // heights 2 .. 10
-  Node* clamp = h.AddOperator(ID_CLAMPOPERATOR, "clamp");
-  h.Set(clamp, TERRAINOPERATOR_BLENDMODE, Int32{0});  // NORMAL
-  EXPECT_EQ(Recomputed(h), "ramp clamp");
-  EXPECT_EQ(h.Height(2, 1), 12.5);  // the stack's range fits into 0 .. 50
-
-  h.Set(clamp, CLAMPOPERATOR_HARDCLAMP, true);
-  h.Set(clamp, CLAMPOPERATOR_MIN, 3.0);
-  h.Set(clamp, CLAMPOPERATOR_MAX, 6.0);
-  EXPECT_EQ(Recomputed(h), "clamp");
-  EXPECT_EQ(h.Height(0, 1), 3.0);
-  EXPECT_EQ(h.Height(3, 1), 5.0);
-  EXPECT_EQ(h.Height(8, 1), 6.0);
-
-  h.Set(clamp, TERRAINOPERATOR_STRENGTH, 0.5);
-  EXPECT_EQ(Recomputed(h), "");
-  EXPECT_EQ(h.Height(8, 1), 10.0 + (6.0 - 10.0) * 0.5);
-}
-
 }  // namespace

@@ -128,29 +128,24 @@ TEST(CurveOperatorTest, ABreakStopsTheLoopAtSamplesPassingTheIndexMask) {
   EXPECT_TRUE(c.Compute(Row({3.0}), &cancelled));  // a flat input returns before the loop
 }
 
-TEST(CurveOperatorTest, InTheStackTheCurveRebuildsItAndBlendingDoesNot) {
+// The curve is spline data, which the registry-wide stack test does not edit.
+TEST(CurveOperatorTest, InTheStackAnEditedCurveRebuildsItAndAChosenPresetWaitsForTheButton) {
   TerrainHarness h(8, 80.0);
   h.AddGenerator("ramp", 0.0);  // heights 0 .. 8
   Node* curve = h.AddOperator(ID_CURVEOPERATOR, "curve");
   h.Set(curve, TERRAINOPERATOR_BLENDMODE, Int32{0});  // NORMAL
   EXPECT_EQ(Recomputed(h), "ramp curve");
-  EXPECT_EQ(h.Height(8, 3), 8.0);
   EXPECT_LT(h.Height(4, 3), 4.0);
 
   h.Set(curve, CURVEOPERATOR_CURVE, Preset(SPLINEDATAPRESET::LINEAR));  // a hand edit
   EXPECT_EQ(Recomputed(h), "curve");
   EXPECT_NEAR(h.Height(4, 3), 4.0, 1e-12);
 
-  // Selecting a preset alone computes nothing; the button does.
   h.Set(curve, CURVEOPERATOR_PRESET, Int32{11});
   EXPECT_EQ(Recomputed(h), "");
   EXPECT_TRUE(h.doc->PressButton(*curve, CURVEOPERATOR_APPLYPRESET));
   EXPECT_EQ(Recomputed(h), "curve");
   EXPECT_NEAR(h.Height(8, 3), 4.0, 1e-12);
-
-  h.Set(curve, TERRAINOPERATOR_STRENGTH, 0.0);
-  EXPECT_EQ(Recomputed(h), "");
-  EXPECT_EQ(h.Height(8, 3), 8.0);
 }
 
 }  // namespace

@@ -18,28 +18,9 @@ using namespace platform;
 using namespace VLGD;
 using namespace testing_support;
 
-std::vector<ParameterId> RebuildParameters(const DirectOperator& f) {
-  std::vector<ParameterId> ids;
-  EXPECT_TRUE(f.Data().GetRebuildParameters(ids, f.op->GetData()));
-  return ids;
-}
 
-TEST(ErosionOperatorTest, EachModeHasItsFlagsEditableParametersAndRebuildList) {
+TEST(ErosionOperatorTest, EachModeHasItsFlagsAndEditableParameters) {
   DirectOperator f(ID_EROSIONOPERATOR);
-  const ParameterContainer& data = f.op->GetData();
-  EXPECT_EQ(data.GetInt32(EROSIONOPERATOR_MODE, -1), 0);
-  EXPECT_EQ(data.GetInt32(EROSIONOPERATOR_THERMAL_ITERATIONS), 5);
-  EXPECT_EQ(data.GetInt64(EROSIONOPERATOR_DROPLET_SEED), 1234);
-  EXPECT_EQ(data.GetInt32(EROSIONOPERATOR_DROPLET_P38), 80);
-  EXPECT_TRUE(data.GetBool(EROSIONOPERATOR_THERMAL_SMOOTH));
-  EXPECT_DOUBLE_EQ(data.GetFloat(EROSIONOPERATOR_FLATTEN_EXPONENT), 3.0);
-
-  const std::vector<std::vector<ParameterId>> lists = {
-      {100000, 100011, 100012, 100013, 100014, 100015, 100016},
-      {100000, 100040, 100031, 100032, 100033, 100034, 100035, 100036, 100037, 100038, 100039},
-      {100000, 100051, 100052, 100053, 100055, 100054, 100056},
-      {100000, 100061},
-      {100000}};
   const std::vector<ParameterId> groups[] = {{100011, 100016},
                                              {100031, 100035, 100039, 100040, 100041},
                                              {100051, 100056},
@@ -47,7 +28,6 @@ TEST(ErosionOperatorTest, EachModeHasItsFlagsEditableParametersAndRebuildList) {
   for (Int32 mode = 0; mode <= 4; ++mode) {
     f.Put(EROSIONOPERATOR_MODE, mode);
     EXPECT_EQ(static_cast<UInt32>(f.Data().GetFlags(*f.op)), mode == 0 ? 0x1u : 0x21u) << mode;
-    EXPECT_EQ(RebuildParameters(f), lists[static_cast<std::size_t>(mode)]) << mode;
     EXPECT_TRUE(IsParameterEnabled(*f.op, EROSIONOPERATOR_MODE));
     EXPECT_TRUE(IsParameterEnabled(*f.op, TERRAINOPERATOR_STRENGTH));
     for (Int32 group = 0; group < 4; ++group)
@@ -119,32 +99,6 @@ TEST(ErosionOperatorTest, DispatchesToTheKindOnACopyOfTheInput) {
   f.Put(EROSIONOPERATOR_MODE, Int32{9});
   ASSERT_TRUE(f.Compute(in));
   EXPECT_TRUE(Identical(f.Result(), in));
-}
-
-TEST(ErosionOperatorTest, InAStackParameterChangesRecomputeItAndBlendChangesDoNot) {
-  for (Int32 mode = 0; mode <= 3; ++mode) {
-    TerrainHarness h(16);
-    h.AddGenerator("base", 1.0);  // heights 1 + column: a ramp
-    Node* erosion = h.AddOperator(ID_EROSIONOPERATOR, "erosion");
-    h.Set(erosion, TERRAINOPERATOR_BLENDMODE, Int32{0});
-    h.Set(erosion, EROSIONOPERATOR_MODE, mode);
-    h.Set(erosion, EROSIONOPERATOR_DROPLET_COUNT, Int32{50});
-    h.Set(erosion, EROSIONOPERATOR_HYDRAULIC_ITERATIONS, Int32{2});
-    EXPECT_EQ(Recomputed(h), "base erosion") << mode;
-    const Float before = h.Height(3, 5);
-    const ParameterId change[] = {EROSIONOPERATOR_THERMAL_TALUS, EROSIONOPERATOR_DROPLET_DEPOSITION,
-                                  EROSIONOPERATOR_FLATTEN_LEVEL_HIGH};
-    if (mode < 3) {
-      h.Set(erosion, change[mode], 0.9);
-    } else {
-      h.Set(erosion, EROSIONOPERATOR_HYDRAULIC_ITERATIONS, Int32{3});
-    }
-    EXPECT_EQ(Recomputed(h), "erosion") << mode;
-    EXPECT_NE(h.Height(3, 5), before) << mode;
-    h.Set(erosion, EROSIONOPERATOR_DROPLET_P41, true);  // not in any rebuild list
-    h.Set(erosion, TERRAINOPERATOR_STRENGTH, 0.5);
-    EXPECT_EQ(Recomputed(h), "") << mode;
-  }
 }
 
 }  // namespace

@@ -115,22 +115,4 @@ TEST(FoldOperatorTest, TheNoiseMovesTheLevelAcrossTheGrid) {
   }
 }
 
-TEST(FoldOperatorTest, InTheStackItsOwnParametersRebuildItAndBlendingDoesNot) {
-  TerrainHarness h(8, 80.0);
-  h.AddGenerator("ramp", 0.0);  // heights 0 .. 8
-  Node* fold = h.AddOperator(ID_FOLDOPERATOR, "fold");
-  h.Set(fold, TERRAINOPERATOR_BLENDMODE, Int32{0});  // NORMAL
-  EXPECT_EQ(Recomputed(h), "ramp fold");
-  EXPECT_EQ(h.Height(8, 0), 8.0);  // all below the default level of 25
-
-  h.Set(fold, FOLDOPERATOR_LEVEL, 5.0);
-  EXPECT_EQ(Recomputed(h), "fold");
-  EXPECT_EQ(h.Height(8, 0), 2.0);
-  EXPECT_EQ(h.Height(4, 0), 4.0);
-
-  h.Set(fold, TERRAINOPERATOR_STRENGTH, 0.5);
-  EXPECT_EQ(Recomputed(h), "");
-  EXPECT_EQ(h.Height(8, 0), 5.0);
-}
-
 }  // namespace

@@ -63,30 +63,4 @@ TEST(MirrorOperatorTest, ABreakStopsTheLoopAtRowsPassingTheMask) {
   }
 }
 
-TEST(MirrorOperatorTest, InTheStackTwoMirrorsRestoreTheTerrainAndBlendingRebuildsNothing) {
-  TerrainHarness h(8, 80.0);
-  h.AddGenerator("ramp", 0.0);  // heights 0 .. 8
-  Node* first = h.AddOperator(ID_MIRROROPERATOR, "first");
-  Node* second = h.AddOperator(ID_MIRROROPERATOR, "second");
-  for (Node* mirror : {first, second}) {
-    h.Set(mirror, TERRAINOPERATOR_BLENDMODE, Int32{0});  // NORMAL
-    h.Set(mirror, MIRROROPERATOR_X, true);
-  }
-  EXPECT_EQ(Recomputed(h), "ramp first second");
-  for (Int x = 0; x <= 8; ++x) EXPECT_EQ(h.Height(x, 2), static_cast<Float>(x)) << x;
-
-  h.Set(second, MIRROROPERATOR_X, false);
-  EXPECT_EQ(Recomputed(h), "second");
-  EXPECT_EQ(h.Height(0, 2), 8.0);
-
-  h.Set(second, MIRROROPERATOR_HEIGHT, true);  // 0 .. 8 keeps its range, flipped back
-  EXPECT_EQ(Recomputed(h), "second");
-  EXPECT_EQ(h.Height(0, 2), 0.0);
-  EXPECT_EQ(h.Height(8, 2), 8.0);
-
-  h.Set(second, TERRAINOPERATOR_STRENGTH, 0.5);
-  EXPECT_EQ(Recomputed(h), "");
-  EXPECT_EQ(h.Height(0, 2), 4.0);
-}
-
 }  // namespace

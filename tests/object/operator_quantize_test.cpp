@@ -68,22 +68,4 @@ TEST(QuantizeOperatorTest, TheFloorIsTheLibrarysForEveryDouble) {
   EXPECT_TRUE(std::isnan(QuantizeFloor(std::numeric_limits<Float>::quiet_NaN())));
 }
 
-TEST(QuantizeOperatorTest, InTheStackItsStepsRebuildItAndBlendingDoesNot) {
-  TerrainHarness h(8, 80.0);
-  h.AddGenerator("ramp", 0.0);  // heights 0 .. 8
-  Node* quantize = h.AddOperator(ID_QUANTIZEOPERATOR, "quantize");
-  h.Set(quantize, TERRAINOPERATOR_BLENDMODE, Int32{0});  // NORMAL
-  h.Set(quantize, QUANTIZEOPERATOR_STEPS, Int32{3});     // levels 0, 4, 8
-  EXPECT_EQ(Recomputed(h), "ramp quantize");
-  const Float levels[] = {0, 0, 4, 4, 4, 4, 8, 8, 8};
-  for (Int x = 0; x <= 8; ++x) EXPECT_EQ(h.Height(x, 5), levels[x]) << x;
-
-  h.Set(quantize, QUANTIZEOPERATOR_STEPS, Int32{9});  // every height is a level
-  EXPECT_EQ(Recomputed(h), "quantize");
-  EXPECT_EQ(h.Height(5, 5), 5.0);
-
-  h.Set(quantize, TERRAINOPERATOR_STRENGTH, 0.25);
-  EXPECT_EQ(Recomputed(h), "");
-}
-
 }  // namespace

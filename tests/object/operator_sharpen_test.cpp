@@ -86,23 +86,4 @@ TEST(SharpenOperatorTest, KeepsTheDegenerateSizesAndStopsOnABreak) {
   EXPECT_EQ(status.error().kind, ErrorKind::Cancelled);
 }
 
-TEST(SharpenOperatorTest, InAStackParameterChangesRecomputeItAndBlendChangesDoNot) {
-  TerrainHarness h;
-  h.AddGenerator("base", 1.0);  // heights 1 + column
-  Node* sharpen = h.AddOperator(ID_SHARPENOPERATOR, "sharpen");
-  h.Set(sharpen, TERRAINOPERATOR_BLENDMODE, Int32{0});
-  EXPECT_EQ(Recomputed(h), "base sharpen");
-  // Size 3, amount 0: (-1 5 -1) / 3 per pass. A ramp stays a ramp inside; at the clamped
-  // border the missing slope is sharpened away: (-1 x 1 + 5 x 1 - 1 x 2) / 3 at column 0.
-  EXPECT_NEAR(h.Height(4, 4), 5.0, 1e-12);
-  EXPECT_NEAR(h.Height(0, 4), 2.0 / 3.0, 1e-12);
-
-  h.Set(sharpen, SHARPENOPERATOR_AMOUNT, 1.0);
-  EXPECT_EQ(Recomputed(h), "sharpen");
-  EXPECT_NEAR(h.Height(0, 4), 1.0 - 1.0, 1e-12);  // (-1 3 -1): (-1 + 3 - 2) / 1
-
-  h.Set(sharpen, TERRAINOPERATOR_STRENGTH, 0.25);
-  EXPECT_EQ(Recomputed(h), "");
-}
-
 }  // namespace
