@@ -12,41 +12,17 @@
 #include <string>
 #include <vector>
 
-#include <sys/wait.h>
-
-#include "support/temp_dir.h"
+#include "support/cli_run.h"
 
 namespace {
 
-struct Outcome {
-  int exitCode = -1;
-  std::string output;  // standard output and standard error together
-};
-
-std::string ReadText(const std::filesystem::path& path) {
-  std::ifstream stream(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
-}
+using testing_support::Outcome;
+using testing_support::ReadText;
+using testing_support::RunCli;
+using testing_support::RunShell;
 
 void WriteText(const std::filesystem::path& path, const std::string& text) {
   std::ofstream(path, std::ios::binary) << text;
-}
-
-// Runs a shell line in `dir`, where "$V" is the tool.
-Outcome RunShell(const std::filesystem::path& dir, const std::string& line) {
-  const auto log = dir / "cli-output.txt";
-  const std::string command = "cd '" + dir.string() + "' && V='" + VELLGRUND_CLI_PATH + "' && { " + line + " ; } > '" +
-                              log.string() + "' 2>&1";
-  const int status = std::system(command.c_str());
-  Outcome outcome;
-  outcome.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  outcome.output = ReadText(log);
-  std::filesystem::remove(log);
-  return outcome;
-}
-
-Outcome RunCli(const testing_support::TempDir& dir, const std::string& arguments) {
-  return RunShell(dir.Path(), "\"$V\" " + arguments);
 }
 
 std::string Terrain(const std::string& name, int resolution, const std::string& extra = "",

@@ -9,33 +9,18 @@
 #include <string>
 #include <vector>
 
-#include <sys/wait.h>
-
 #include "main/vellgrund_module.h"
 #include "platform/document.h"
 #include "platform/parameter_help.h"
 #include "platform/scene_file.h"
-#include "support/temp_dir.h"
+#include "support/cli_run.h"
 
 namespace {
 
 using platform::ParameterHelp;
 
-struct Outcome {
-  int exitCode = -1;
-  std::string output;  // standard output and standard error together
-};
-
-Outcome RunCli(const testing_support::TempDir& dir, const std::string& arguments) {
-  const auto log = dir.File("cli-output.txt");
-  const std::string command = std::string(VELLGRUND_CLI_PATH) + " " + arguments + " > '" + log.string() + "' 2>&1";
-  const int status = std::system(command.c_str());
-  Outcome outcome;
-  outcome.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  std::ifstream stream(log);
-  outcome.output.assign(std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>());
-  return outcome;
-}
+using testing_support::Outcome;
+using testing_support::RunCli;
 
 std::vector<std::string> Lines(const std::string& text) {
   std::vector<std::string> lines;
