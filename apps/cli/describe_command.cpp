@@ -175,7 +175,7 @@ std::optional<std::string> ClosestType(const platform::Registry& registry, std::
   std::optional<std::string> best;
   std::size_t bestDistance = std::max<std::size_t>(2, wanted.size() / 3) + 1;
   for (const auto& info : registry.All()) {
-    if (!info->allocate) continue;
+    if (!info->allocate && info->command == nullptr) continue;
     const std::size_t distance = Distance(wanted, Lower(info->resourceName));
     if (distance < bestDistance) {
       bestDistance = distance;
@@ -247,10 +247,19 @@ class Describer {
         std::fputs(Wrapped(head, TypeHelp(*info), head.size()).c_str(), stdout);
       }
     };
-    print("Node types, in menu order:\n", menu);
+    print("The menu, in order: node types and commands:\n", menu);
     print("\nField object types, for the layers of masking field lists:\n", fields);
     print("\nOther object types:\n", others);
     std::printf("\nSee the parameters of one type with 'vellgrund describe TYPE'.\n");
+  }
+
+  platform::Status DescribeCommand(const PluginInfo& info) const {
+    std::string out = Join({TypeLabel(info), " (", info.resourceName, ", plug-in ID ", std::to_string(info.id),
+                            ", a command of the editor's menu)\n"});
+    if (const std::string help = TypeHelp(info); !help.empty()) out += Wrapped("", help, 0);
+    if (!out.ends_with('\n')) out += '\n';
+    std::fputs(out.c_str(), stdout);
+    return platform::Ok();
   }
 
   platform::Status DescribeType(const PluginInfo& info) const {
@@ -415,8 +424,9 @@ platform::Status RunDescribe(const std::string& type) {
     const auto [end, error] = std::from_chars(type.data(), type.data() + type.size(), id);
     if (error == std::errc() && end == type.data() + type.size()) info = registry.Find(id);
   }
+  if (info != nullptr && info->command != nullptr) return describer.DescribeCommand(*info);
   if (info == nullptr || !info->allocate) {
-    std::string message = Join({"Unknown node type '", type, "'"});
+    std::string message = Join({"Unknown node type or command '", type, "'"});
     if (const std::optional<std::string> closest = ClosestType(registry, type))
       message.append(Join({"; did you mean '", *closest, "'?"}));
     return platform::IllegalArgumentError(message.append(" (see 'vellgrund describe')"));

@@ -5,6 +5,10 @@
 #include <memory>
 #include <optional>
 
+#include "command/command_blendmode.h"
+#include "command/command_group.h"
+#include "command/command_info.h"
+#include "command/command_resolution.h"
 #include "common/vlgd_icons.h"
 #include "object/operator_adjustment.h"
 #include "object/operator_blur.h"
@@ -82,6 +86,18 @@ platform::Status Register(platform::Host& host, const platform::TypeDescriptor& 
     info.registeredName = platform::MakeSortName(
         *type.sort, type.kind == PluginKind::SEPARATOR ? std::string("--") : host.GetStrings().Get(type.nameStringId));
   if (type.kind == PluginKind::SEPARATOR) return registry.RegisterCommand(std::move(info));
+  if (type.kind == PluginKind::COMMAND) {
+    if (!type.command) return platform::IllegalArgumentError(info.resourceName + " has no command to run!");
+    info.command = type.command();
+    if (info.command == nullptr) return platform::OutOfMemoryError();
+    // The second of a pair had its icon registered with the first.
+    const bool iconDone = type.icon.has_value() && registry.FindIcon(type.id) != nullptr &&
+                          registry.FindIcon(type.id)->x == type.icon->x && registry.FindIcon(type.id)->y == type.icon->y;
+    if (type.icon.has_value() && !iconDone) VLGD_RETURN_IF_ERROR(registry.RegisterIcon(type.id, *type.icon));
+    if (type.iconPartner != nullptr && type.iconPartner->icon.has_value())
+      VLGD_RETURN_IF_ERROR(registry.RegisterIcon(type.iconPartner->id, *type.iconPartner->icon));
+    return registry.RegisterCommand(std::move(info));
+  }
   info.allocate = type.allocate;
   if (!type.baseTypes.empty() && registry.Find(type.id) != nullptr)
     return platform::IllegalArgumentError("VLGD: Operator with this id already registered!");
@@ -96,7 +112,7 @@ std::span<const platform::TypeDescriptor* const> RegisteredTypes() {
   // the menu's entries.
   static const std::array<platform::TypeDescriptor, 4> separators = {Separator(1054692, 20), Separator(1054745, 30),
                                                                      Separator(1054746, 40), Separator(1054804, 50)};
-  static const std::array<const platform::TypeDescriptor*, 20> types = {
+  static const std::array<const platform::TypeDescriptor*, 28> types = {
       &TerrainDistortionType(),
       &AddOperatorDescription(),
       &BaseTerrainOperatorType(),
@@ -116,7 +132,15 @@ std::span<const platform::TypeDescriptor* const> RegisteredTypes() {
       &ErosionOperatorType(),
       &QuantizeOperatorType(),
       &separators[2],
+      &GroupOperatorsCommandType(),
+      &UngroupOperatorsCommandType(),
+      &IncreaseResCommandType(),
+      &DecreaseResCommandType(),
+      &NextBlendmodeCommandType(),
+      &PreviousBlendmodeCommandType(),
       &separators[3],
+      &OpenHelpCommandType(),
+      &AboutCommandType(),
   };
   return types;
 }

@@ -43,4 +43,9 @@ std::filesystem::path ResourceFolder() {
 #endif
 }
 
+std::filesystem::path DocumentationFolder() {
+  if (const char* folder = std::getenv("VELLGRUND_DOCS"); folder != nullptr && *folder != '\0') return folder;
+  return ResourceFolder().parent_path() / "docs";
+}
+
 }  // namespace platform

@@ -20,6 +20,9 @@ class UserInterface {
   virtual std::optional<std::filesystem::path> SaveFileDialog(std::string_view title, std::string_view proposedName,
                                                               std::string_view suffix) = 0;
   virtual void MessageDialog(std::string_view text) = 0;
+  // Shows a page of the documentation in the system's viewer. No value when it opened;
+  // the page's path when there is nothing to show it in, for the caller to pass on.
+  virtual std::optional<std::filesystem::path> OpenPage(const std::filesystem::path& page) { return page; }
 };
 
 // Cancels every dialog and prints messages on the console.
@@ -30,6 +33,10 @@ class ConsoleUserInterface final : public UserInterface {
     return std::nullopt;
   }
   void MessageDialog(std::string_view text) override { console_->Print(text); }
+  std::optional<std::filesystem::path> OpenPage(const std::filesystem::path& page) override {
+    console_->Print("Documentation: " + page.string());
+    return page;
+  }
 
  private:
   ConsoleSink* console_;
@@ -59,6 +66,10 @@ class Host {
   // (a new noise's seed). While a scene is read it counts 0, 1, 2, ... instead, so that a
   // scene file that leaves such values out still gives the same document every time.
   UInt64 TimerValue();
+  // A command changed the scene: the editor redraws. Counted, so that a front-end without
+  // a viewport (and a test) can see that it was asked.
+  void RequestUpdate() { ++updateRequests_; }
+  [[nodiscard]] UInt64 UpdateRequests() const { return updateRequests_; }
 
   // Switches the counting timer on for its lifetime.
   class CountingTimerScope {
@@ -90,10 +101,13 @@ class Host {
   ConsoleSink* warnings_ = &standardError_;
   UserInterface* userInterface_ = &cancellingInterface_;
   std::optional<UInt64> countingTimer_;
+  UInt64 updateRequests_ = 0;
 };
 
 // The folder of resource files (string table, icon sheets): $VELLGRUND_RESOURCES when set,
 // else "res" beside the executable or one level up, else the source tree's.
 std::filesystem::path ResourceFolder();
+// The user documentation: $VELLGRUND_DOCS when set, else "docs" beside the resource folder.
+std::filesystem::path DocumentationFolder();
 
 }  // namespace platform

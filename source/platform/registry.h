@@ -40,6 +40,7 @@ struct IconCell {
 };
 
 using NodeDataAllocator = std::function<std::unique_ptr<NodeData>()>;
+using CommandAllocator = std::function<std::shared_ptr<CommandData>()>;
 
 struct PluginInfo {
   Int32 id = 0;
@@ -78,8 +79,17 @@ struct TypeDescriptor {
   UInt32 objectInfo = OBJECT_NONE;
   std::vector<Int32> baseTypes;
   NodeDataAllocator allocate;           // node types only
+  CommandAllocator command;             // commands only
   Description (*describe)() = nullptr;  // none: an empty description
+  // A command whose icon registers in one step with this one's, so that the pair's icons
+  // are there together or not at all.
+  const TypeDescriptor* iconPartner = nullptr;
 };
+
+template <class Command>
+CommandAllocator CommandOf() {
+  return []() -> std::shared_ptr<CommandData> { return std::make_shared<Command>(); };
+}
 
 template <class Data>
 NodeDataAllocator AllocatorOf() {

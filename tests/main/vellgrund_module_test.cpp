@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <limits>
+#include <string>
 #include <variant>
 #include <vector>
 
@@ -30,7 +31,7 @@ TEST(ModuleTest, RegistersTheMenuInOrderAndNeedsBothIconSheets) {
   for (const TypeDescriptor* type : VLGD::RegisteredTypes()) {
     if (!type->sort) continue;
     inMenu.push_back(type);
-    if (type->kind != PluginKind::OBJECT) continue;
+    if (type->kind == PluginKind::SEPARATOR) continue;
     EXPECT_TRUE(host.GetStrings().Contains(type->nameStringId)) << type->resourceName;
     ASSERT_TRUE(type->icon) << type->resourceName;
     EXPECT_EQ(type->icon->x % 64 + type->icon->y % 64, 0) << type->resourceName;
@@ -46,6 +47,16 @@ TEST(ModuleTest, RegistersTheMenuInOrderAndNeedsBothIconSheets) {
         inMenu[i]->kind == PluginKind::SEPARATOR ? "--" : host.GetStrings().Get(inMenu[i]->nameStringId);
     EXPECT_EQ(menu[i]->registeredName, "#$" + std::to_string(*inMenu[i]->sort) + name);
   }
+  // The order users learn: generators, filters, commands, help; the shader and spline
+  // generators join between noise and gradient.
+  std::vector<std::string> names;
+  for (const PluginInfo* entry : menu) names.push_back(entry->resourceName);
+  EXPECT_EQ(names, (std::vector<std::string>{
+                       "oterrain", "--", "onoiseoperator", "ogradientoperator", "ogroupoperator", "--",
+                       "oadjustmentoperator", "ocurveoperator", "oclampoperator", "obluroperator", "osharpenoperator",
+                       "omirroroperator", "ofoldoperator", "oerosionoperator", "oquantizeoperator", "--",
+                       "GroupOperatorsCommand", "UngroupOperatorsCommand", "IncreaseResCommand", "DecreaseResCommand",
+                       "NextBlendmodeCommand", "PreviousBlendmodeCommand", "--", "OpenHelpCommand", "AboutCommand"}));
   EXPECT_EQ(console.Lines().at(1), "Procedural terrain for artists and technical directors.");
   EXPECT_FALSE(VLGD::PluginStart(host));  // every name is taken now
   EXPECT_EQ(console.Lines().back(), "The enumeration BLENDMODE is already registered!");
@@ -58,6 +69,15 @@ TEST(ModuleTest, RegistersTheMenuInOrderAndNeedsBothIconSheets) {
       {.id = 1054581, .resourceName = "oother", .allocate = [] { return std::make_unique<ObjectData>(); }}, {}));
   EXPECT_FALSE(VLGD::PluginStart(clash));
   EXPECT_EQ(console.Lines().back(), "VLGD: Operator with this id already registered!");
+  // The resolution commands register their icons in one step: the second icon's failure
+  // stops the first command too.
+  Host iconClash;
+  iconClash.SetConsole(console);
+  ASSERT_TRUE(VLGD::PluginMessage(iconClash, VLGD::kSystemInit));
+  ASSERT_TRUE(iconClash.GetRegistry().RegisterIcon(1056091, {"elsewhere.tif", 0, 0}));
+  EXPECT_FALSE(VLGD::PluginStart(iconClash));
+  EXPECT_EQ(console.Lines().back(), "An icon with the ID 1056091 is already registered!");
+  EXPECT_EQ(iconClash.GetRegistry().Find(1056090), nullptr);
   EXPECT_TRUE(VLGD::PluginMessage(host, 1000));
   EXPECT_FALSE(VLGD::PluginMessage(host, 77));
 
