@@ -302,18 +302,6 @@ TEST(HydraulicErosionTest, ReportsEachIterationAndCancelsWithoutTouchingTheGrid)
   }
 }
 
-TEST(HydraulicErosionTest, SameResultOnOneThreadAndOnAll) {
-  const Grid2D<Float> original = Rough(150, 301);
-  Grid2D<Float> one = Copy(original);
-  Grid2D<Float> all = Copy(original);
-  {
-    const platform::ScopedThreadLimit limit(1);
-    ASSERT_TRUE(HydraulicErosion(one, 4, {}));
-  }
-  ASSERT_TRUE(HydraulicErosion(all, 4, {}));
-  EXPECT_TRUE(Identical(all, one));
-}
-
 TEST(HydraulicErosionTest, TinyEmptyAndInvalidGrids) {
   for (const auto& [width, height] : {std::pair<Int, Int>{1, 1}, {2, 2}, {3, 3}, {1, 7}, {7, 1}, {2, 5}}) {
     SCOPED_TRACE(std::to_string(width) + "x" + std::to_string(height));
