@@ -14,6 +14,7 @@
 #include <string>
 
 #include "commands.h"
+#include "main/default_scene.h"
 #include "main/vellgrund_module.h"
 #include "object/terrainobject.h"
 #include "output_files.h"
@@ -47,7 +48,7 @@ std::string NameOf(const platform::Node& node) {
 // The scene's text: from a file, from standard input ("-"), or the default scene. Reading
 // is bounded, so a huge or endless input is refused instead of filling the memory.
 platform::Result<std::string> ReadSceneText(const std::filesystem::path& scene) {
-  if (scene.empty()) return std::string(kDefaultScene);
+  if (scene.empty()) return std::string(VLGD::kDefaultScene);
   const bool standardInput = scene == "-";
   const std::string what =
       standardInput ? std::string("The scene on standard input") : "The scene file " + Quoted(scene);

@@ -51,7 +51,4 @@ platform::Status RunDescribe(const std::string& type);
 // Prints the default scene.
 platform::Status RunNew();
 
-// The scene built without a file: examples/default.json, compiled in.
-extern const char* const kDefaultScene;
-
 }  // namespace vellgrund_cli

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "commands.h"
+#include "main/default_scene.h"
 #include "main/vellgrund_module.h"
 #include "platform/document.h"
 #include "platform/parameter_help.h"
@@ -435,7 +436,7 @@ platform::Status RunDescribe(const std::string& type) {
 }
 
 platform::Status RunNew() {
-  std::fputs(kDefaultScene, stdout);
+  std::fputs(VLGD::kDefaultScene, stdout);
   return platform::Ok();
 }
 

@@ -55,6 +55,14 @@ Result<std::string> SaveScene(const Document& document);
 // Written atomically: a failure leaves any earlier file as it was.
 Status SaveSceneFile(const Document& document, const std::filesystem::path& file);
 
+// One parameter's value in the JSON form a scene file gives it (choices by member name,
+// curves as {"preset": ...} or {"knots": [...]}, vectors as [x, y, z]), for scripting
+// front-ends, which so accept and show exactly what files do. Numbers outside their limits
+// are clamped with a warning. Links and field lists name other nodes by their file keys,
+// which exist only within a file: they are refused here.
+Result<Value> ReadParameterValue(Node& node, const ParameterDescription& parameter, std::string_view json);
+Result<std::string> WriteParameterValue(const Node& node, const ParameterDescription& parameter);
+
 // Same objects in the same order with the same types, names, states, matrices and
 // parameters (links compared by the place of their targets), and the same preference
 // overrides.

@@ -331,6 +331,17 @@ class SceneReader {
     return IllegalArgumentError(given + " is not a member of " + enumeration.name + " (valid: " + valid + ")");
   }
 
+  // A value outside a file: nothing to link to.
+ public:
+  Result<Value> ReadLooseValue(const ParameterDescription& parameter, const Json& json, Node& node) {
+    if (parameter.type == ValueType::LINK || parameter.type == ValueType::FIELDLIST)
+      return IllegalArgumentError(std::string("a ") + TypeName(parameter.type) + " is only read within a scene file");
+    std::vector<PendingLink> links;
+    return ReadValue(parameter, json, node, parameter.symbol, links);
+  }
+
+ private:
+
   Result<Value> ReadValue(const ParameterDescription& parameter, const Json& json, Node& node, const std::string& where,
                           std::vector<PendingLink>& links) {
     switch (parameter.type) {
@@ -564,6 +575,17 @@ Result<std::unique_ptr<Document>> LoadScene(Host& host, std::string_view json, s
     return OutOfMemoryError();
   } catch (const std::exception& exception) {  // nothing of the JSON library escapes
     return IllegalArgumentError(source + ": " + exception.what());
+  }
+}
+
+Result<Value> ReadParameterValue(Node& node, const ParameterDescription& parameter, std::string_view json) {
+  try {
+    VLGD_ASSIGN_OR_RETURN(const Json parsed, ParseStrictJson(json));
+    return Within(SceneReader(node.GetHost()).ReadLooseValue(parameter, parsed, node), parameter.symbol);
+  } catch (const std::bad_alloc&) {
+    return OutOfMemoryError();
+  } catch (const std::exception& exception) {
+    return IllegalArgumentError(parameter.symbol + ": " + exception.what());
   }
 }
 

@@ -140,6 +140,7 @@ class SceneWriter {
     return out;
   }
 
+ public:
   Result<OrderedJson> WriteValue(const ParameterDescription& parameter, const Value& value) const {
     const bool numeric = parameter.type == ValueType::BOOL || parameter.type == ValueType::INT32 ||
                          parameter.type == ValueType::INT64 || parameter.type == ValueType::FLOAT;
@@ -187,6 +188,8 @@ class SceneWriter {
         return IllegalArgumentError("has no value");
     }
   }
+
+ private:
 
   static Result<OrderedJson> WriteCurve(const SplineData& curve) {
     OrderedJson knots = OrderedJson::array();
@@ -242,6 +245,23 @@ Result<std::string> SaveScene(const Document& document) {
     return OutOfMemoryError();
   } catch (const std::exception& exception) {  // the JSON library refuses text that is not UTF-8
     return IllegalArgumentError(std::string("The scene cannot be written: ") + exception.what());
+  }
+}
+
+Result<std::string> WriteParameterValue(const Node& node, const ParameterDescription& parameter) {
+  if (node.GetDocument() == nullptr) return IllegalArgumentError("The node is not in a document!");
+  if (parameter.type == ValueType::LINK || parameter.type == ValueType::FIELDLIST)
+    return IllegalArgumentError(std::string("a ") + TypeName(parameter.type) + " is only written within a scene file");
+  const Value* value = node.GetData().Find(parameter.id);
+  if (value == nullptr) return std::string("null");
+  try {
+    VLGD_ASSIGN_OR_RETURN(const OrderedJson json,
+                          Within(SceneWriter(*node.GetDocument()).WriteValue(parameter, *value), parameter.symbol));
+    return json.dump();
+  } catch (const std::bad_alloc&) {
+    return OutOfMemoryError();
+  } catch (const std::exception& exception) {
+    return IllegalArgumentError(parameter.symbol + ": " + exception.what());
   }
 }
 

@@ -1,0 +1,475 @@
+// The vellgrund Python module: live documents, their nodes and parameters, the editor's
+// commands with undo, builds that hand back NumPy arrays, the registry and the noise
+// library. Errors become Python exceptions at one place, Raise().
+
+#include <pybind11/numpy.h>
+#include <pybind11/pybind11.h>
+#include <pybind11/stl.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstring>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+#include <variant>
+#include <vector>
+
+#include "main/default_scene.h"
+#include "main/vellgrund_module.h"
+#include "object/terrainobject.h"
+#include "platform/command.h"
+#include "platform/document.h"
+#include "platform/host.h"
+#include "platform/noise.h"
+#include "platform/parallel.h"
+#include "platform/scene_file.h"
+#include "vellgrund/baseterrainoperator.h"
+
+namespace py = pybind11;
+using platform::Document;
+using platform::Int32;
+using platform::Node;
+
+namespace {
+
+py::object& ErrorType() {
+  static py::object type;
+  return type;
+}
+
+// The one place where the system's errors become Python exceptions, with the exact text.
+[[noreturn]] void Raise(const platform::Error& error) {
+  PyObject* type = ErrorType().ptr();
+  switch (error.kind) {
+    case platform::ErrorKind::IllegalArgument:
+      type = PyExc_ValueError;
+      break;
+    case platform::ErrorKind::OutOfMemory:
+      type = PyExc_MemoryError;
+      break;
+    case platform::ErrorKind::Cancelled:
+      type = PyExc_KeyboardInterrupt;
+      break;
+    default:
+      break;
+  }
+  PyErr_SetString(type, error.message.c_str());
+  throw py::error_already_set();
+}
+
+template <class T>
+T Check(platform::Result<T> result) {
+  if (!result) Raise(result.error());
+  if constexpr (!std::is_void_v<T>) return std::move(*result);
+}
+
+// The application every document of the process shares; built once, at import. It lives
+// until the process ends, after the last document, whatever order Python frees them in.
+platform::Host& TheHost() {
+  static platform::Host* host = [] {
+    auto* created = new platform::Host();
+    static platform::CollectingConsole console;  // editors' console; errors reach Python instead
+    created->SetConsole(console);
+    Check(VLGD::StartModule(*created, platform::ResourceFolder(), VLGD::IconUse::CHECK_ONLY));
+    return created;
+  }();
+  return *host;
+}
+
+struct DocumentHolder {
+  std::unique_ptr<Document> doc;
+};
+using DocumentRef = std::shared_ptr<DocumentHolder>;
+
+// A node as Python holds it: by identity, so that a removed node fails by name instead of
+// pointing into freed memory.
+struct PyNode {
+  DocumentRef owner;
+  platform::UInt64 identity = 0;
+
+  [[nodiscard]] Node& Get() const {
+    Node* node = owner->doc->FindByIdentity(identity);
+    if (node == nullptr) throw py::value_error("The node is no longer in its document.");
+    return *node;
+  }
+  bool operator==(const PyNode& other) const { return owner == other.owner && identity == other.identity; }
+};
+
+std::optional<PyNode> Wrap(const DocumentRef& owner, const Node* node) {
+  if (node == nullptr) return std::nullopt;
+  return PyNode{owner, node->Identity()};
+}
+
+py::object Json() { return py::module_::import("json"); }
+
+const platform::ParameterDescription& FindParameter(const Node& node, const py::object& key) {
+  const platform::FlatDescription& description = node.GetTypeInfo().description;
+  const platform::ParameterDescription* found = nullptr;
+  if (py::isinstance<py::int_>(key)) {
+    found = description.Find(key.cast<Int32>());
+  } else if (py::isinstance<py::str>(key)) {
+    found = description.FindSymbol(key.cast<std::string>());
+  } else {
+    throw py::type_error("A parameter is named by its symbol (str) or its ID (int).");
+  }
+  if (found == nullptr || found->kind != platform::ParameterKind::VALUE)
+    throw py::key_error("'" + node.GetTypeInfo().resourceName + "' has no parameter " + py::repr(key).cast<std::string>());
+  return *found;
+}
+
+py::object GetParameter(const PyNode& self, const py::object& key) {
+  const Node& node = self.Get();
+  const platform::ParameterDescription& parameter = FindParameter(node, key);
+  if (parameter.type == platform::ValueType::LINK) {
+    const platform::Value* value = node.GetData().Find(parameter.id);
+    const Node* target = value != nullptr ? self.owner->doc->Resolve(std::get<platform::NodeLink>(value->Data())) : nullptr;
+    return py::cast(Wrap(self.owner, target));
+  }
+  py::object value = Json().attr("loads")(Check(platform::WriteParameterValue(node, parameter)));
+  if (parameter.type == platform::ValueType::VECTOR && py::isinstance<py::list>(value)) return py::tuple(value);
+  if (parameter.type == platform::ValueType::CURVE && py::isinstance<py::dict>(value))
+    return value.attr("get")("knots", value);
+  return value;
+}
+
+void SetParameter(const PyNode& self, const py::object& key, const py::object& value) {
+  Node& node = self.Get();
+  const platform::ParameterDescription& parameter = FindParameter(node, key);
+  if (parameter.readOnly) throw py::value_error(parameter.symbol + " is shown, not edited.");
+  platform::Value converted;
+  if (parameter.type == platform::ValueType::LINK) {
+    platform::NodeLink link;
+    if (!value.is_none()) {
+      const PyNode& target = value.cast<const PyNode&>();
+      if (target.owner != self.owner) throw py::value_error("A link must stay within its document.");
+      link.target = target.Get().Identity();
+    }
+    converted = platform::Value(link);
+  } else {
+    py::object json = value;
+    // Curves as a preset name or a list of knots, as the file writes them inside an object.
+    if (parameter.type == platform::ValueType::CURVE) {
+      py::dict wrapped;
+      wrapped[py::isinstance<py::str>(value) ? "preset" : "knots"] = value;
+      json = wrapped;
+    }
+    std::string text;
+    try {
+      text = Json().attr("dumps")(json, py::arg("allow_nan") = true).cast<std::string>();
+    } catch (const py::error_already_set&) {
+      throw py::type_error("Cannot use " + py::repr(value).cast<std::string>() + " as " + parameter.symbol + ".");
+    }
+    converted = Check(platform::ReadParameterValue(node, parameter, text));
+  }
+  Check(self.owner->doc->SetParameter(node, parameter.id, std::move(converted)));
+}
+
+py::tuple MatrixOf(const platform::Matrix& m) {
+  const auto v = [](const platform::Vector& x) { return py::make_tuple(x.x, x.y, x.z); };
+  return py::make_tuple(v(m.off), v(m.v1), v(m.v2), v(m.v3));
+}
+
+platform::Matrix ToMatrix(const py::sequence& rows) {
+  if (rows.size() != 4) throw py::value_error("A matrix is (offset, v1, v2, v3), each (x, y, z).");
+  const auto v = [](const py::handle& x) {
+    const auto t = x.cast<std::tuple<double, double, double>>();
+    return platform::Vector(std::get<0>(t), std::get<1>(t), std::get<2>(t));
+  };
+  return platform::Matrix{v(rows[0]), v(rows[1]), v(rows[2]), v(rows[3])};
+}
+
+const platform::PluginInfo& CommandNamed(const py::object& key) {
+  const platform::Registry& registry = TheHost().GetRegistry();
+  const platform::PluginInfo* command = py::isinstance<py::int_>(key)
+                                            ? platform::FindCommand(registry, key.cast<Int32>())
+                                            : platform::FindCommand(registry, key.cast<std::string>());
+  if (command == nullptr) throw py::value_error("No command " + py::repr(key).cast<std::string>() + ".");
+  return *command;
+}
+
+// A grid as a read-only (rows, columns) array of its own.
+py::array_t<double> HeightArray(const VLGD::Grid2D<platform::Float>& grid) {
+  py::array_t<double> array({grid.Height(), grid.Width()});
+  if (grid.Count() > 0) std::memcpy(array.mutable_data(), grid.Data(), sizeof(double) * static_cast<std::size_t>(grid.Count()));
+  array.attr("flags").attr("writeable") = false;
+  return array;
+}
+
+py::dict MeshOf(const platform::PolygonObject& mesh) {
+  const auto points = mesh.GetPointR();
+  const auto polygons = mesh.GetPolygonR();
+  py::array_t<double> p({static_cast<py::ssize_t>(points.size()), py::ssize_t{3}});
+  py::array_t<Int32> q({static_cast<py::ssize_t>(polygons.size()), py::ssize_t{4}});
+  std::memcpy(p.mutable_data(), points.data(), points.size_bytes());
+  std::memcpy(q.mutable_data(), polygons.data(), polygons.size_bytes());
+  py::dict out;
+  out["points"] = p;
+  out["polygons"] = q;
+  if (const auto* uvw = static_cast<const platform::UVWTag*>(mesh.FindTag(platform::TagType::UVW))) {
+    const auto data = uvw->GetDataAddressR();
+    py::array_t<float> uv({static_cast<py::ssize_t>(data.size()), py::ssize_t{4}, py::ssize_t{3}});
+    std::memcpy(uv.mutable_data(), data.data(), data.size_bytes());
+    out["uvs"] = uv;
+  }
+  return out;
+}
+
+// Progress reported by the build thread, read by the Python thread.
+class SharedProgress final : public platform::ProgressSink {
+ public:
+  void SetStatus(std::string_view text) override {
+    const std::lock_guard lock(mutex_);
+    status_ = text;
+  }
+  void ClearStatus() override { SetStatus({}); }
+  void SetProgress(double fraction) override { fraction_.store(fraction, std::memory_order_relaxed); }
+  std::pair<double, std::string> Read() {
+    const std::lock_guard lock(mutex_);
+    return {fraction_.load(std::memory_order_relaxed), status_};
+  }
+
+ private:
+  std::mutex mutex_;
+  std::string status_;
+  std::atomic<double> fraction_{0.0};
+};
+
+py::list Build(const DocumentRef& owner, std::optional<int> threads, double lod, bool editor, const py::object& progress) {
+  if (!(lod > 0.0 && lod <= 1.0)) throw py::value_error("lod must lie in (0, 1].");
+  if (threads && *threads < 1) throw py::value_error("threads must be at least 1.");
+  platform::CancellationToken cancel;
+  SharedProgress shared;
+  platform::HierarchyHelp help;
+  help.lod = lod;
+  help.purpose = editor ? platform::BuildPurpose::EDITOR : platform::BuildPurpose::RENDER;
+  help.cancel = &cancel;
+  help.progress = &shared;
+  platform::Status status = platform::Ok();
+  std::atomic<bool> done{false};
+  {
+    // The build runs on a thread of its own, so that this one can answer Ctrl-C and report
+    // progress while the GIL is released.
+    std::thread worker([&] {
+      std::optional<platform::ScopedThreadLimit> limit;
+      if (threads) limit.emplace(*threads);
+      status = owner->doc->ExecutePasses(help);
+      done.store(true, std::memory_order_release);
+    });
+    bool interrupted = false;
+    while (!done.load(std::memory_order_acquire)) {
+      {
+        py::gil_scoped_release released;
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+      }
+      if (!interrupted && PyErr_CheckSignals() != 0) {
+        interrupted = true;  // the KeyboardInterrupt stays pending until the build stopped
+        cancel.Cancel();
+      }
+      if (!interrupted && !progress.is_none()) {
+        const auto [fraction, text] = shared.Read();
+        try {
+          progress(fraction, text);
+        } catch (...) {
+          cancel.Cancel();
+          py::gil_scoped_release released;
+          worker.join();
+          throw;
+        }
+      }
+    }
+    worker.join();
+    if (interrupted) throw py::error_already_set();
+  }
+  Check(status);
+
+  py::list terrains;
+  for (Node* node : owner->doc->AllNodes()) {
+    if (node->GetType() != VLGD::ID_TERRAINOBJECT || !node->IsActiveFor(help.purpose)) continue;
+    const auto* terrain = node->GetNodeData<VLGD::TerrainObject>();
+    py::dict out;
+    out["name"] = node->GetName();
+    out["node"] = *Wrap(owner, node);
+    out["heights"] = HeightArray(terrain->GetGrid());
+    if (const auto* mesh = dynamic_cast<const platform::PolygonObject*>(node->GetCache())) out["mesh"] = MeshOf(*mesh);
+    py::list operators;
+    for (const VLGD::TerrainObject::OperatorReport& report : terrain->LastBuildReport()) {
+      py::dict op;
+      op["node"] = *Wrap(owner, report.object);
+      op["name"] = report.object->GetName();
+      op["type"] = report.object->GetTypeInfo().resourceName;
+      op["rebuilt"] = report.rebuilt;
+      op["seconds"] = report.seconds;
+      op["memory"] = report.memoryBytes;
+      const auto* data = report.object->GetNodeData<VLGD::BaseTerrainOperatorData>();
+      op["change_map"] = data != nullptr && data->GetChangeMap().Count() > 0 ? py::object(HeightArray(data->GetChangeMap()))
+                                                                             : py::none();
+      operators.append(op);
+    }
+    out["operators"] = operators;
+    terrains.append(out);
+  }
+  return terrains;
+}
+
+py::list Describe(const std::optional<std::string>& type) {
+  const platform::Registry& registry = TheHost().GetRegistry();
+  py::list out;
+  for (const auto& info : registry.All()) {
+    if (!info->allocate && info->command == nullptr) continue;
+    if (type && info->resourceName != *type) continue;
+    py::dict entry;
+    entry["type"] = info->resourceName;
+    entry["id"] = info->id;
+    entry["kind"] = info->command != nullptr ? "command" : "object";
+    entry["name"] = TheHost().GetStrings().Get(info->nameStringId);
+    py::list parameters;
+    for (const platform::ParameterDescription& parameter : info->description.Parameters()) {
+      if (parameter.kind != platform::ParameterKind::VALUE) continue;
+      py::dict p;
+      p["id"] = parameter.id;
+      p["symbol"] = parameter.symbol;
+      p["type"] = static_cast<int>(parameter.type);
+      p["minimum"] = parameter.minimum ? py::cast(*parameter.minimum) : py::none();
+      p["maximum"] = parameter.maximum ? py::cast(*parameter.maximum) : py::none();
+      p["unit"] = parameter.unit;
+      p["read_only"] = parameter.readOnly;
+      if (const platform::Enumeration* choice = registry.Enumerations().Find(parameter.enumeration)) {
+        py::dict members;
+        for (const platform::EnumMember& member : choice->members) members[py::str(member.name)] = member.value;
+        p["choices"] = members;
+      }
+      parameters.append(p);
+    }
+    entry["parameters"] = parameters;
+    out.append(entry);
+  }
+  if (type && out.empty()) throw py::value_error("No node type or command '" + *type + "'.");
+  return out;
+}
+
+py::array_t<double> Noise(Int32 type, const py::array_t<double, py::array::c_style | py::array::forcecast>& points,
+                          Int32 seed, double octaves, bool two_d, double time, bool absolute, int repeat) {
+  if (points.ndim() != 2 || points.shape(1) != 3) throw py::value_error("points must be an (N, 3) array.");
+  if (platform::FindNoiseType(type) == nullptr) throw py::value_error("No noise type " + std::to_string(type) + ".");
+  const auto generator = Check(platform::NoiseGenerator::Alloc(seed));
+  const py::ssize_t count = points.shape(0);
+  py::array_t<double> out(count);
+  const double* in = points.data();
+  double* values = out.mutable_data();
+  {
+    py::gil_scoped_release released;
+    Check(platform::ParallelFor(0, count, {.granularity = 256, .singleThreadBelow = 10001}, [&](platform::Int i) {
+      const platform::Vector point(in[3 * i], in[3 * i + 1], in[3 * i + 2]);
+      values[i] = generator->Noise(type, two_d, point, time, octaves, absolute, 0.0, 0.0, repeat);
+    }));
+  }
+  return out;
+}
+
+}  // namespace
+
+PYBIND11_MODULE(vellgrund, m) {
+  m.doc() = "Vellgrund: procedural terrain. Documents, nodes, commands with undo, builds as NumPy arrays.";
+  ErrorType() = py::exception<platform::Error>(m, "Error", PyExc_RuntimeError);
+  m.attr("__version__") = VELLGRUND_VERSION;
+  (void)TheHost();
+
+  py::class_<PyNode>(m, "Node", "An object of a document: a terrain, an operator, a field.")
+      .def_property(
+          "name", [](const PyNode& n) { return n.Get().GetName(); },
+          [](const PyNode& n, const std::string& name) { n.Get().SetName(name); })
+      .def_property_readonly("type", [](const PyNode& n) { return n.Get().GetTypeInfo().resourceName; },
+                             "The type's resource name, such as 'oterrain'.")
+      .def_property_readonly("parent", [](const PyNode& n) { return Wrap(n.owner, n.Get().GetUp()); })
+      .def_property_readonly("children",
+                             [](const PyNode& n) {
+                               std::vector<PyNode> children;
+                               for (const Node* c = n.Get().GetDown(); c != nullptr; c = c->GetNext())
+                                 children.push_back(*Wrap(n.owner, c));
+                               return children;
+                             })
+      .def_property(
+          "enabled", [](const PyNode& n) { return n.Get().IsEnabled(); },
+          [](const PyNode& n, bool on) { n.Get().SetEnabled(on); })
+      .def_property(
+          "matrix", [](const PyNode& n) { return MatrixOf(n.Get().GetMl()); },
+          [](const PyNode& n, const py::sequence& rows) { n.Get().SetMl(ToMatrix(rows)); },
+          "The local matrix as (offset, v1, v2, v3).")
+      .def("__getitem__", &GetParameter, "A parameter by symbol or ID, as a scene file writes it.")
+      .def("__setitem__", &SetParameter, "Sets a parameter as an editor does: checked, clamped, the node told.")
+      .def("__eq__", &PyNode::operator==)
+      .def("__hash__", [](const PyNode& n) { return std::hash<platform::UInt64>()(n.identity); })
+      .def("__repr__", [](const PyNode& n) {
+        const Node& node = n.Get();
+        return "<vellgrund.Node " + node.GetTypeInfo().resourceName + " '" + node.GetName() + "'>";
+      });
+
+  py::class_<DocumentHolder, DocumentRef>(m, "Document", "A scene: nodes, selection, undo, builds.")
+      .def_static("new", [] { return std::make_shared<DocumentHolder>(DocumentHolder{Check(platform::LoadScene(TheHost(), VLGD::kDefaultScene, "default scene"))}); },
+                  "The default scene.")
+      .def_static("load", [](const std::string& path) {
+        return std::make_shared<DocumentHolder>(DocumentHolder{Check(platform::LoadSceneFile(TheHost(), path))});
+      })
+      .def_static("from_json", [](const std::string& text) {
+        return std::make_shared<DocumentHolder>(DocumentHolder{Check(platform::LoadScene(TheHost(), text, "JSON text"))});
+      })
+      .def("save", [](const DocumentRef& d, const std::string& path) { Check(platform::SaveSceneFile(*d->doc, path)); })
+      .def("to_json", [](const DocumentRef& d) { return Check(platform::SaveScene(*d->doc)); })
+      .def("nodes",
+           [](const DocumentRef& d) {
+             std::vector<PyNode> nodes;
+             for (const Node* node : d->doc->AllNodes()) nodes.push_back(*Wrap(d, node));
+             return nodes;
+           },
+           "Every node, depth first.")
+      .def("find", [](const DocumentRef& d, const std::string& name) { return Wrap(d, d->doc->FindByName(name)); })
+      .def(
+          "insert",
+          [](const DocumentRef& d, const std::string& type, const std::optional<PyNode>& parent,
+             const std::optional<PyNode>& before) {
+            auto created = Check(d->doc->CreateNode(type));
+            Node* node = before ? d->doc->InsertBefore(std::move(created), before->Get())
+                                : d->doc->InsertLast(std::move(created), parent ? &parent->Get() : nullptr);
+            return *Wrap(d, node);
+          },
+          py::arg("type"), py::arg("parent") = py::none(), py::arg("before") = py::none())
+      .def("remove", [](const DocumentRef& d, const PyNode& node) { (void)d->doc->Remove(node.Get()); })
+      .def("select",
+           [](const DocumentRef& d, const std::vector<PyNode>& nodes) {
+             d->doc->SetActiveObject(nullptr);
+             for (const PyNode& node : nodes) d->doc->SetActiveObject(&node.Get(), platform::SelectionMode::ADD);
+           })
+      .def_property_readonly("selection",
+                             [](const DocumentRef& d) {
+                               std::vector<PyNode> nodes;
+                               for (const Node* node : d->doc->GetActiveObjects()) nodes.push_back(*Wrap(d, node));
+                               return nodes;
+                             })
+      .def(
+          "command",
+          [](const DocumentRef& d, const py::object& key, bool modifier) {
+            return Check(platform::ExecuteCommand(*d->doc, CommandNamed(key), {.modifier = modifier}));
+          },
+          py::arg("name_or_id"), py::arg("modifier") = false)
+      .def("command_enabled",
+           [](const DocumentRef& d, const py::object& key) { return platform::IsCommandEnabled(*d->doc, CommandNamed(key)); })
+      .def("undo", [](const DocumentRef& d) { return d->doc->DoUndo(); })
+      .def("redo", [](const DocumentRef& d) { return d->doc->DoRedo(); })
+      .def("build", &Build, py::arg("threads") = py::none(), py::arg("lod") = 1.0, py::arg("editor") = false,
+           py::arg("progress") = py::none(),
+           "Rebuilds what changed since the last build; per terrain its heights, mesh and operators.");
+
+  m.def("commands", [] {
+    std::vector<std::string> names;
+    for (const platform::PluginInfo* command : platform::MenuCommands(TheHost().GetRegistry()))
+      names.push_back(command->resourceName);
+    return names;
+  }, "The commands in menu order.");
+  m.def("describe", &Describe, py::arg("type") = py::none(), "The registered types and their parameters.");
+  m.def("noise", &Noise, py::arg("type"), py::arg("points"), py::arg("seed") = 0, py::arg("octaves") = 1.0,
+        py::arg("two_d") = false, py::arg("time") = 0.0, py::arg("absolute") = false, py::arg("repeat") = 0,
+        "Noise values in 0..1 at an (N, 3) array of points.");
+}
