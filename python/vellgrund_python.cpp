@@ -8,7 +8,10 @@
 
 #include <atomic>
 #include <chrono>
+#include <condition_variable>
 #include <cstring>
+#include <deque>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -16,6 +19,8 @@
 #include <thread>
 #include <variant>
 #include <vector>
+
+#include <unistd.h>
 
 #include "main/default_scene.h"
 #include "main/vellgrund_module.h"
@@ -190,32 +195,87 @@ const platform::PluginInfo& CommandNamed(const py::object& key) {
   return *command;
 }
 
-// A grid as a read-only (rows, columns) array of its own.
-py::array_t<double> HeightArray(const VLGD::Grid2D<platform::Float>& grid) {
+// A read-only array over memory that `owner` keeps alive: no copy. A build replaces the
+// grids and meshes it hands out instead of writing into them, so the array never changes.
+template <class T, class Owner>
+py::array_t<T> SharedArray(std::shared_ptr<Owner> owner, const T* data, std::vector<py::ssize_t> shape) {
+  auto* held = new std::shared_ptr<Owner>(std::move(owner));
+  py::capsule base(held, [](void* pointer) { delete static_cast<std::shared_ptr<Owner>*>(pointer); });
+  py::array_t<T> array(std::move(shape), data, base);
+  array.attr("flags").attr("writeable") = false;
+  return array;
+}
+
+// A grid that a later build may overwrite (an operator's change map) as an array of its own.
+py::array_t<double> CopiedArray(const VLGD::Grid2D<platform::Float>& grid) {
   py::array_t<double> array({grid.Height(), grid.Width()});
   if (grid.Count() > 0) std::memcpy(array.mutable_data(), grid.Data(), sizeof(double) * static_cast<std::size_t>(grid.Count()));
   array.attr("flags").attr("writeable") = false;
   return array;
 }
 
-py::dict MeshOf(const platform::PolygonObject& mesh) {
+static_assert(sizeof(platform::Vector) == 3 * sizeof(double) && sizeof(platform::CPolygon) == 4 * sizeof(Int32) &&
+              sizeof(platform::UVWStruct) == 12 * sizeof(float));
+
+py::dict MeshOf(const std::shared_ptr<const platform::GeometryObject>& cache) {
+  const auto& mesh = static_cast<const platform::PolygonObject&>(*cache);
   const auto points = mesh.GetPointR();
   const auto polygons = mesh.GetPolygonR();
-  py::array_t<double> p({static_cast<py::ssize_t>(points.size()), py::ssize_t{3}});
-  py::array_t<Int32> q({static_cast<py::ssize_t>(polygons.size()), py::ssize_t{4}});
-  std::memcpy(p.mutable_data(), points.data(), points.size_bytes());
-  std::memcpy(q.mutable_data(), polygons.data(), polygons.size_bytes());
   py::dict out;
-  out["points"] = p;
-  out["polygons"] = q;
+  out["points"] =
+      SharedArray(cache, reinterpret_cast<const double*>(points.data()), {static_cast<py::ssize_t>(points.size()), 3});
+  out["polygons"] = SharedArray(cache, reinterpret_cast<const Int32*>(polygons.data()),
+                                {static_cast<py::ssize_t>(polygons.size()), 4});
   if (const auto* uvw = static_cast<const platform::UVWTag*>(mesh.FindTag(platform::TagType::UVW))) {
     const auto data = uvw->GetDataAddressR();
-    py::array_t<float> uv({static_cast<py::ssize_t>(data.size()), py::ssize_t{4}, py::ssize_t{3}});
-    std::memcpy(uv.mutable_data(), data.data(), data.size_bytes());
-    out["uvs"] = uv;
+    out["uvs"] =
+        SharedArray(cache, reinterpret_cast<const float*>(data.data()), {static_cast<py::ssize_t>(data.size()), 4, 3});
   }
   return out;
 }
+
+// One thread for every build of the process, kept for the next: a thread made per build
+// cost a fifth of a blend-only rebuild (its allocator arena and the parallel loops' start).
+// Builds queue up on it one at a time.
+class BuildThread {
+ public:
+  static BuildThread& Get() {
+    // Never destroyed: the thread waits for work until the process ends. A process forked
+    // from this one has no such thread and makes its own.
+    static BuildThread* thread = nullptr;
+    static pid_t owner = 0;
+    if (thread == nullptr || owner != getpid()) {
+      thread = new BuildThread;
+      owner = getpid();
+    }
+    return *thread;
+  }
+  void Post(std::function<void()> job) {
+    const std::lock_guard lock(mutex_);
+    jobs_.push_back(std::move(job));
+    wake_.notify_one();
+  }
+
+ private:
+  BuildThread() {
+    std::thread([this] { Serve(); }).detach();
+  }
+  [[noreturn]] void Serve() {
+    for (;;) {
+      std::function<void()> job;
+      {
+        std::unique_lock lock(mutex_);
+        wake_.wait(lock, [&] { return !jobs_.empty(); });
+        job = std::move(jobs_.front());
+        jobs_.pop_front();
+      }
+      job();
+    }
+  }
+  std::mutex mutex_;
+  std::condition_variable wake_;
+  std::deque<std::function<void()>> jobs_;
+};
 
 // Progress reported by the build thread, read by the Python thread.
 class SharedProgress final : public platform::ProgressSink {
@@ -248,22 +308,36 @@ py::list Build(const DocumentRef& owner, std::optional<int> threads, double lod,
   help.cancel = &cancel;
   help.progress = &shared;
   platform::Status status = platform::Ok();
-  std::atomic<bool> done{false};
+  std::mutex doneMutex;
+  std::condition_variable doneSignal;
+  bool done = false;
   {
-    // The build runs on a thread of its own, so that this one can answer Ctrl-C and report
-    // progress while the GIL is released.
-    std::thread worker([&] {
-      std::optional<platform::ScopedThreadLimit> limit;
-      if (threads) limit.emplace(*threads);
-      status = owner->doc->ExecutePasses(help);
-      done.store(true, std::memory_order_release);
+    // The build runs on the build thread, so that this one can answer Ctrl-C and report
+    // progress while the GIL is released; it wakes the moment the build ends.
+    BuildThread::Get().Post([&] {
+      {
+        std::optional<platform::ScopedThreadLimit> limit;
+        if (threads) limit.emplace(*threads);
+        status = owner->doc->ExecutePasses(help);
+      }
+      const std::lock_guard lock(doneMutex);
+      done = true;
+      doneSignal.notify_one();
     });
+    const auto waitForTheBuild = [&] {
+      py::gil_scoped_release released;
+      std::unique_lock lock(doneMutex);
+      doneSignal.wait(lock, [&] { return done; });
+    };
     bool interrupted = false;
-    while (!done.load(std::memory_order_acquire)) {
+    for (;;) {
+      bool finished = false;
       {
         py::gil_scoped_release released;
-        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        std::unique_lock lock(doneMutex);
+        finished = doneSignal.wait_for(lock, std::chrono::milliseconds(20), [&] { return done; });
       }
+      if (finished) break;
       if (!interrupted && PyErr_CheckSignals() != 0) {
         interrupted = true;  // the KeyboardInterrupt stays pending until the build stopped
         cancel.Cancel();
@@ -274,13 +348,11 @@ py::list Build(const DocumentRef& owner, std::optional<int> threads, double lod,
           progress(fraction, text);
         } catch (...) {
           cancel.Cancel();
-          py::gil_scoped_release released;
-          worker.join();
+          waitForTheBuild();
           throw;
         }
       }
     }
-    worker.join();
     if (interrupted) throw py::error_already_set();
   }
   Check(status);
@@ -292,8 +364,10 @@ py::list Build(const DocumentRef& owner, std::optional<int> threads, double lod,
     py::dict out;
     out["name"] = node->GetName();
     out["node"] = *Wrap(owner, node);
-    out["heights"] = HeightArray(terrain->GetGrid());
-    if (const auto* mesh = dynamic_cast<const platform::PolygonObject*>(node->GetCache())) out["mesh"] = MeshOf(*mesh);
+    const std::shared_ptr<const VLGD::Grid2D<platform::Float>> grid = terrain->ShareGrid();
+    out["heights"] = SharedArray(grid, grid->Data(), {grid->Height(), grid->Width()});
+    if (dynamic_cast<const platform::PolygonObject*>(node->GetCache()) != nullptr)
+      out["mesh"] = MeshOf(node->ShareCache());
     py::list operators;
     for (const VLGD::TerrainObject::OperatorReport& report : terrain->LastBuildReport()) {
       py::dict op;
@@ -304,8 +378,9 @@ py::list Build(const DocumentRef& owner, std::optional<int> threads, double lod,
       op["seconds"] = report.seconds;
       op["memory"] = report.memoryBytes;
       const auto* data = report.object->GetNodeData<VLGD::BaseTerrainOperatorData>();
-      op["change_map"] = data != nullptr && data->GetChangeMap().Count() > 0 ? py::object(HeightArray(data->GetChangeMap()))
-                                                                             : py::none();
+      op["change_map"] = data != nullptr && data->GetChangeMap().Count() > 0
+                             ? py::object(CopiedArray(data->GetChangeMap()))
+                             : py::none();
       operators.append(op);
     }
     out["operators"] = operators;
@@ -408,23 +483,33 @@ PYBIND11_MODULE(vellgrund, m) {
       });
 
   py::class_<DocumentHolder, DocumentRef>(m, "Document", "A scene: nodes, selection, undo, builds.")
-      .def_static("new", [] { return std::make_shared<DocumentHolder>(DocumentHolder{Check(platform::LoadScene(TheHost(), VLGD::kDefaultScene, "default scene"))}); },
-                  "The default scene.")
-      .def_static("load", [](const std::string& path) {
-        return std::make_shared<DocumentHolder>(DocumentHolder{Check(platform::LoadSceneFile(TheHost(), path))});
-      })
-      .def_static("from_json", [](const std::string& text) {
-        return std::make_shared<DocumentHolder>(DocumentHolder{Check(platform::LoadScene(TheHost(), text, "JSON text"))});
-      })
+      .def_static(
+          "new",
+          [] {
+            return std::make_shared<DocumentHolder>(
+                DocumentHolder{Check(platform::LoadScene(TheHost(), VLGD::kDefaultScene, "default scene"))});
+          },
+          "The default scene.")
+      .def_static(
+          "load",
+          [](const std::string& path) {
+            return std::make_shared<DocumentHolder>(DocumentHolder{Check(platform::LoadSceneFile(TheHost(), path))});
+          })
+      .def_static("from_json",
+                  [](const std::string& text) {
+                    return std::make_shared<DocumentHolder>(
+                        DocumentHolder{Check(platform::LoadScene(TheHost(), text, "JSON text"))});
+                  })
       .def("save", [](const DocumentRef& d, const std::string& path) { Check(platform::SaveSceneFile(*d->doc, path)); })
       .def("to_json", [](const DocumentRef& d) { return Check(platform::SaveScene(*d->doc)); })
-      .def("nodes",
-           [](const DocumentRef& d) {
-             std::vector<PyNode> nodes;
-             for (const Node* node : d->doc->AllNodes()) nodes.push_back(*Wrap(d, node));
-             return nodes;
-           },
-           "Every node, depth first.")
+      .def(
+          "nodes",
+          [](const DocumentRef& d) {
+            std::vector<PyNode> nodes;
+            for (const Node* node : d->doc->AllNodes()) nodes.push_back(*Wrap(d, node));
+            return nodes;
+          },
+          "Every node, depth first.")
       .def("find", [](const DocumentRef& d, const std::string& name) { return Wrap(d, d->doc->FindByName(name)); })
       .def(
           "insert",
@@ -455,12 +540,15 @@ PYBIND11_MODULE(vellgrund, m) {
           },
           py::arg("name_or_id"), py::arg("modifier") = false)
       .def("command_enabled",
-           [](const DocumentRef& d, const py::object& key) { return platform::IsCommandEnabled(*d->doc, CommandNamed(key)); })
+           [](const DocumentRef& d, const py::object& key) {
+             return platform::IsCommandEnabled(*d->doc, CommandNamed(key));
+           })
       .def("undo", [](const DocumentRef& d) { return d->doc->DoUndo(); })
       .def("redo", [](const DocumentRef& d) { return d->doc->DoRedo(); })
       .def("build", &Build, py::arg("threads") = py::none(), py::arg("lod") = 1.0, py::arg("editor") = false,
            py::arg("progress") = py::none(),
-           "Rebuilds what changed since the last build; per terrain its heights, mesh and operators.");
+           "Rebuilds what changed since the last build; per terrain its heights, mesh and operators.\n"
+           "Heights and mesh arrays are read-only views without a copy; later builds leave them unchanged.");
 
   m.def("commands", [] {
     std::vector<std::string> names;

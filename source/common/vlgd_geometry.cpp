@@ -122,8 +122,8 @@ platform::Result<std::unique_ptr<platform::PolygonObject>> CreatePlaneGeometry(F
   return plane;
 }
 
-platform::Result<std::unique_ptr<platform::GeometryObject>> GetCurrentState(const platform::Node* object,
-                                                                          const platform::HierarchyHelp& help) {
+platform::Result<std::shared_ptr<platform::GeometryObject>> GetCurrentState(const platform::Node* object,
+                                                                            const platform::HierarchyHelp& help) {
   if (object == nullptr) return platform::IllegalArgumentError("objectPtr must not be NULL!");
   std::unique_ptr<platform::Document> temporary;
   try {

@@ -27,7 +27,7 @@ platform::Result<std::unique_ptr<platform::PolygonObject>> CreatePlaneGeometry(
 
 // The current state of `object` as a separate editable object: a clone of it is built in a
 // temporary document and its result is placed with `object`'s global matrix.
-platform::Result<std::unique_ptr<platform::GeometryObject>> GetCurrentState(const platform::Node* object,
-                                                                          const platform::HierarchyHelp& help);
+platform::Result<std::shared_ptr<platform::GeometryObject>> GetCurrentState(const platform::Node* object,
+                                                                            const platform::HierarchyHelp& help);
 
 }  // namespace VLGD

@@ -273,8 +273,8 @@ bool TerrainObject::GetDEnabling(const Node& node, ParameterId id, const Value&)
 }
 
 void TerrainObject::GetDimension(const Node& node, Vector& centre, Vector& radius) const {
-  const Float minimum = grid_.IsMinMaxValid() ? grid_.Minimum() : 0.0;
-  const Float maximum = grid_.IsMinMaxValid() ? grid_.Maximum() : 0.0;
+  const Float minimum = grid_->IsMinMaxValid() ? grid_->Minimum() : 0.0;
+  const Float maximum = grid_->IsMinMaxValid() ? grid_->Maximum() : 0.0;
   const platform::ParameterReader data(node);
   centre = {0.0, (minimum + maximum) * 0.5, 0.0};
   radius = {SizeXOf(data.Values()) * 0.5, (maximum - minimum) * 0.5,
@@ -318,13 +318,17 @@ Result<std::unique_ptr<GeometryObject>> TerrainObject::GetVirtualObjects(Node& n
   ParameterContainer& own = node.GetDataInstance();  // status texts, not edits
   // Status texts: a text that cannot be stored leaves the previous one, nothing worse.
   (void)own.Set(TERRAINOBJECT_MEMORY_INFO, node.GetHost().GetStrings().Get(STRING_CALCULATING));
-  grid_.Reset();
-  VLGD_RETURN_IF_ERROR(grid_.Init(static_cast<Int>(segX) + 1, static_cast<Int>(segZ) + 1, sizeX, sizeZ));
+  // A new grid each build: a reader sharing the last one keeps it unchanged. The old samples
+  // go (unless shared) before the new ones are allocated.
+  std::shared_ptr<Grid2D<Float>> fresh;
+  VLGD_RETURN_IF_ERROR(platform::TryMakeShared(fresh));
+  grid_ = std::move(fresh);
+  VLGD_RETURN_IF_ERROR(grid_->Init(static_cast<Int>(segX) + 1, static_cast<Int>(segZ) + 1, sizeX, sizeZ));
   evaluatedOnce_ = true;
-  VLGD_RETURN_IF_ERROR(queue_.Run(grid_, *doc, context));
-  grid_.RecomputeRange();
+  VLGD_RETURN_IF_ERROR(queue_.Run(*grid_, *doc, context));
+  grid_->RecomputeRange();
   if (data.GetBool(TERRAINOBJECT_EDGE_FALLOFF))
-    VLGD_RETURN_IF_ERROR(FadeEdges(grid_, sizeX, sizeZ, data.GetFloat(TERRAINOBJECT_EDGE_HEIGHT), help.cancel));
+    VLGD_RETURN_IF_ERROR(FadeEdges(*grid_, sizeX, sizeZ, data.GetFloat(TERRAINOBJECT_EDGE_HEIGHT), help.cancel));
 
   const Curvature curvature = ReadCurvature(data);
   const bool wantHull = data.GetBool(TERRAINOBJECT_HULL) && !curvature.enabled;
@@ -337,7 +341,7 @@ Result<std::unique_ptr<GeometryObject>> TerrainObject::GetVirtualObjects(Node& n
   mesh->name = node.GetName();
   const std::span<Vector> points = mesh->GetPointW();
   if (points.empty()) return platform::GenericError("Could not get writeable vertex pointer!");
-  const Float* heights = grid_.Data();
+  const Float* heights = grid_->Data();
   platform::ParallelOptions options;
   options.singleThreadBelow = platform::kSingleThreadBelowSamples;
   options.cancel = help.cancel;
@@ -351,26 +355,26 @@ Result<std::unique_ptr<GeometryObject>> TerrainObject::GetVirtualObjects(Node& n
     const Float depth = data.GetFloat(TERRAINOBJECT_HULL_DEPTH);
     VLGD_ASSIGN_OR_RETURN(std::unique_ptr<PolygonObject> hull, BuildHull(points, border_, depth, sizeX, sizeZ));
     VLGD_RETURN_IF_ERROR(mesh->InsertChild(std::move(hull)));
-    grid_.IncludeInRange(-depth);
+    grid_->IncludeInRange(-depth);
   }
   if ((help.flags & platform::BUILDFLAGS_ISOPARM) != 0) {
-    VLGD_ASSIGN_OR_RETURN(mesh->isoparm, BuildIsoparms(grid_.Width(), grid_.Height(), *mesh,
+    VLGD_ASSIGN_OR_RETURN(mesh->isoparm, BuildIsoparms(grid_->Width(), grid_->Height(), *mesh,
                                                        data.Values().GetInt32(TERRAINOBJECT_ISOPARM_LINES, 1)));
   }
   if (data.GetBool(TERRAINOBJECT_PHONG)) VLGD_RETURN_IF_ERROR(mesh->AddTag(std::make_unique<platform::PhongTag>()));
 
-  Int bytes = 8 * grid_.Count() + 521 + queue_.GetMemory();
+  Int bytes = 8 * grid_->Count() + 521 + queue_.GetMemory();
   for (const auto& tag : mesh->Tags()) bytes += 1 + (tag->IsVariable() ? tag->DataCount() * tag->DataSize() : 0);
   (void)own.Set(TERRAINOBJECT_MEMORY_INFO, FormatMemory(node.GetHost().GetStrings(), bytes));
   return std::unique_ptr<GeometryObject>(std::move(mesh));
 }
 
 Result<platform::Image> TerrainObject::HeightImage(bool normalized) const {
-  if (!normalized) return grid_.ToHeightImage();
+  if (!normalized) return grid_->ToHeightImage();
   Grid2D<Float> copy;
-  VLGD_RETURN_IF_ERROR(copy.CopyFrom(grid_));
-  const Float minimum = grid_.Minimum();
-  const Float range = grid_.Maximum() - minimum;
+  VLGD_RETURN_IF_ERROR(copy.CopyFrom(*grid_));
+  const Float minimum = grid_->Minimum();
+  const Float range = grid_->Maximum() - minimum;
   const Float inverse = range != 0.0 ? 1.0 / range : 0.0;
   Float* values = copy.Data();
   VLGD_RETURN_IF_ERROR(platform::ParallelForRange(0, copy.Count(), {}, [&](Int begin, Int end) {
@@ -401,7 +405,7 @@ bool TerrainObject::Message(Node& node, Int32 type, MessageData& data) {
   ParameterContainer& own = node.GetDataInstance();
   switch (type) {
     case platform::MSG_DESCRIPTION_COMMAND:
-      if (data.parameter == TERRAINOBJECT_EXPORT && grid_.Count() >= 8) return ExportHeightMap(node).has_value();
+      if (data.parameter == TERRAINOBJECT_EXPORT && grid_->Count() >= 8) return ExportHeightMap(node).has_value();
       return true;
     case platform::MSG_DESCRIPTION_POSTSETPARAMETER: {
       // The follow-up edits below replace numbers the container holds, which cannot fail.

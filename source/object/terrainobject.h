@@ -1,5 +1,6 @@
 #pragma once
 
+#include <memory>
 #include <vector>
 #include "platform/registry.h"
 
@@ -54,7 +55,10 @@ class TerrainObject final : public platform::ObjectData {
   Result<std::unique_ptr<platform::GeometryObject>> GetVirtualObjects(Node& node,
                                                                       const platform::HierarchyHelp& help) override;
 
-  [[nodiscard]] const Grid2D<Float>& GetGrid() const { return grid_; }
+  [[nodiscard]] const Grid2D<Float>& GetGrid() const { return *grid_; }
+  // The grid of the last build for a reader that may outlive the next one: each build
+  // makes a new grid instead of overwriting this.
+  [[nodiscard]] std::shared_ptr<const Grid2D<Float>> ShareGrid() const { return grid_; }
   [[nodiscard]] const EvaluationQueue& GetQueue() const { return queue_; }
 
   // What the last build did with each operator of the stack, in order: for front-ends that
@@ -75,7 +79,7 @@ class TerrainObject final : public platform::ObjectData {
  private:
   Status ExportHeightMap(Node& node);
 
-  Grid2D<Float> grid_;
+  std::shared_ptr<Grid2D<Float>> grid_ = std::make_shared<Grid2D<Float>>();
   EvaluationQueue queue_;
   bool evaluatedOnce_ = false;
   Float densityX_ = 0.0;

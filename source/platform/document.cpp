@@ -306,11 +306,11 @@ Status Document::ExecutePasses(const HierarchyHelp& help) {
   return first;
 }
 
-Result<std::unique_ptr<GeometryObject>> Document::CurrentStateToObject(Node& node, const HierarchyHelp& help) {
+Result<std::shared_ptr<GeometryObject>> Document::CurrentStateToObject(Node& node, const HierarchyHelp& help) {
   auto* data = node.GetNodeData<ObjectData>();
   if (data == nullptr || (node.type_->objectInfo & OBJECT_GENERATOR) == 0)
     return IllegalArgumentError(NodeLabel(node) + " generates no geometry!");
-  VLGD_ASSIGN_OR_RETURN(std::unique_ptr<GeometryObject> built, data->GetVirtualObjects(node, help));
+  VLGD_ASSIGN_OR_RETURN(std::shared_ptr<GeometryObject> built, data->GetVirtualObjects(node, help));
   if (built == nullptr) built = node.TakeCache();
   if (built == nullptr) return GenericError(NodeLabel(node) + " generates no geometry!");
   return built;

@@ -87,7 +87,7 @@ class Document {
   Status ExecutePasses(const HierarchyHelp& help);
   // The modelling command "current state to object": builds `node` now and hands over what
   // it generated. Fails when the build fails or the node generates nothing.
-  Result<std::unique_ptr<GeometryObject>> CurrentStateToObject(Node& node, const HierarchyHelp& help);
+  Result<std::shared_ptr<GeometryObject>> CurrentStateToObject(Node& node, const HierarchyHelp& help);
 
   // Undo. Steps are recorded only between StartUndo and EndUndo; groups nest, the
   // outermost one becomes one undo entry. A new group drops everything that could be

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <memory>
 #include <new>
 #include <optional>
 #include <stdexcept>
@@ -41,6 +42,17 @@ Status TryResize(std::vector<T, A>& values, Int count, const T& fill = T{}) {
     return OutOfMemoryError();
   } catch (const std::length_error&) {
     values = {};
+    return OutOfMemoryError();
+  }
+  return Ok();
+}
+
+// A new default-made object behind a shared pointer, or the allocation failure as an error.
+template <class T>
+Status TryMakeShared(std::shared_ptr<T>& object) {
+  try {
+    object = std::make_shared<T>();
+  } catch (const std::bad_alloc&) {
     return OutOfMemoryError();
   }
   return Ok();

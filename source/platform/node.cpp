@@ -126,7 +126,7 @@ void Node::SetCache(std::unique_ptr<GeometryObject> cache) {
   ++dirtyCache_;
 }
 
-std::unique_ptr<GeometryObject> Node::TakeCache() {
+std::shared_ptr<GeometryObject> Node::TakeCache() {
   if (cache_ != nullptr) ++dirtyCache_;
   return std::move(cache_);
 }

@@ -100,10 +100,13 @@ class Node {
 
   // Generated geometry of the last build of a generator, or nullptr.
   [[nodiscard]] const GeometryObject* GetCache() const { return cache_.get(); }
+  // The cache for a reader that may outlive the next build (a script holding a mesh's
+  // arrays without copying them): a build replaces the cache, never changes it.
+  [[nodiscard]] std::shared_ptr<const GeometryObject> ShareCache() const { return cache_; }
   // True when a generator must build: no cache, or the data changed since it was built.
   [[nodiscard]] bool CheckCache() const;
   void SetCache(std::unique_ptr<GeometryObject> cache);
-  std::unique_ptr<GeometryObject> TakeCache();
+  std::shared_ptr<GeometryObject> TakeCache();
 
   // Delivers a message to the node's data; true when handled.
   bool Message(Int32 type, MessageData& data);
@@ -134,7 +137,7 @@ class Node {
   UInt32 dirtyData_ = 0;
   UInt32 dirtyMatrix_ = 0;
   UInt32 dirtyCache_ = 0;
-  std::unique_ptr<GeometryObject> cache_;
+  std::shared_ptr<GeometryObject> cache_;
   UInt32 cacheDataDirty_ = 0;
 };
 

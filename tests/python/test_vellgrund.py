@@ -67,6 +67,16 @@ def test_second_build_is_cached_and_heights_match_the_tool(tmp_path):
     assert heights.shape == (101, 101) and not heights.flags.writeable
     mesh = second[0]["mesh"]
     assert mesh["points"].shape == (101 * 101, 3) and mesh["polygons"].shape == (100 * 100, 4)
+    assert np.array_equal(mesh["points"][:, 1], heights.ravel())
+
+    # The arrays share the engine's memory: a later build must leave them as they were.
+    kept, kept_points = heights.copy(), mesh["points"].copy()
+    doc.find("Soften")["TERRAINOPERATOR_STRENGTH"] = 0.1
+    third = doc.build()
+    assert not np.array_equal(third[0]["heights"], kept)
+    assert np.array_equal(heights, kept) and np.array_equal(mesh["points"], kept_points)
+    doc.find("Soften")["TERRAINOPERATOR_STRENGTH"] = 0.6
+    doc.build()
 
     scene = tmp_path / "scene.json"
     doc.save(str(scene))
