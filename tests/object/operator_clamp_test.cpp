@@ -67,26 +67,6 @@ TEST(ClampOperatorTest, HardClampCutsAtTheBoundsAndSendsNaNToLo) {
   EXPECT_EQ(c.Result().Count(), 6);
 }
 
-TEST(ClampOperatorTest, ABreakStopsTheHardClampAtSamplesPassingTheIndexMask) {
-  DirectOperator c(ID_CLAMPOPERATOR);
-  CancellationToken cancelled;
-  cancelled.Cancel();
-  const Grid2D<Float> large = MakeGrid(101, 101, [](Int x, Int y) { return static_cast<Float>(x - y); });
-  ASSERT_TRUE(c.Compute(large, &cancelled));  // fitting has no break test
-
-  c.Set(CLAMPOPERATOR_HARDCLAMP, true);
-  const Grid2D<Float> pair = Row({1.0, 2.0});        // sample 1 is tested; one thread
-  for (const Grid2D<Float>* in : {&pair, &large}) {  // and all threads
-    const Status status = c.Compute(*in, &cancelled);
-    ASSERT_FALSE(status) << in->Count();
-    EXPECT_EQ(status.error().kind, ErrorKind::Cancelled);
-    EXPECT_EQ(status.error().message, "Clamp operator cancelled!");
-  }
-  // Sample 0 is not tested ((0 AND 3999) = 0): a single sample is clamped anyway.
-  ASSERT_TRUE(c.Compute(Row({70.0}), &cancelled));
-  EXPECT_EQ(c.Out(0), 50.0);
-}
-
 TEST(ClampOperatorTest, AnEditedBoundIsHeldByTheOther) {
   DirectOperator c(ID_CLAMPOPERATOR);
   const ParameterContainer& data = c.op->GetData();

@@ -113,21 +113,6 @@ TEST(CurveOperatorTest, RemapsThroughTheCurveWithinTheInputRange) {
   EXPECT_EQ(c.Result().Count(), 0);
 }
 
-TEST(CurveOperatorTest, ABreakStopsTheLoopAtSamplesPassingTheIndexMask) {
-  DirectOperator c(ID_CURVEOPERATOR);
-  CancellationToken cancelled;
-  cancelled.Cancel();
-  const Grid2D<Float> pair = Row({0.0, 1.0});
-  const Grid2D<Float> large = MakeGrid(150, 150, [](Int x, Int y) { return static_cast<Float>(x * y); });
-  for (const Grid2D<Float>* in : {&pair, &large}) {
-    const Status status = c.Compute(*in, &cancelled);
-    ASSERT_FALSE(status) << in->Count();
-    EXPECT_EQ(status.error().kind, ErrorKind::Cancelled);
-    EXPECT_EQ(status.error().message, "Curve operator cancelled!");
-  }
-  EXPECT_TRUE(c.Compute(Row({3.0}), &cancelled));  // a flat input returns before the loop
-}
-
 // The curve is spline data, which the registry-wide stack test does not edit.
 TEST(CurveOperatorTest, InTheStackAnEditedCurveRebuildsItAndAChosenPresetWaitsForTheButton) {
   TerrainHarness h(8, 80.0);

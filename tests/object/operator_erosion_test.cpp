@@ -4,7 +4,6 @@
 
 #include <vector>
 
-#include "platform/description.h"
 #include "platform/host.h"
 #include "support/operator_fixture.h"
 #include "vellgrund/erosion_droplet.h"
@@ -18,22 +17,6 @@ using namespace platform;
 using namespace VLGD;
 using namespace testing_support;
 
-
-TEST(ErosionOperatorTest, EachModeHasItsFlagsAndEditableParameters) {
-  DirectOperator f(ID_EROSIONOPERATOR);
-  const std::vector<ParameterId> groups[] = {{100011, 100016},
-                                             {100031, 100035, 100039, 100040, 100041},
-                                             {100051, 100056},
-                                             {100061}};
-  for (Int32 mode = 0; mode <= 4; ++mode) {
-    f.Put(EROSIONOPERATOR_MODE, mode);
-    EXPECT_EQ(static_cast<UInt32>(f.Data().GetFlags(*f.op)), mode == 0 ? 0x1u : 0x21u) << mode;
-    EXPECT_TRUE(IsParameterEnabled(*f.op, EROSIONOPERATOR_MODE));
-    EXPECT_TRUE(IsParameterEnabled(*f.op, TERRAINOPERATOR_STRENGTH));
-    for (Int32 group = 0; group < 4; ++group)
-      for (const ParameterId id : groups[group]) EXPECT_EQ(IsParameterEnabled(*f.op, id), group == mode) << id;
-  }
-}
 
 TEST(ErosionOperatorTest, DispatchesToTheKindOnACopyOfTheInput) {
   DirectOperator f(ID_EROSIONOPERATOR);

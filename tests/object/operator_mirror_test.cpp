@@ -47,20 +47,4 @@ TEST(MirrorOperatorTest, FlipsColumnsRowsAndHeights) {
   EXPECT_EQ(m.Result().Count(), 0);
 }
 
-TEST(MirrorOperatorTest, ABreakStopsTheLoopAtRowsPassingTheMask) {
-  DirectOperator m(ID_MIRROROPERATOR);
-  m.Set(MIRROROPERATOR_X, true);
-  CancellationToken cancelled;
-  cancelled.Cancel();
-  // Row 0 is never tested ((0 AND 999) = 0): a single row is mirrored whatever its length.
-  ASSERT_TRUE(m.Compute(MakeGrid(20000, 1, [](Int x, Int) { return static_cast<Float>(x); }), &cancelled));
-  EXPECT_EQ(m.Result().Get(0, 0), 19999.0);
-  for (const Int rows : {Int{2}, Int{150}}) {  // one thread, all threads
-    const Status status = m.Compute(MakeGrid(150, rows, [](Int x, Int) { return static_cast<Float>(x); }), &cancelled);
-    ASSERT_FALSE(status) << rows;
-    EXPECT_EQ(status.error().kind, ErrorKind::Cancelled);
-    EXPECT_EQ(status.error().message, "Mirror operator cancelled!");
-  }
-}
-
 }  // namespace

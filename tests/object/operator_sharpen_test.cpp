@@ -4,7 +4,6 @@
 
 #include <cmath>
 
-#include "platform/description.h"
 #include "support/operator_fixture.h"
 #include "vellgrund/convolution.h"
 
@@ -18,7 +17,6 @@ TEST(SharpenOperatorTest, TheTypeChoosesTheSeparableSharpenAKernelOrACopy) {
   DirectOperator f(ID_SHARPENOPERATOR);
   const Grid2D<Float> in = RandomGrid(13, 10, 9, -5.0, 5.0);
   // Separable, keeping the incoming range.
-  EXPECT_TRUE(IsParameterEnabled(*f.op, SHARPENOPERATOR_SIZE) && IsParameterEnabled(*f.op, SHARPENOPERATOR_AMOUNT));
   f.Set(SHARPENOPERATOR_SIZE, Int32{7});
   f.Set(SHARPENOPERATOR_AMOUNT, 0.25);
   ASSERT_TRUE(f.Compute(in));
@@ -41,8 +39,6 @@ TEST(SharpenOperatorTest, TheTypeChoosesTheSeparableSharpenAKernelOrACopy) {
   const Convolution::BaseKernel* kernels[] = {&sharpen3, &unsharp5, &unsharp};
   for (Int32 type = 1; type <= 3; ++type) {
     f.Set(SHARPENOPERATOR_TYPE, type);
-    EXPECT_EQ(IsParameterEnabled(*f.op, SHARPENOPERATOR_SIZE), type == 3) << type;
-    EXPECT_FALSE(IsParameterEnabled(*f.op, SHARPENOPERATOR_AMOUNT)) << type;
     ASSERT_TRUE(f.Compute(in));
     Grid2D<Float> expected;
     ASSERT_TRUE(Convolution::Convolve(in, expected, *kernels[type - 1], OUTOFBOUNDSMODE::MIRROR));
@@ -56,7 +52,7 @@ TEST(SharpenOperatorTest, TheTypeChoosesTheSeparableSharpenAKernelOrACopy) {
   EXPECT_EQ(f.Result().Maximum(), in.Maximum());
 }
 
-TEST(SharpenOperatorTest, KeepsTheDegenerateSizesAndStopsOnABreak) {
+TEST(SharpenOperatorTest, KeepsTheDegenerateSizes) {
   DirectOperator f(ID_SHARPENOPERATOR);
   const Grid2D<Float> in = RandomGrid(13, 10, 9, -5.0, 5.0);
   f.Set(SHARPENOPERATOR_SIZE, Int32{1});
@@ -77,13 +73,6 @@ TEST(SharpenOperatorTest, KeepsTheDegenerateSizesAndStopsOnABreak) {
   for (const Float v : f.Result().Values()) ASSERT_NEAR(v, 2.0, 1e-12);
   EXPECT_EQ(f.Compute(MakeGrid(3, 0, [](Int, Int) { return 0.0; })).error().message,
             "Can't sharpen a grid with size 0!");
-
-  CancellationToken cancelled;
-  cancelled.Cancel();
-  const Status status = f.Compute(in, &cancelled);
-  ASSERT_FALSE(status);
-  EXPECT_EQ(status.error().message, "Vertical Sharpen pass cancelled!");
-  EXPECT_EQ(status.error().kind, ErrorKind::Cancelled);
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 #include "platform/parallel.h"
 
 #include <atomic>
+#include <functional>
 #include <memory>
 #include <new>
 #include <stdexcept>
@@ -70,118 +71,68 @@ TEST(ParallelTest, VisitsEveryIndexExactlyOnce) {
   EXPECT_FALSE(called);
 }
 
-TEST(ParallelTest, FirstErrorStopsTheLoop) {
+// An error, an exception or a break in one body ends the loop soon, on one thread or many,
+// with that error; a token cancelled before the start runs nothing.
+TEST(ParallelTest, TheFirstErrorExceptionOrBreakEndsTheLoop) {
   constexpr Int total = 1'000'000;
-  for (const Int singleThreadBelow : {Int{0}, total + 1}) {
-    SCOPED_TRACE("single thread below " + std::to_string(singleThreadBelow));
-    ParallelOptions options;
-    options.granularity = 1;
-    options.singleThreadBelow = singleThreadBelow;
-    std::atomic<Int> visits{0};
-    std::atomic<Int> visitsAfterError{0};
-    std::atomic<bool> failed{false};
-    Status status = ParallelFor(0, total, options, [&](Int) -> Status {
-      if (failed.load()) visitsAfterError.fetch_add(1);
-      // The hundredth visit fails, wherever in the range it falls.
-      if (visits.fetch_add(1) == 100) {
-        failed = true;
-        return IllegalArgumentError("visit 100 failed");
+  struct Stopper {
+    const char* what;
+    std::function<Status(Int visit, CancellationToken&)> body;
+    ErrorKind kind;
+    std::string message;
+  };
+  const std::vector<Stopper> stoppers = {
+      {"error",
+       [](Int visit, CancellationToken&) { return visit == 100 ? IllegalArgumentError("visit 100 failed") : Ok(); },
+       ErrorKind::IllegalArgument, "visit 100 failed"},
+      {"bad_alloc",
+       [](Int visit, CancellationToken&) -> Status {
+         if (visit == 4321) throw std::bad_alloc();
+         return Ok();
+       },
+       ErrorKind::OutOfMemory, ""},
+      {"exception",
+       [](Int visit, CancellationToken&) -> Status {
+         if (visit == 777) throw std::runtime_error("broken body");
+         return Ok();
+       },
+       ErrorKind::Generic, "broken body"},
+      {"unknown exception",
+       [](Int visit, CancellationToken&) -> Status {
+         if (visit == 5000) throw 42;
+         return Ok();
+       },
+       ErrorKind::Generic, ""},
+      {"break",
+       [](Int visit, CancellationToken& token) {
+         if (visit == 1000) token.Cancel();
+         return Ok();
+       },
+       ErrorKind::Cancelled, "Stopped by the user!"},
+  };
+  for (const Int singleThreadBelow : {Int{0}, total + 1})
+    for (const Stopper& stopper : stoppers) {
+      SCOPED_TRACE(std::string(stopper.what) + (singleThreadBelow ? ", one thread" : ", all threads"));
+      CancellationToken token;
+      ParallelOptions options{.granularity = 1,
+                              .singleThreadBelow = singleThreadBelow,
+                              .cancel = &token,
+                              .cancelMessage = "Stopped by the user!"};
+      std::atomic<Int> visits{0};
+      const Status status =
+          ParallelFor(0, total, options, [&](Int) { return stopper.body(visits.fetch_add(1), token); });
+      ASSERT_FALSE(status);
+      EXPECT_EQ(status.error().kind, stopper.kind);
+      if (!stopper.message.empty()) {
+        EXPECT_EQ(status.error().message, stopper.message);
       }
-      return Ok();
-    });
-    ASSERT_FALSE(status);
-    EXPECT_EQ(status.error().kind, ErrorKind::IllegalArgument);
-    EXPECT_EQ(status.error().message, "visit 100 failed");
-    EXPECT_LT(visitsAfterError.load(), total / 100);
-    if (singleThreadBelow > total) {
-      EXPECT_EQ(visits.load(), 101);
+      EXPECT_LT(visits.load(), total / 100);
+      // Cancelled before the start: nothing runs, chunked or not.
+      token.Cancel();
+      visits = 0;
+      EXPECT_FALSE(ParallelForRange(0, total, options, [&](Int, Int) { visits.fetch_add(1); }));
+      EXPECT_EQ(visits.load(), 0);
     }
-  }
-
-  // The same through chunks: no chunk starts once an error is recorded.
-  ParallelOptions options;
-  options.granularity = 1;
-  std::atomic<Int> chunksAfterError{0};
-  std::atomic<bool> failed{false};
-  Status status = ParallelForRange(0, total, options, [&](Int chunkBegin, Int) -> Status {
-    if (failed.load()) chunksAfterError.fetch_add(1);
-    if (chunkBegin == 0) {
-      failed = true;
-      return GenericError("first chunk failed");
-    }
-    return Ok();
-  });
-  ASSERT_FALSE(status);
-  EXPECT_EQ(status.error().message, "first chunk failed");
-  EXPECT_LT(chunksAfterError.load(), total / 100);
-}
-
-TEST(ParallelTest, CancellationEndsTheLoopWithItsMessage) {
-  constexpr Int total = 200'000;
-  for (const Int singleThreadBelow : {Int{0}, total + 1}) {
-    SCOPED_TRACE("single thread below " + std::to_string(singleThreadBelow));
-    CancellationToken token;
-    ParallelOptions options;
-    options.granularity = 64;
-    options.singleThreadBelow = singleThreadBelow;
-    options.cancel = &token;
-    options.cancelMessage = "Stopped by the user!";
-
-    // Cancelled before the start: nothing runs.
-    token.Cancel();
-    std::atomic<Int> visits{0};
-    Status before = ParallelFor(0, total, options, [&](Int) { visits.fetch_add(1); });
-    ASSERT_FALSE(before);
-    EXPECT_EQ(before.error().kind, ErrorKind::Cancelled);
-    EXPECT_EQ(before.error().message, "Stopped by the user!");
-    EXPECT_EQ(visits.load(), 0);
-
-    // Cancelled while running: the loop ends early.
-    token.Reset();
-    visits = 0;
-    Status during = ParallelFor(0, total, options, [&](Int) {
-      if (visits.fetch_add(1) == 1000) token.Cancel();
-    });
-    ASSERT_FALSE(during);
-    EXPECT_EQ(during.error().kind, ErrorKind::Cancelled);
-    EXPECT_EQ(during.error().message, "Stopped by the user!");
-    EXPECT_LT(visits.load(), total / 2);
-
-    // An untouched token changes nothing.
-    token.Reset();
-    visits = 0;
-    EXPECT_TRUE(ParallelFor(0, total, options, [&](Int) { visits.fetch_add(1); }));
-    EXPECT_EQ(visits.load(), total);
-  }
-}
-
-TEST(ParallelTest, ExceptionsFromBodiesBecomeErrors) {
-  for (const Int singleThreadBelow : {Int{0}, Int{1} << 30}) {
-    SCOPED_TRACE("single thread below " + std::to_string(singleThreadBelow));
-    ParallelOptions options;
-    options.granularity = 8;
-    options.singleThreadBelow = singleThreadBelow;
-
-    Status outOfMemory = ParallelFor(0, 10'000, options, [](Int i) {
-      if (i == 4321) throw std::bad_alloc();
-    });
-    ASSERT_FALSE(outOfMemory);
-    EXPECT_EQ(outOfMemory.error().kind, ErrorKind::OutOfMemory);
-
-    Status failure = ParallelFor(0, 10'000, options, [](Int i) -> Status {
-      if (i == 777) throw std::runtime_error("broken body");
-      return Ok();
-    });
-    ASSERT_FALSE(failure);
-    EXPECT_EQ(failure.error().kind, ErrorKind::Generic);
-    EXPECT_EQ(failure.error().message, "broken body");
-
-    Status unknown = ParallelForRange(0, 10'000, options, [](Int chunkBegin, Int chunkEnd) {
-      if (chunkBegin <= 5000 && 5000 < chunkEnd) throw 42;
-    });
-    ASSERT_FALSE(unknown);
-    EXPECT_EQ(unknown.error().kind, ErrorKind::Generic);
-  }
 }
 
 TEST(ParallelTest, ThreadLimitOfOneRunsOnTheCallingThread) {

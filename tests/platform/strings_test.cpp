@@ -9,17 +9,6 @@
 namespace platform {
 namespace {
 
-TEST(StringTableTest, ResourceTableHasEveryText) {
-  StringTable table;
-  const auto loaded = table.LoadFile(ResourceFolder() / "strings" / "strings.json");
-  ASSERT_TRUE(loaded) << loaded.error().message;
-  for (Int32 id = 10000; id <= 10014; ++id) EXPECT_TRUE(table.Contains(id)) << id;
-  for (const Int32 id : {10016, 10022, 10024, 10025, 10026, 10027, 10028, 10029, 10030, 10031, 10033, 10034,
-                         10035, 10036, 10037, 10038, 10040, 10045, 10046, 10047, 10048, 10071, 10073, 10083})
-    EXPECT_TRUE(table.Contains(id)) << id;
-  EXPECT_NE(table.Format(10071, {"Noise"}).find("Noise"), std::string::npos);
-}
-
 TEST(StringTableTest, FormatFillsPlaceholdersInOrder) {
   StringTable table;
   ASSERT_TRUE(table.LoadText(R"js({"1": "# of # (##)", "2": "plain", "-5": "#"})js", "test"));

@@ -259,17 +259,6 @@ TEST(Grid2D, BitmapsAndHeightImagesPutRowZeroAtTheBottom) {
   EXPECT_EQ(image->GetPixel(0, 0, 0), -3.0);
 }
 
-TEST(Grid2D, DebugStrings) {
-  Grid2D<Float> grid = MakeGrid(3, 1, {1.0, 2.5, -3.0});
-  EXPECT_EQ(grid.ToString(2), "Grid2D<Float>(1, 2.5)");
-  EXPECT_EQ(grid.ToString(10), "Grid2D<Float>(1, 2.5, -3)");
-  EXPECT_EQ(grid.ToString(0), "Grid2D<Float>()");
-  Grid2D<Vector> vectors;
-  ASSERT_TRUE(vectors.Init(2, 1, 1.0, 1.0));
-  vectors.Set(0, 0, Vector(1.0, 0.5, -2.0));
-  EXPECT_EQ(vectors.ToString(5), "Grid2D<Vector>((1;0.5;-2), (0;0;0))");
-}
-
 TEST(Grid2D, OutOfBoundsRemapping) {
   EXPECT_EQ(RemapIndex(-3, 5, OUTOFBOUNDSMODE::CLAMP), 0);
   EXPECT_EQ(RemapIndex(7, 5, OUTOFBOUNDSMODE::CLAMP), 4);
