@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -287,67 +286,6 @@ TEST(ConvolutionTest, SlidingSumsEqualTheDirectSumsOfBothPasses) {
       ExpectNear(inPlace, expected, nullptr, what);
     EXPECT_TRUE(Identical(outOfPlace, inPlace)) << what;
   }
-}
-
-TEST(ConvolutionTest, ConstantGridsAreKeptByEveryKernelAndFilter) {
-  const Grid2D<Float> constant = MakeGrid(9, 7, [](Int, Int) { return 3.5; });
-  std::vector<std::unique_ptr<BaseKernel>> kernels;
-  kernels.push_back(std::make_unique<PresetKernels::GaussBlur3x3>());
-  kernels.push_back(std::make_unique<PresetKernels::GaussBlur5x5>());
-  kernels.push_back(std::make_unique<PresetKernels::Sharpen3x3>());
-  kernels.push_back(std::make_unique<PresetKernels::UnsharpMask5x5>());
-  for (auto& kernel : kernels) ASSERT_TRUE(kernel->Initialize(1));  // the fixed kernels ignore the size
-  for (const UInt32 r : {1u, 4u, 12u}) {
-    kernels.push_back(std::make_unique<PresetKernels::GaussBlur>());
-    ASSERT_TRUE(kernels.back()->Initialize(r));
-    kernels.push_back(std::make_unique<PresetKernels::UnsharpMask>());
-    ASSERT_TRUE(kernels.back()->Initialize(r));
-  }
-  for (const auto& kernel : kernels)
-    for (const OUTOFBOUNDSMODE mode : kModes) {
-      Grid2D<Float> d;
-      ASSERT_TRUE(Convolve(constant, d, *kernel, mode));
-      for (const Float v : d.Values()) ASSERT_NEAR(v, 3.5, 1e-12) << "kernel of size " << kernel->Size();
-    }
-  for (const Int diameter : {1, 3, 5, 9, 101}) {
-    Grid2D<Float> g = Copy(constant);
-    ASSERT_TRUE(BoxBlur(g, diameter));
-    for (const Float v : g.Values()) ASSERT_NEAR(v, 3.5, 1e-12) << "box " << diameter;
-  }
-  for (const Int size : {3, 4, 5, 9, 65})
-    for (const Float amount : {0.0, 0.5, 1.0, 3.0}) {
-      // A ramp whose taps sum to 0 has the weight 0 and gives zeros (sizes 4 and 5 once their
-      // centre is 1.5).
-      const bool flat = (size == 4 || size == 5) && amount >= 3.0;
-      Grid2D<Float> g = Copy(constant);
-      ASSERT_TRUE(SeparableSharpen(g, size, amount));
-      for (const Float v : g.Values()) ASSERT_NEAR(v, flat ? 0.0 : 3.5, 1e-12) << "sharpen " << size << " " << amount;
-    }
-}
-
-TEST(ConvolutionTest, BoxBlurAndSharpenKeepTheirDegenerateCases) {
-  const Grid2D<Float> source = RandomGrid(6, 5, 31);
-  Grid2D<Float> g = Copy(source);
-  ASSERT_TRUE(BoxBlur(g, 1));  // radius 0: w = 1, one tap
-  EXPECT_TRUE(Identical(g, source));
-  for (const Int diameter : {0, -1, -3, -4, -11}) {  // no tap, or weight 0: zeros
-    g = Copy(source);
-    ASSERT_TRUE(BoxBlur(g, diameter));
-    for (const Float v : g.Values()) ASSERT_EQ(v, 0.0) << diameter;
-  }
-  ASSERT_TRUE(SeparableSharpen(g, 1, 0.0));
-  for (const Float v : g.Values()) ASSERT_TRUE(std::isnan(v));
-  EXPECT_EQ(SeparableSharpen(g, 0, 0.0).error().message, "Can't initialize kernel with size 0!");
-  EXPECT_EQ(SeparableSharpen(g, -3, 0.0).error().message, "Can't initialize kernel with a negative size!");
-
-  Grid2D<Float> empty = MakeGrid(0, 4, [](Int, Int) { return 0.0; });
-  Grid2D<Float> destination;
-  EXPECT_EQ(BoxBlur(empty, 5).error().message, "Can't BluxBlur a grid with size 0!");
-  EXPECT_EQ(BoxBlur(empty, destination, 5).error().message, "Can't BluxBlur a grid with size 0!");
-  EXPECT_EQ(SeparableSharpen(empty, 0, 0.0).error().message, "Can't sharpen a grid with size 0!");
-  EXPECT_EQ(SeparableSharpen(empty, destination, 5, 0.0).error().message, "Can't sharpen a grid with size 0!");
-  ASSERT_TRUE(Convolve(empty, destination, PresetKernels::GaussBlur3x3{}, OUTOFBOUNDSMODE::MIRROR));
-  EXPECT_TRUE(destination.IsEmpty());
 }
 
 }  // namespace

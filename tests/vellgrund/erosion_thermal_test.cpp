@@ -128,23 +128,6 @@ TEST(ThermalWeathering, SinglePeakSlidesToItsLowerNeighbours) {
   }
 }
 
-TEST(ThermalWeathering, BordersListOnlyNeighboursInside) {
-  // Corner (0, 0): 3 of eight, 2 of four; edge (2, 0): 5 of eight, 3 of four. No wrapping.
-  const struct {
-    Int x;
-    Int32 neighbourhood;
-    Float gain;
-  } cases[] = {{0, 3, 0.9 / 3 * 0.2}, {0, 4, 0.9 / 2 * 0.2}, {2, 3, 0.9 / 5 * 0.2}, {2, 4, 0.9 / 3 * 0.2}};
-  for (const auto& c : cases) {
-    Grid2D<Float> grid = MakeGrid(5, 4, [&](Int x, Int y) { return x == c.x && y == 0 ? 1.0 : 0.0; });
-    ASSERT_TRUE(Weather(grid, Settings(c.neighbourhood, false)));
-    EXPECT_DOUBLE_EQ(grid.Get(c.x, 0), 0.28);
-    EXPECT_DOUBLE_EQ(grid.Get(c.x, 1), c.gain) << c.x << " " << c.neighbourhood;
-    for (Int x = 0; x < 5; ++x) EXPECT_EQ(grid.Get(x, 3), 0.0);
-    EXPECT_EQ(grid.Get(4, 0) + grid.Get(4, 1), 0.0);
-  }
-}
-
 TEST(ThermalWeathering, TalusAboveEveryDifferenceOnlySmooths) {
   const Grid2D<Float> start = RandomGrid(23, 17, 5);
   for (const Int32 n : {1, 2, 3, 4}) {
@@ -168,7 +151,6 @@ TEST(ThermalWeathering, ZeroIterationsAreRefused) {
   EXPECT_TRUE(Identical(grid, start));
   ASSERT_TRUE(Weather(grid, Settings(3, true, -2)));
   EXPECT_TRUE(Identical(grid, start));
-
 }
 
 TEST(ThermalWeathering, ReportsEveryPassInWholePercent) {
