@@ -90,15 +90,6 @@ platform::Result<std::string> ReadSceneText(const std::filesystem::path& scene) 
   return text;
 }
 
-platform::Result<std::unique_ptr<platform::Document>> LoadDocument(platform::Host& host,
-                                                                   const std::filesystem::path& scene) {
-  VLGD_ASSIGN_OR_RETURN(const std::string text, ReadSceneText(scene));
-  const std::string source = scene.empty()  ? std::string("default scene")
-                             : scene == "-" ? std::string("standard input")
-                                            : scene.string();
-  return platform::LoadScene(host, text, Excerpt(source, 200));
-}
-
 // The files of one terrain.
 struct TerrainFiles {
   platform::Node* terrain = nullptr;
@@ -294,6 +285,15 @@ void PrintStats(platform::Node& terrain) {
 }
 
 }  // namespace
+
+platform::Result<std::unique_ptr<platform::Document>> LoadDocument(platform::Host& host,
+                                                                   const std::filesystem::path& scene) {
+  VLGD_ASSIGN_OR_RETURN(const std::string text, ReadSceneText(scene));
+  const std::string source = scene.empty()  ? std::string("default scene")
+                             : scene == "-" ? std::string("standard input")
+                                            : scene.string();
+  return platform::LoadScene(host, text, Excerpt(source, 200));
+}
 
 Status StartHost(platform::Host& host, platform::CollectingConsole& console) {
   // The console (the banner, build errors) is for editors, and errors reach the user once

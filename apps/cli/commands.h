@@ -4,6 +4,10 @@
 #include <filesystem>
 #include <string>
 
+#include <memory>
+
+#include "platform/document.h"
+#include "platform/host.h"
 #include "platform/result.h"
 #include "platform/types.h"
 
@@ -44,6 +48,21 @@ struct BuildOptions {
 };
 
 platform::Status RunBuild(const BuildOptions& options);
+
+// The application as every command starts it, and a scene of it: a file, standard input
+// ("-") or, for an empty path, the default landscape.
+platform::Status StartHost(platform::Host& host, platform::CollectingConsole& console);
+platform::Result<std::unique_ptr<platform::Document>> LoadDocument(platform::Host& host,
+                                                                   const std::filesystem::path& scene);
+
+struct EditOptions {
+  std::filesystem::path scene;  // empty: the default landscape
+  int port = 0;                 // 0: a free port
+  bool openBrowser = true;
+};
+
+// Serves the editor on 127.0.0.1 until interrupted.
+platform::Status RunEdit(const EditOptions& options);
 // Loads a scene and plans its outputs as a build would, without building.
 platform::Status RunValidate(const std::filesystem::path& scene);
 // Lists the registered types in menu order, or the parameters of one type.

@@ -127,8 +127,15 @@ int Run(int argc, char** argv) {
   CLI::App* describeCommand = app.add_subcommand("describe", "List the node types, or the parameters of one");
   describeCommand->add_option("type", describeType, "Resource name or plug-in ID");
   CLI::App* newCommand = app.add_subcommand("new", "Print the default scene as JSON");
+
+  EditOptions edit;
+  CLI::App* editCommand = app.add_subcommand("edit", "Edit a scene in the browser, rebuilt live (on 127.0.0.1)");
+  editCommand->add_option("scene", edit.scene, "Scene file (JSON); without one, the default landscape");
+  editCommand->add_option("--port", edit.port, "Port (default: a free one)")->check(CLI::Range(1, 65535));
+  bool noBrowser = false;
+  editCommand->add_flag("--no-browser", noBrowser, "Only print the address; open no browser");
   // Global options may also follow the command.
-  for (CLI::App* command : {planeCommand, buildCommand, validateCommand, describeCommand, newCommand})
+  for (CLI::App* command : {planeCommand, buildCommand, validateCommand, describeCommand, newCommand, editCommand})
     command->fallthrough();
 
   if (const std::optional<std::string> unknown = UnknownCommand(argc, argv, app)) {
@@ -161,6 +168,9 @@ int Run(int argc, char** argv) {
     status = RunDescribe(describeType);
   } else if (*newCommand) {
     status = RunNew();
+  } else if (*editCommand) {
+    edit.openBrowser = !noBrowser;
+    status = RunEdit(edit);
   }
   return status ? kExitSuccess : Report(status.error());
 }

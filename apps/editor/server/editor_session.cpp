@@ -1,0 +1,545 @@
+#include "editor_session.h"
+
+#include <chrono>
+#include <utility>
+
+#include "object/terrainobject.h"
+#include "platform/command.h"
+#include "platform/description.h"
+#include "platform/progress.h"
+#include "platform/scene_file.h"
+
+namespace editor {
+
+using platform::Node;
+using platform::ParameterDescription;
+using platform::Result;
+using platform::ValueType;
+
+namespace {
+
+const char* TypeName(ValueType type) {
+  switch (type) {
+    case ValueType::BOOL:
+      return "bool";
+    case ValueType::INT32:
+    case ValueType::INT64:
+      return "int";
+    case ValueType::FLOAT:
+      return "float";
+    case ValueType::VECTOR:
+      return "vector";
+    case ValueType::STRING:
+      return "string";
+    case ValueType::CURVE:
+      return "curve";
+    case ValueType::LINK:
+      return "link";
+    case ValueType::MATRIX:
+      return "matrix";
+    case ValueType::FIELDLIST:
+      return "fieldlist";
+    case ValueType::NONE:
+      break;
+  }
+  return "none";
+}
+
+const char* KindName(platform::ParameterKind kind) {
+  switch (kind) {
+    case platform::ParameterKind::GROUP:
+      return "group";
+    case platform::ParameterKind::BUTTON:
+      return "button";
+    default:
+      return "value";
+  }
+}
+
+platform::Status Refused(const std::string& message) {
+  return platform::IllegalArgumentError(message);
+}
+
+// A request field of the expected JSON kind, or a refusal that names it.
+template <class T>
+Result<T> Field(const Json& request, const char* key) {
+  const auto found = request.find(key);
+  if (found == request.end()) return std::unexpected(Refused(std::string("The request has no '") + key + "'.").error());
+  try {
+    return found->get<T>();
+  } catch (const Json::exception&) {
+    return std::unexpected(Refused(std::string("The request's '") + key + "' has the wrong type.").error());
+  }
+}
+
+// An optional yes-or-no field: anything but true is no.
+bool Flag(const Json& request, const char* key) {
+  const auto found = request.find(key);
+  return found != request.end() && found->is_boolean() && found->get<bool>();
+}
+
+Json TreeOf(const Node* first) {
+  Json nodes = Json::array();
+  for (const Node* node = first; node != nullptr; node = node->GetNext())
+    nodes.push_back({{"id", node->Identity()},
+                     {"name", node->GetName()},
+                     {"type", node->GetTypeInfo().resourceName},
+                     {"enabled", node->IsEnabled()},
+                     {"children", TreeOf(node->GetDown())}});
+  return nodes;
+}
+
+}  // namespace
+
+// Build progress as the page sees it, written by the build thread.
+class EditorSession::ProgressRelay final : public platform::ProgressSink {
+ public:
+  explicit ProgressRelay(EditorSession& session) : session_(session) {}
+  void SetStatus(std::string_view text) override {
+    const std::lock_guard lock(session_.versionMutex_);
+    session_.progressText_ = text;
+    Publish();
+  }
+  void ClearStatus() override { SetStatus({}); }
+  void SetProgress(double fraction) override {
+    const std::lock_guard lock(session_.versionMutex_);
+    session_.progressFraction_ = fraction;
+    Publish();
+  }
+
+ private:
+  void Publish() {
+    ++session_.versions_.progress;
+    session_.changed_.notify_all();
+  }
+  EditorSession& session_;
+};
+
+EditorSession::EditorSession(platform::Host& host, std::unique_ptr<platform::Document> document,
+                             std::filesystem::path scene)
+    : host_(host),
+      document_(std::move(document)),
+      scene_(std::move(scene)),
+      help_(platform::ParameterHelp::LoadFile(platform::ParameterHelp::DefaultFile())),
+      progress_(std::make_unique<ProgressRelay>(*this)) {
+  std::error_code error;
+  if (!scene_.empty()) sceneTime_ = std::filesystem::last_write_time(scene_, error);
+  builder_ = std::thread([this] { BuildLoop(); });
+}
+
+EditorSession::~EditorSession() {
+  Close();
+  if (builder_.joinable()) builder_.join();
+}
+
+void EditorSession::Close() {
+  cancel_.Cancel();
+  const std::lock_guard lock(versionMutex_);
+  closing_ = true;
+  changed_.notify_all();
+}
+
+bool EditorSession::Closing() {
+  const std::lock_guard lock(versionMutex_);
+  return closing_;
+}
+
+Json EditorSession::Types() const {
+  const platform::Registry& registry = host_.GetRegistry();
+  const platform::StringTable& strings = host_.GetStrings();
+  Json types = Json::array();
+  for (const platform::PluginInfo* info : registry.MenuOrder()) {
+    Json type = {{"id", info->id}, {"type", info->resourceName}};
+    if (info->kind == platform::PluginKind::SEPARATOR) {
+      type["kind"] = "separator";
+      types.push_back(std::move(type));
+      continue;
+    }
+    type["kind"] = info->command ? "command" : "object";
+    type["name"] = strings.Get(info->nameStringId);
+    type["help"] = info->helpStringId ? strings.Get(info->helpStringId) : "";
+    if (info->icon) type["icon"] = {{"sheet", info->icon->sheet}, {"x", info->icon->x}, {"y", info->icon->y}};
+    types.push_back(std::move(type));
+  }
+  // Every node type, in the menu or not (field objects), with its parameters.
+  Json described = Json::object();
+  for (const auto& info : registry.All()) {
+    if (!info->allocate) continue;
+    Json parameters = Json::array();
+    for (const ParameterDescription& parameter : info->description.Parameters()) {
+      const platform::HelpText* text = help_ ? help_->Find(parameter.symbol) : nullptr;
+      Json entry = {{"id", parameter.id},
+                    {"symbol", parameter.symbol},
+                    {"kind", KindName(parameter.kind)},
+                    {"type", TypeName(parameter.type)},
+                    {"group", parameter.group},
+                    {"label", text ? text->label : parameter.symbol},
+                    {"help", text ? text->help : ""},
+                    {"unit", parameter.unit},
+                    {"readOnly", parameter.readOnly}};
+      if (parameter.minimum) entry["minimum"] = *parameter.minimum;
+      if (parameter.maximum) entry["maximum"] = *parameter.maximum;
+      if (const platform::Enumeration* choice = registry.Enumerations().Find(parameter.enumeration)) {
+        Json members = Json::array();
+        for (const platform::EnumMember& member : choice->members)
+          members.push_back({{"name", member.name}, {"value", member.value}});
+        entry["choices"] = std::move(members);
+      }
+      parameters.push_back(std::move(entry));
+    }
+    const platform::HelpText* text = help_ ? help_->Find(info->resourceName) : nullptr;
+    described[info->resourceName] = {
+        {"id", info->id},
+        {"name", host_.GetStrings().Get(info->nameStringId)},
+        {"help", text ? text->help : ""},
+        {"icon", info->icon ? Json{{"sheet", info->icon->sheet}, {"x", info->icon->x}, {"y", info->icon->y}} : Json()},
+        {"parameters", std::move(parameters)}};
+  }
+  return {{"menu", std::move(types)}, {"nodeTypes", std::move(described)}};
+}
+
+Json EditorSession::State() {
+  const std::lock_guard lock(documentMutex_);
+  platform::Document& doc = *document_;
+  Json selection = Json::array();
+  for (const Node* node : doc.GetActiveObjects()) selection.push_back(node->Identity());
+  Json commands = Json::object();
+  for (const platform::PluginInfo* command : platform::MenuCommands(host_.GetRegistry()))
+    commands[std::to_string(command->id)] = platform::IsCommandEnabled(doc, *command);
+  const Node* first = nullptr;
+  for (Node* node : doc.AllNodes())
+    if (node->GetUp() == nullptr) {
+      first = node;
+      break;
+    }
+  std::uint64_t version = 0;
+  {
+    const std::lock_guard versions(versionMutex_);
+    version = versions_.document;
+  }
+  return {{"version", version},
+          {"scene", scene_.string()},
+          {"tree", TreeOf(first)},
+          {"selection", std::move(selection)},
+          {"commands", std::move(commands)},
+          {"undo", doc.UndoCount()},
+          {"redo", doc.RedoCount()}};
+}
+
+Json EditorSession::NodeValues(std::uint64_t identity) {
+  const std::lock_guard lock(documentMutex_);
+  const Node* node = document_->FindByIdentity(identity);
+  if (node == nullptr) return nullptr;
+  Json values = Json::object();
+  for (const ParameterDescription& parameter : node->GetTypeInfo().description.Parameters()) {
+    Json entry = {{"enabled", platform::IsParameterEnabled(*node, parameter.id)},
+                  {"visible", platform::IsParameterVisible(*node, parameter.id)}};
+    if (parameter.kind == platform::ParameterKind::VALUE) {
+      if (parameter.type == ValueType::LINK) {
+        const platform::Value* link = node->GetData().Find(parameter.id);
+        const Node* target = link ? document_->Resolve(std::get<platform::NodeLink>(link->Data())) : nullptr;
+        entry["value"] = target ? Json(target->Identity()) : Json();
+      } else if (auto written = platform::WriteParameterValue(*node, parameter)) {
+        entry["value"] = Json::parse(*written, nullptr, false);
+      }
+    }
+    values[std::to_string(parameter.id)] = std::move(entry);
+  }
+  return {{"id", identity},
+          {"name", node->GetName()},
+          {"type", node->GetTypeInfo().resourceName},
+          {"values", std::move(values)}};
+}
+
+Result<Json> EditorSession::Apply(const Json& request) {
+  if (!request.is_object()) return std::unexpected(Refused("A request is a JSON object.").error());
+  // A running build stops at its next break test, so the edit waits for no more than that;
+  // a selection changes nothing that is built.
+  const auto action = request.find("action");
+  const bool rebuilds = action == request.end() || !action->is_string() || *action != "select";
+  if (rebuilds) cancel_.Cancel();
+  Result<Json> reply = Json();
+  {
+    const std::lock_guard lock(documentMutex_);
+    reply = ApplyLocked(request);
+  }
+  if (reply && rebuilds) RequestBuild();
+  return reply;
+}
+
+Result<Json> EditorSession::ApplyLocked(const Json& request) {
+  platform::Document& doc = *document_;
+  VLGD_ASSIGN_OR_RETURN(const std::string action, Field<std::string>(request, "action"));
+  // The nodes a request names must exist now.
+  const auto node = [&](const char* key, bool optional = false) -> Result<Node*> {
+    const auto found = request.find(key);
+    if (found == request.end() || found->is_null()) {
+      if (optional) return nullptr;
+      return std::unexpected(Refused(std::string("The request has no '") + key + "'.").error());
+    }
+    if (!found->is_number_unsigned()) return std::unexpected(Refused(std::string("'") + key + "' is no node.").error());
+    Node* named = doc.FindByIdentity(found->get<std::uint64_t>());
+    if (named == nullptr) return std::unexpected(Refused(std::string("No node ") + found->dump() + ".").error());
+    return named;
+  };
+  const auto nodeList = [&]() -> Result<std::vector<Node*>> {
+    VLGD_ASSIGN_OR_RETURN(const std::vector<std::uint64_t> ids, Field<std::vector<std::uint64_t>>(request, "nodes"));
+    std::vector<Node*> nodes;
+    for (const std::uint64_t id : ids) {
+      Node* found = doc.FindByIdentity(id);
+      if (found == nullptr) return std::unexpected(Refused("No node " + std::to_string(id) + ".").error());
+      nodes.push_back(found);
+    }
+    return nodes;
+  };
+  const auto parameterOf = [&](Node& target) -> Result<const ParameterDescription*> {
+    VLGD_ASSIGN_OR_RETURN(const platform::Int32 id, Field<platform::Int32>(request, "parameter"));
+    const ParameterDescription* parameter = target.GetTypeInfo().description.Find(id);
+    if (parameter == nullptr)
+      return std::unexpected(
+          Refused("'" + target.GetTypeInfo().resourceName + "' has no parameter " + std::to_string(id) + ".").error());
+    return parameter;
+  };
+  const auto changed = [&](Json reply = Json::object()) -> Result<Json> {
+    const std::lock_guard lock(versionMutex_);
+    ++versions_.document;
+    changed_.notify_all();
+    return reply;
+  };
+
+  if (action == "set") {
+    VLGD_ASSIGN_OR_RETURN(Node * target, node("node"));
+    VLGD_ASSIGN_OR_RETURN(const ParameterDescription* parameter, parameterOf(*target));
+    if (parameter->kind != platform::ParameterKind::VALUE || parameter->readOnly)
+      return std::unexpected(Refused(parameter->symbol + " is not edited.").error());
+    if (!request.contains("value")) return std::unexpected(Refused("The request has no 'value'.").error());
+    const Json& json = request["value"];
+    platform::Value value;
+    if (parameter->type == ValueType::LINK) {
+      platform::NodeLink link;
+      if (!json.is_null()) {
+        VLGD_ASSIGN_OR_RETURN(Node * linked, node("value"));
+        link.target = linked->Identity();
+      }
+      value = platform::Value(link);
+    } else {
+      VLGD_ASSIGN_OR_RETURN(value, platform::ReadParameterValue(*target, *parameter, json.dump()));
+    }
+    doc.StartUndo();
+    platform::Status added = doc.AddUndo(platform::UNDOTYPE_CHANGE_SMALL, *target);
+    platform::Status set = added ? doc.SetParameter(*target, parameter->id, std::move(value)) : added;
+    doc.EndUndo();
+    if (!set) return std::unexpected(set.error());
+    return changed();
+  }
+  if (action == "button") {
+    VLGD_ASSIGN_OR_RETURN(Node * target, node("node"));
+    VLGD_ASSIGN_OR_RETURN(const ParameterDescription* parameter, parameterOf(*target));
+    if (parameter->kind != platform::ParameterKind::BUTTON)
+      return std::unexpected(Refused(parameter->symbol + " is no button.").error());
+    doc.StartUndo();
+    (void)doc.AddUndo(platform::UNDOTYPE_CHANGE, *target);
+    const bool handled = doc.PressButton(*target, parameter->id);
+    doc.EndUndo();
+    return changed({{"handled", handled}});
+  }
+  if (action == "insert") {
+    VLGD_ASSIGN_OR_RETURN(const std::string type, Field<std::string>(request, "type"));
+    VLGD_ASSIGN_OR_RETURN(Node * parent, node("parent", true));
+    VLGD_ASSIGN_OR_RETURN(Node * before, node("before", true));
+    VLGD_ASSIGN_OR_RETURN(std::unique_ptr<Node> created, doc.CreateNode(type));
+    doc.StartUndo();
+    Node* inserted =
+        before ? doc.InsertBefore(std::move(created), *before) : doc.InsertLast(std::move(created), parent);
+    (void)doc.AddUndo(platform::UNDOTYPE_NEWOBJ, *inserted);
+    doc.SetActiveObject(inserted);
+    doc.EndUndo();
+    return changed({{"id", inserted->Identity()}});
+  }
+  if (action == "remove") {
+    VLGD_ASSIGN_OR_RETURN(const std::vector<Node*> nodes, nodeList());
+    doc.StartUndo();
+    for (Node* removed : nodes) {
+      // A node inside another removed one goes with it.
+      bool inside = false;
+      for (const Node* other : nodes) inside = inside || (other != removed && other->IsAncestorOf(*removed));
+      if (inside) continue;
+      (void)doc.AddUndo(platform::UNDOTYPE_DELETEOBJ, *removed);
+      (void)doc.Remove(*removed);
+    }
+    doc.EndUndo();
+    return changed();
+  }
+  if (action == "move") {
+    VLGD_ASSIGN_OR_RETURN(Node * moved, node("node"));
+    VLGD_ASSIGN_OR_RETURN(Node * parent, node("parent", true));
+    VLGD_ASSIGN_OR_RETURN(Node * before, node("before", true));
+    if (before != nullptr) parent = before->GetUp();
+    if (before == moved || (parent != nullptr && (parent == moved || moved->IsAncestorOf(*parent))))
+      return std::unexpected(Refused("A node cannot move into itself.").error());
+    doc.StartUndo();
+    (void)doc.AddUndo(platform::UNDOTYPE_CHANGE, *moved);
+    std::unique_ptr<Node> detached = doc.Remove(*moved);
+    if (before != nullptr)
+      doc.InsertBefore(std::move(detached), *before);
+    else
+      doc.InsertLast(std::move(detached), parent);
+    doc.EndUndo();
+    return changed();
+  }
+  if (action == "rename" || action == "enable") {
+    VLGD_ASSIGN_OR_RETURN(Node * target, node("node"));
+    std::string name;
+    bool enabled = false;
+    if (action == "rename") {
+      VLGD_ASSIGN_OR_RETURN(name, Field<std::string>(request, "name"));
+    } else {
+      VLGD_ASSIGN_OR_RETURN(enabled, Field<bool>(request, "enabled"));
+    }
+    doc.StartUndo();
+    (void)doc.AddUndo(platform::UNDOTYPE_CHANGE, *target);
+    if (action == "rename")
+      target->SetName(std::move(name));
+    else
+      target->SetEnabled(enabled);
+    doc.EndUndo();
+    return changed();
+  }
+  if (action == "select") {
+    VLGD_ASSIGN_OR_RETURN(const std::vector<Node*> nodes, nodeList());
+    doc.SetActiveObject(nullptr);
+    for (Node* selected : nodes) doc.SetActiveObject(selected, platform::SelectionMode::ADD);
+    return changed();
+  }
+  if (action == "command") {
+    VLGD_ASSIGN_OR_RETURN(const platform::Int32 id, Field<platform::Int32>(request, "command"));
+    const platform::PluginInfo* command = platform::FindCommand(host_.GetRegistry(), id);
+    if (command == nullptr) return std::unexpected(Refused("No command " + std::to_string(id) + ".").error());
+    const bool modifier = Flag(request, "modifier");
+    VLGD_ASSIGN_OR_RETURN(const bool done, platform::ExecuteCommand(doc, *command, {.modifier = modifier}));
+    return changed({{"done", done}});
+  }
+  if (action == "save") {
+    if (scene_.empty()) return std::unexpected(Refused("This scene has no file yet.").error());
+    // A file changed on disk since it was loaded (by another program, another editor) is
+    // overwritten only when the user says so.
+    std::error_code error;
+    const auto onDisk = std::filesystem::last_write_time(scene_, error);
+    if (!error && onDisk > sceneTime_ && !Flag(request, "overwrite"))
+      return std::unexpected(
+          Refused("\"" + scene_.string() + "\" changed on disk since it was opened; save again to overwrite it.")
+              .error());
+    VLGD_RETURN_IF_ERROR(platform::SaveSceneFile(doc, scene_));
+    sceneTime_ = std::filesystem::last_write_time(scene_, error);
+    return Json{{"saved", scene_.string()}};
+  }
+  if (action == "undo" || action == "redo") {
+    const bool done = action == "undo" ? doc.DoUndo() : doc.DoRedo();
+    return changed({{"done", done}});
+  }
+  return std::unexpected(Refused("Unknown action '" + action + "'.").error());
+}
+
+void EditorSession::RequestBuild() {
+  const std::lock_guard lock(versionMutex_);
+  ++wantedBuild_;
+  changed_.notify_all();
+}
+
+void EditorSession::BuildLoop() {
+  std::uint64_t done = 0;
+  for (;;) {
+    std::uint64_t wanted = 0;
+    {
+      std::unique_lock lock(versionMutex_);
+      changed_.wait(lock, [&] { return closing_ || wantedBuild_ != done; });
+      if (closing_) return;
+      wanted = wantedBuild_;
+    }
+    std::vector<BuiltTerrain> terrains;
+    Json summary;
+    platform::Status status = platform::Ok();
+    {
+      const std::lock_guard lock(documentMutex_);
+      {
+        // An edit that came in after `wanted` was read cancels this build again.
+        const std::lock_guard versions(versionMutex_);
+        if (wantedBuild_ != wanted) continue;
+        cancel_.Reset();
+      }
+      platform::HierarchyHelp help;
+      help.purpose = platform::BuildPurpose::EDITOR;
+      help.cancel = &cancel_;
+      help.progress = progress_.get();
+      const auto start = std::chrono::steady_clock::now();
+      status = document_->ExecutePasses(help);
+      const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+      if (cancel_.IsCancelled()) continue;  // a newer edit is waiting
+      for (Node* node : document_->AllNodes()) {
+        if (node->GetType() != VLGD::ID_TERRAINOBJECT || !node->IsActiveFor(help.purpose)) continue;
+        const auto* terrain = node->GetNodeData<VLGD::TerrainObject>();
+        Json operators = Json::array();
+        for (const VLGD::TerrainObject::OperatorReport& report : terrain->LastBuildReport())
+          operators.push_back({{"id", report.object->Identity()},
+                               {"name", report.object->GetName()},
+                               {"rebuilt", report.rebuilt},
+                               {"seconds", report.seconds},
+                               {"memory", report.memoryBytes}});
+        const auto grid = terrain->ShareGrid();
+        const platform::ParameterContainer& data = node->GetData();
+        terrains.push_back({node->Identity(),
+                            node->GetName(),
+                            grid,
+                            {{"id", node->Identity()},
+                             {"name", node->GetName()},
+                             {"columns", grid->Width()},
+                             {"rows", grid->Height()},
+                             {"sizeX", grid->SizeX()},
+                             {"sizeZ", grid->SizeY()},
+                             {"minimum", grid->IsMinMaxValid() ? grid->Minimum() : 0.0},
+                             {"maximum", grid->IsMinMaxValid() ? grid->Maximum() : 0.0},
+                             {"memory", data.GetString(VLGD::TERRAINOBJECT_MEMORY_INFO)},
+                             {"operators", std::move(operators)}}});
+      }
+      summary = {{"seconds", seconds}, {"error", status ? "" : status.error().message}};
+    }
+    const std::lock_guard lock(versionMutex_);
+    done = wanted;
+    built_ = std::move(terrains);
+    Json list = Json::array();
+    for (const BuiltTerrain& terrain : built_) list.push_back(terrain.overlay);
+    summary["terrains"] = std::move(list);
+    buildSummary_ = std::move(summary);
+    progressText_.clear();
+    ++versions_.build;
+    changed_.notify_all();
+  }
+}
+
+std::vector<BuiltTerrain> EditorSession::Built() {
+  const std::lock_guard lock(versionMutex_);
+  return built_;
+}
+
+Json EditorSession::BuildSummary() {
+  const std::lock_guard lock(versionMutex_);
+  Json summary = buildSummary_;
+  summary["version"] = versions_.build;
+  return summary;
+}
+
+Json EditorSession::ProgressState() {
+  const std::lock_guard lock(versionMutex_);
+  return {{"text", progressText_}, {"fraction", progressFraction_}};
+}
+
+Versions EditorSession::WaitForChange(const Versions& seen, std::chrono::milliseconds timeout) {
+  std::unique_lock lock(versionMutex_);
+  changed_.wait_for(lock, timeout, [&] {
+    return closing_ || versions_.document != seen.document || versions_.build != seen.build ||
+           versions_.progress != seen.progress;
+  });
+  return versions_;
+}
+
+}  // namespace editor

@@ -1,0 +1,157 @@
+// The editor end to end in Debian's Chromium: the terrain drawn, an edit in the panel
+// rebuilding it, every command undone, an operator dragged into a group, a save that
+// reloads to the same scene, and requests without the token or with bad bodies refused.
+import { spawn } from 'node:child_process';
+import { mkdirSync, readFileSync, rmSync, writeFileSync } from 'node:fs';
+import { join } from 'node:path';
+import assert from 'node:assert/strict';
+
+const cli = process.env.VELLGRUND_CLI;
+const { chromium } = await import(join(process.env.VELLGRUND_EDITOR_MODULES, 'playwright-core/index.mjs'));
+const work = join(process.env.VELLGRUND_TEST_TMP ?? '/tmp', 'editor-browser');
+rmSync(work, { recursive: true, force: true });
+mkdirSync(work, { recursive: true });
+
+const scene = join(work, 'scene.json');
+writeFileSync(scene, JSON.stringify({
+  vellgrund: 1,
+  objects: [{ type: 'oterrain', name: 'Hills', params: { TERRAINOBJECT_RESOLUTION_X: 120, TERRAINOBJECT_RESOLUTION_Z: 100 },
+    children: [
+      { type: 'onoiseoperator', name: 'Base', params: { NOISEOPERATOR_SEED: 7, TERRAINOPERATOR_HEIGHTSCALE: 40 } },
+      { type: 'ogroupoperator', name: 'Group', children: [{ type: 'onoiseoperator', name: 'Inner' }] },
+      { type: 'obluroperator', name: 'Soften' }] }],
+}));
+
+// Starts the editor on a scene and resolves with its address.
+function startEditor(file) {
+  const server = spawn(cli, ['edit', file, '--no-browser'], { stdio: ['ignore', 'pipe', 'inherit'] });
+  return new Promise((resolve, reject) => {
+    let output = '';
+    server.stdout.on('data', (chunk) => {
+      output += chunk;
+      const found = output.match(/http:\/\/127\.0\.0\.1:\d+\/\?token=[0-9a-f]+/);
+      if (found) resolve({ server, address: found[0], origin: new URL(found[0]).origin, token: new URL(found[0]).searchParams.get('token') });
+    });
+    server.on('exit', (code) => reject(new Error(`the editor ended with ${code}: ${output}`)));
+  });
+}
+
+const browser = await chromium.launch({
+  executablePath: '/usr/bin/chromium', headless: true,
+  args: ['--no-sandbox', '--use-gl=angle', '--use-angle=swiftshader', '--enable-unsafe-swiftshader',
+    '--disable-background-networking', '--disable-component-update', '--disable-sync', '--no-first-run'],
+});
+const failures = [];
+let editor = await startEditor(scene);
+try {
+  const page = await browser.newPage({ viewport: { width: 1200, height: 800 } });
+  page.on('pageerror', (error) => failures.push(`page error: ${error.message}`));
+  const api = (path, init = {}) => page.evaluate(async ([path, init, token]) => {
+    const response = await fetch(path, { ...init, headers: { 'Content-Type': 'application/json', 'X-Vellgrund-Token': token, ...(init.headers ?? {}) } });
+    return { status: response.status, body: await response.text() };
+  }, [path, init, editor.token]);
+  const state = async () => JSON.parse((await api('/api/state')).body);
+  const undoDepth = (depth, what) => page.waitForFunction(async ([token, depth]) => {
+    const response = await fetch('/api/state', { headers: { 'X-Vellgrund-Token': token } });
+    return (await response.json()).undo === depth;
+  }, [editor.token, depth], { timeout: 10000 }).catch(() => { throw new Error(`${what}: the undo depth never reached ${depth}`); });
+  const idOf = async (name) => {
+    const find = (nodes) => nodes.flatMap((n) => (n.name === name ? [n.id] : find(n.children)));
+    return find((await state()).tree)[0];
+  };
+
+  await page.goto(editor.address);
+  await page.waitForSelector('body[data-build]', { timeout: 20000 });
+
+  // The terrain is drawn: the viewport's pixels are not all the background.
+  await page.screenshot({ path: join(work, 'editor.png') });
+  const coloured = await page.evaluate(() => {
+    const view = document.querySelector('#view');
+    const copy = document.createElement('canvas');
+    copy.width = view.width; copy.height = view.height;
+    const context = copy.getContext('2d');
+    context.drawImage(view, 0, 0);
+    const pixels = context.getImageData(0, 0, copy.width, copy.height).data;
+    let differing = 0;
+    for (let i = 0; i < pixels.length; i += 4)
+      if (Math.abs(pixels[i] - 0x2b) + Math.abs(pixels[i + 1] - 0x2f) + Math.abs(pixels[i + 2] - 0x36) > 12) ++differing;
+    return differing / (pixels.length / 4);
+  });
+  assert.ok(coloured > 0.05, `the terrain covers ${coloured} of the view`);
+
+  // An edit in the panel rebuilds the heights.
+  const base = await idOf('Base');
+  const before = JSON.parse((await api('/api/build')).body);
+  await page.click(`.row[data-id="${base}"]`);
+  await page.waitForSelector('.lil-gui .title:has-text("Base")');
+  const scale = page.locator('.lil-gui .controller', { hasText: 'Height scale' }).locator('input').first();
+  await scale.fill('80');
+  await scale.press('Enter');
+  await page.waitForFunction(async ([token, highest]) => {
+    const response = await fetch('/api/build', { headers: { 'X-Vellgrund-Token': token } });
+    return (await response.json()).terrains[0].maximum > highest + 1;
+  }, [editor.token, before.terrains[0].maximum], { timeout: 10000 });
+  const after = JSON.parse((await api('/api/build')).body);
+  assert.equal(after.terrains[0].operators.find((o) => o.name === 'Base').rebuilt, false, 'a scale edit recombines only');
+
+  // Every enabled command runs from the menu and one undo takes it back.
+  await page.click(`.row[data-id="${base}"]`);
+  const commandNames = ['Increase resolution', 'Decrease resolution', 'Next blend mode', 'Previous blend mode', 'Group operators'];
+  for (const name of commandNames) {
+    const snapshot = JSON.parse((await api('/api/state')).body);
+    await page.click('#menu-commands > button');
+    const entry = page.locator('#menu-commands .items button', { hasText: name }).first();
+    if (!(await entry.count()) || await entry.isDisabled()) { await page.keyboard.press('Escape'); await page.click('#tree'); continue; }
+    await entry.click();
+    await undoDepth(snapshot.undo + 1, `${name} records one undo step`);
+    await page.keyboard.press('Control+z');
+    await undoDepth(snapshot.undo, `undo of ${name}`);
+    const undone = await state();
+    assert.deepEqual(undone.tree, snapshot.tree, `undo of ${name} restores the tree`);
+  }
+
+  // Drag an operator into the group.
+  const group = await idOf('Group');
+  await page.dragAndDrop(`.row[data-id="${base}"]`, `.row[data-id="${group}"]`, { targetPosition: { x: 60, y: 14 } });
+  await page.waitForFunction(async ([token, base, group]) => {
+    const response = await fetch('/api/state', { headers: { 'X-Vellgrund-Token': token } });
+    const tree = (await response.json()).tree;
+    const find = (nodes, id) => nodes.flatMap((n) => (n.id === id ? [n] : find(n.children, id)));
+    return find(tree, group)[0].children.some((c) => c.id === base);
+  }, [editor.token, base, group], { timeout: 10000 });
+
+  // Save, then open the saved file again: the same tree.
+  const saved = await state();
+  await page.keyboard.press('Control+s');
+  await page.waitForTimeout(300);
+  const written = readFileSync(scene, 'utf8');
+  assert.match(written, /"Group"/);
+  editor.server.kill('SIGINT');
+  editor = await startEditor(scene);
+  await page.goto(editor.address);
+  await page.waitForSelector('body[data-build]', { timeout: 20000 });
+  const reloaded = await state();
+  const shape = (nodes) => nodes.map((n) => [n.name, n.type, n.enabled, shape(n.children)]);
+  assert.deepEqual(shape(reloaded.tree), shape(saved.tree));
+
+  // Refusals: no token, a malformed body, an unknown action; the document stays as it was.
+  const plain = await page.evaluate(async () => (await fetch('/api/state', { headers: { Cookie: '' }, credentials: 'omit' })).status);
+  assert.equal(plain, 403, 'a request without the token is refused');
+  for (const body of ['{not json', '[1, 2]', '{"action": "explode"}', '{"action": "set", "node": 99999, "parameter": 1, "value": 1}',
+    '{"action": "set", "node": 1, "parameter": 10002, "value": "many"}']) {
+    const reply = await api('/api/edit', { method: 'POST', body });
+    assert.equal(reply.status, 400, `${body} is refused`);
+    assert.ok(JSON.parse(reply.body).error, 'with a reason');
+  }
+  assert.deepEqual(shape((await state()).tree), shape(saved.tree));
+} catch (error) {
+  failures.push(error.stack ?? String(error));
+} finally {
+  editor.server.kill('SIGINT');
+  await browser.close();
+}
+if (failures.length) {
+  console.error(failures.join('\n'));
+  process.exit(1);
+}
+console.log('editor browser test passed');

@@ -1,0 +1,150 @@
+#include "editor_server.h"
+
+#include <gtest/gtest.h>
+#include <httplib.h>
+
+#include <chrono>
+#include <fstream>
+#include <string>
+#include <thread>
+
+#include "editor_session.h"
+#include "main/default_scene.h"
+#include "main/vellgrund_module.h"
+#include "platform/scene_file.h"
+#include "support/temp_dir.h"
+
+namespace {
+
+using editor::Json;
+
+// A served default landscape at a small resolution, and a client that speaks to it.
+class EditorServerTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    host_.SetConsole(console_);
+    ASSERT_TRUE(VLGD::StartModule(host_));
+    std::ofstream(dir_.File("index.html")) << "<!doctype html><title>test</title>";
+    auto doc = platform::LoadScene(host_, VLGD::kDefaultScene, "default");
+    ASSERT_TRUE(doc);
+    platform::Node* terrain = (*doc)->FindByName("Terrain");
+    ASSERT_TRUE((*doc)->SetParameter(*terrain, 10002, platform::Int32{40}));
+    ASSERT_TRUE((*doc)->SetParameter(*terrain, 10003, platform::Int32{30}));
+    auto server = editor::EditorServer::Create(host_, std::move(*doc), {.pageFolder = dir_.Path()});
+    ASSERT_TRUE(server) << server.error().message;
+    server_ = std::move(*server);
+    serving_ = std::thread([this] { (void)server_->Run(); });
+    client_ = std::make_unique<httplib::Client>("127.0.0.1", server_->Port());
+    client_->set_default_headers({{"X-Vellgrund-Token", server_->Token()}});
+    for (int i = 0; i < 100 && !client_->Get("/api/state"); ++i)
+      std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
+  void TearDown() override {
+    if (server_) server_->Stop();
+    if (serving_.joinable()) serving_.join();
+  }
+
+  Json Get(const std::string& path) {
+    auto reply = client_->Get(path.c_str());
+    EXPECT_TRUE(reply && reply->status == 200) << path;
+    return reply ? Json::parse(reply->body, nullptr, false) : Json();
+  }
+  httplib::Result Edit(const std::string& body) { return client_->Post("/api/edit", body, "application/json"); }
+  // The first build, once it finished.
+  Json Built() {
+    for (int i = 0; i < 1000; ++i) {
+      Json build = Get("/api/build");
+      if (build.value("version", 0) > 0) return build;
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    return Json();
+  }
+
+  platform::Host host_;
+  platform::CollectingConsole console_;
+  testing_support::TempDir dir_;
+  std::unique_ptr<editor::EditorServer> server_;
+  std::thread serving_;
+  std::unique_ptr<httplib::Client> client_;
+};
+
+// Only our own page, with the token, at our own address is served.
+TEST_F(EditorServerTest, RequestsWithoutTheTokenOrFromElsewhereAreRefused) {
+  const std::string port = std::to_string(server_->Port());
+  httplib::Client bare("127.0.0.1", server_->Port());
+  EXPECT_EQ(bare.Get("/api/state")->status, 403);
+  EXPECT_EQ(bare.Get("/api/state?token=0123")->status, 403);
+  EXPECT_EQ(bare.Get(("/api/state?token=" + server_->Token()).c_str())->status, 200);
+  EXPECT_EQ(bare.Get("/api/state", {{"Cookie", "vellgrund=" + server_->Token()}})->status, 200);
+  // A rebinding site reaches 127.0.0.1 under its own name; a page of another site sends its Origin.
+  EXPECT_EQ(client_->Get("/api/state", {{"Host", "evil.example:" + port}})->status, 403);
+  EXPECT_EQ(client_->Get("/api/state", {{"Origin", "http://evil.example"}})->status, 403);
+  EXPECT_EQ(client_->Get("/api/state", {{"Origin", "http://localhost:" + port}})->status, 200);
+  EXPECT_EQ(client_->Get("/page/../../etc/passwd")->status, 404);
+  EXPECT_EQ(client_->Get("/page/%2e%2e/secret")->status, 404);
+  // The page itself hands the token on to its modules in a cookie of this site only.
+  const auto page = bare.Get(("/?token=" + server_->Token()).c_str());
+  ASSERT_TRUE(page && page->status == 200);
+  EXPECT_NE(page->get_header_value("Set-Cookie").find("SameSite=Strict"), std::string::npos);
+}
+
+TEST_F(EditorServerTest, BadRequestsAreRefusedAndChangeNothing) {
+  const Json before = Get("/api/state");
+  const std::string terrain = std::to_string(before["tree"][0]["id"].get<int>());
+  const std::string huge =
+      R"({"action": "rename", "node": )" + terrain + R"(, "name": ")" + std::string(2 << 20, 'x') + "\"}";
+  for (const auto& [body, status] : std::vector<std::pair<std::string, int>>{
+           {"{not json", 400},
+           {"[1, 2]", 400},
+           {R"({"action": 7})", 400},
+           {R"({"action": "explode"})", 400},
+           {R"({"action": "set", "node": )" + terrain + R"(, "parameter": 10002, "value": "many"})", 400},
+           {R"({"action": "set", "node": )" + terrain + R"(, "parameter": 1, "value": 1})", 400},
+           {R"({"action": "set", "node": 424242, "parameter": 1001, "value": 1})", 400},
+           {R"({"action": "set", "node": -1, "parameter": 1001, "value": 1})", 400},
+           {R"({"action": "move", "node": )" + terrain + R"(, "parent": )" + terrain + "}", 400},
+           {R"({"action": "insert", "type": "onothing"})", 400},
+           {R"({"action": "command", "command": 1054744, "modifier": "yes"})", 200},
+           {huge, 413}}) {
+    const auto reply = Edit(body);
+    ASSERT_TRUE(reply) << body.substr(0, 80);
+    EXPECT_EQ(reply->status, status) << body.substr(0, 80) << ": " << reply->body.substr(0, 200);
+    if (status == 400) {
+      EXPECT_TRUE(Json::parse(reply->body, nullptr, false).contains("error"));
+    }
+  }
+  EXPECT_EQ(client_->Post("/api/edit", "{}", "text/plain")->status, 415);
+  // The one accepted command (Group with nothing selected does nothing) left no change.
+  Json after = Get("/api/state");
+  EXPECT_EQ(after["tree"], before["tree"]);
+}
+
+TEST_F(EditorServerTest, EditsUndoAndHeightsTravelAsFloats) {
+  const Json first = Built();
+  ASSERT_EQ(first["terrains"].size(), 1u);
+  const Json& terrain = first["terrains"][0];
+  EXPECT_EQ(terrain["columns"], 41);
+  EXPECT_EQ(terrain["rows"], 31);
+  const auto heights = client_->Get(("/api/heights?terrain=" + std::to_string(terrain["id"].get<int>())).c_str());
+  ASSERT_TRUE(heights && heights->status == 200);
+  EXPECT_EQ(heights->body.size(), 41u * 31u * sizeof(float));
+
+  const std::string hills = std::to_string(server_->Session().State()["tree"][0]["children"][0]["id"].get<int>());
+  ASSERT_EQ(Get("/api/node?id=" + hills)["name"], "Rolling hills");
+  const auto strength = [&] { return Get("/api/node?id=" + hills)["values"]["1001"]["value"]; };
+  const auto set = [&](const std::string& request) {
+    const auto reply = Edit(request);
+    return reply ? reply->status : 0;
+  };
+  const Json original = strength();
+  ASSERT_EQ(set(R"({"action": "set", "node": )" + hills + R"(, "parameter": 1001, "value": 0.25})"), 200);
+  EXPECT_EQ(strength(), 0.25);
+  EXPECT_EQ(Get("/api/state")["undo"], 1);
+  ASSERT_EQ(set(R"({"action": "undo"})"), 200);
+  EXPECT_EQ(strength(), original);
+  ASSERT_EQ(set(R"({"action": "redo"})"), 200);
+  EXPECT_EQ(strength(), 0.25);
+  EXPECT_EQ(client_->Get("/api/node?id=nothing")->status, 404);
+}
+
+}  // namespace
