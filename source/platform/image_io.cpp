@@ -24,6 +24,18 @@
 #include "platform/image_codec_abi.h"
 #include "platform/memory.h"
 
+#ifdef VELLGRUND_IMAGE_CODEC_LINKED
+extern "C" {
+int vlgd_encode_image(const VlgdImageView* image, const char* format, const char* fallbackPath,
+                      const char* const* attributeNames, const char* const* attributeValues, int attributeCount,
+                      VlgdProgress progress, void* user, unsigned char** encoded, std::size_t* encodedSize,
+                      char* error, std::size_t errorSize);
+void vlgd_free_encoded(unsigned char* encoded);
+int vlgd_read_image(const char* path, std::int64_t* width, std::int64_t* height, int* channels, int* type,
+                    void* pixels, char* error, std::size_t errorSize);
+}
+#endif
+
 namespace platform {
 namespace {
 
@@ -42,6 +54,12 @@ std::filesystem::path ExecutableFolder() {
 // Beside the running program first (an installed tool), then where the build put it (the
 // tests and tools run from the build tree); VELLGRUND_IMAGE_CODEC names another.
 Result<const Codec*> LoadCodec() {
+#ifdef VELLGRUND_IMAGE_CODEC_LINKED
+  // Sanitizer builds link the codec in: LeakSanitizer cannot scan the thread-local storage
+  // of a library loaded at run time.
+  static const Codec linked{vlgd_encode_image, vlgd_free_encoded, vlgd_read_image};
+  return &linked;
+#endif
   static std::once_flag once;
   static Codec codec;
   static std::string failure;
