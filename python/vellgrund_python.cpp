@@ -324,20 +324,16 @@ py::list Build(const DocumentRef& owner, std::optional<int> threads, double lod,
       done = true;
       doneSignal.notify_one();
     });
-    const auto waitForTheBuild = [&] {
+    // Waits with the GIL released; true once the build ended.
+    const auto waitForTheBuild = [&](std::chrono::milliseconds longest) {
       py::gil_scoped_release released;
       std::unique_lock lock(doneMutex);
-      doneSignal.wait(lock, [&] { return done; });
+      return doneSignal.wait_for(lock, longest, [&] { return done; });
     };
+    constexpr std::chrono::milliseconds kPoll{20};
     bool interrupted = false;
     for (;;) {
-      bool finished = false;
-      {
-        py::gil_scoped_release released;
-        std::unique_lock lock(doneMutex);
-        finished = doneSignal.wait_for(lock, std::chrono::milliseconds(20), [&] { return done; });
-      }
-      if (finished) break;
+      if (waitForTheBuild(kPoll)) break;
       if (!interrupted && PyErr_CheckSignals() != 0) {
         interrupted = true;  // the KeyboardInterrupt stays pending until the build stopped
         cancel.Cancel();
@@ -348,7 +344,8 @@ py::list Build(const DocumentRef& owner, std::optional<int> threads, double lod,
           progress(fraction, text);
         } catch (...) {
           cancel.Cancel();
-          waitForTheBuild();
+          while (!waitForTheBuild(kPoll)) {
+          }
           throw;
         }
       }

@@ -39,11 +39,11 @@ FileContents ReadWithOiio(const fs::path& path) {
   auto input = OIIO::ImageInput::open(path.string(), &config);
   EXPECT_TRUE(input) << OIIO::geterror();
   if (!input) return contents;
-  const OIIO::ImageSpec& spec = input->spec();
-  contents = {spec.width, spec.height, spec.nchannels, spec.format, {}};
-  contents.values.resize(static_cast<std::size_t>(spec.width) * static_cast<std::size_t>(spec.height) *
-                         static_cast<std::size_t>(spec.nchannels));
-  EXPECT_TRUE(input->read_image(0, 0, 0, spec.nchannels, OIIO::TypeDesc::FLOAT, contents.values.data()));
+  const OIIO::ImageSpec& layout = input->spec();
+  contents = {layout.width, layout.height, layout.nchannels, layout.format, {}};
+  contents.values.resize(static_cast<std::size_t>(layout.width) * static_cast<std::size_t>(layout.height) *
+                         static_cast<std::size_t>(layout.nchannels));
+  EXPECT_TRUE(input->read_image(0, 0, 0, layout.nchannels, OIIO::TypeDesc::FLOAT, contents.values.data()));
   return contents;
 }
 

@@ -78,6 +78,11 @@ bool Flag(const Json& request, const char* key) {
   return found != request.end() && found->is_boolean() && found->get<bool>();
 }
 
+Json IconOf(const platform::PluginInfo& info) {
+  if (!info.icon) return nullptr;
+  return {{"sheet", info.icon->sheet}, {"x", info.icon->x}, {"y", info.icon->y}};
+}
+
 Json TreeOf(const Node* first) {
   Json nodes = Json::array();
   for (const Node* node = first; node != nullptr; node = node->GetNext())
@@ -158,7 +163,7 @@ Json EditorSession::Types() const {
     type["kind"] = info->command ? "command" : "object";
     type["name"] = strings.Get(info->nameStringId);
     type["help"] = info->helpStringId ? strings.Get(info->helpStringId) : "";
-    if (info->icon) type["icon"] = {{"sheet", info->icon->sheet}, {"x", info->icon->x}, {"y", info->icon->y}};
+    if (info->icon) type["icon"] = IconOf(*info);
     types.push_back(std::move(type));
   }
   // Every node type, in the menu or not (field objects), with its parameters.
@@ -188,12 +193,11 @@ Json EditorSession::Types() const {
       parameters.push_back(std::move(entry));
     }
     const platform::HelpText* text = help_ ? help_->Find(info->resourceName) : nullptr;
-    described[info->resourceName] = {
-        {"id", info->id},
-        {"name", host_.GetStrings().Get(info->nameStringId)},
-        {"help", text ? text->help : ""},
-        {"icon", info->icon ? Json{{"sheet", info->icon->sheet}, {"x", info->icon->x}, {"y", info->icon->y}} : Json()},
-        {"parameters", std::move(parameters)}};
+    described[info->resourceName] = {{"id", info->id},
+                                     {"name", strings.Get(info->nameStringId)},
+                                     {"help", text ? text->help : ""},
+                                     {"icon", IconOf(*info)},
+                                     {"parameters", std::move(parameters)}};
   }
   return {{"menu", std::move(types)}, {"nodeTypes", std::move(described)}};
 }
