@@ -59,6 +59,7 @@ struct EditOptions {
   std::filesystem::path scene;  // empty: the default landscape
   int port = 0;                 // 0: a free port
   bool openBrowser = true;
+  std::vector<std::filesystem::path> folders;  // more folders the file dialogs may reach
 };
 
 // Serves the editor on 127.0.0.1 until interrupted.

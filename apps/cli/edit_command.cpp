@@ -40,7 +40,8 @@ platform::Status RunEdit(const EditOptions& options) {
                         editor::EditorServer::Create(host, std::move(doc),
                                                      {.port = options.port,
                                                       .pageFolder = editor::DefaultPageFolder(),
-                                                      .scene = options.scene == "-" ? "" : options.scene}));
+                                                      .scene = options.scene == "-" ? "" : options.scene,
+                                                      .folders = options.folders}));
   std::printf("Vellgrund editor: %s\n(Ctrl-C stops it.)\n", server->Address().c_str());
   std::fflush(stdout);
   if (options.openBrowser) OpenInBrowser(server->Address());

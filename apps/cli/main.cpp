@@ -134,6 +134,8 @@ int Run(int argc, char** argv) {
   editCommand->add_option("--port", edit.port, "Port (default: a free one)")->check(CLI::Range(1, 65535));
   bool noBrowser = false;
   editCommand->add_flag("--no-browser", noBrowser, "Only print the address; open no browser");
+  editCommand->add_option("--folder", edit.folders, "A folder the editor may open, save and export in (repeatable)")
+      ->check(CLI::ExistingDirectory);
   // Global options may also follow the command.
   for (CLI::App* command : {planeCommand, buildCommand, validateCommand, describeCommand, newCommand, editCommand})
     command->fallthrough();

@@ -57,11 +57,12 @@ const platform::TypeDescriptor& AddOperatorDescription() {
 }
 
 platform::Status RegisterBlendModeIcons(platform::Registry& registry) {
-  for (Int32 k = 0; k < 10; ++k)
-    VLGD_RETURN_IF_ERROR(registry.RegisterIcon(1055710 + k, {kBlendModeIconSheet, 64 * k, 0}));
-  const Int32 secondRow[] = {1056645, 1056646, 1056650, 1056651, 1056652};
-  for (Int32 k = 0; k < 5; ++k)
-    VLGD_RETURN_IF_ERROR(registry.RegisterIcon(secondRow[k], {kBlendModeIconSheet, 64 * k, 64}));
+  Int32 k = 0;
+  for (const Int32 id : kBlendModeIconIds) {
+    VLGD_RETURN_IF_ERROR(registry.RegisterIcon(
+        id, {kBlendModeIconSheet, 64 * (k % kBlendModeIconsPerRow), 64 * (k / kBlendModeIconsPerRow)}));
+    ++k;
+  }
   return platform::Ok();
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <span>
+#include <utility>
 #include <vector>
 
 #include "platform/parallel.h"
@@ -21,6 +22,13 @@ enum class FieldBlend : Int32 {
   MAX = 3,
   MIN = 4,
 };
+
+// The names that files and editors give the blends.
+inline constexpr std::pair<FieldBlend, const char*> kFieldBlendNames[] = {{FieldBlend::NORMAL, "NORMAL"},
+                                                                          {FieldBlend::ADD, "ADD"},
+                                                                          {FieldBlend::MULTIPLY, "MULTIPLY"},
+                                                                          {FieldBlend::MAX, "MAX"},
+                                                                          {FieldBlend::MIN, "MIN"}};
 
 // One layer of a field list: a field object of the document, weighted by its opacity.
 struct FieldLayer {

@@ -95,12 +95,6 @@ Result<Visibility> ReadVisibility(const Json& value);
 
 const char* VisibilityName(Visibility visibility);
 
-inline constexpr std::pair<FieldBlend, const char*> kBlendNames[] = {{FieldBlend::NORMAL, "NORMAL"},
-                                                                     {FieldBlend::ADD, "ADD"},
-                                                                     {FieldBlend::MULTIPLY, "MULTIPLY"},
-                                                                     {FieldBlend::MAX, "MAX"},
-                                                                     {FieldBlend::MIN, "MIN"}};
-
 // A member name of an enumeration; flag sets also take members joined by "|".
 std::optional<Int> EnumValueOf(const Enumeration& enumeration, std::string_view text);
 

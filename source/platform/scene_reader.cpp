@@ -504,9 +504,9 @@ class SceneReader {
       }
       if (const Json* blend = Member(layer, "blend")) {
         VLGD_ASSIGN_OR_RETURN(const std::string name, Within(ReadString(*blend), at + ": 'blend'"));
-        const auto* found = std::find_if(std::begin(kBlendNames), std::end(kBlendNames),
+        const auto* found = std::find_if(std::begin(kFieldBlendNames), std::end(kFieldBlendNames),
                                          [&](const auto& entry) { return name == entry.second; });
-        if (found == std::end(kBlendNames))
+        if (found == std::end(kFieldBlendNames))
           return IllegalArgumentError(at + ": 'blend': '" + name + "' is not NORMAL, ADD, MULTIPLY, MAX or MIN");
         read.blend = found->first;
       }

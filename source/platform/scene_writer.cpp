@@ -212,9 +212,9 @@ class SceneWriter {
   Result<OrderedJson> WriteFieldList(const FieldList& list) const {
     OrderedJson layers = OrderedJson::array();
     for (const FieldLayer& layer : list.Layers()) {
-      const auto* blend = std::find_if(std::begin(kBlendNames), std::end(kBlendNames),
+      const auto* blend = std::find_if(std::begin(kFieldBlendNames), std::end(kFieldBlendNames),
                                        [&](const auto& entry) { return entry.first == layer.blend; });
-      if (blend == std::end(kBlendNames) || !std::isfinite(layer.opacity))
+      if (blend == std::end(kFieldBlendNames) || !std::isfinite(layer.opacity))
         return IllegalArgumentError("layer " + std::to_string(layers.size()) + " has no valid blend mode or opacity");
       OrderedJson out = OrderedJson::object();
       out["field"] = KeyOf(layer.field);

@@ -1,8 +1,10 @@
 // The editor end to end in Debian's Chromium: the terrain drawn, an edit in the panel
-// rebuilding it, every command undone, an operator dragged into a group, a save that
-// reloads to the same scene, and requests without the token or with bad bodies refused.
+// rebuilding it, a curve knot dragged, a field dropped into a mask, every command undone,
+// an operator dragged into a group, the about dialog, a mesh exported, the preferences, a
+// save that reloads to the same scene, and requests without the token or with bad bodies
+// refused.
 import { spawn } from 'node:child_process';
-import { mkdirSync, readFileSync, rmSync, writeFileSync } from 'node:fs';
+import { existsSync, mkdirSync, readFileSync, rmSync, statSync, writeFileSync } from 'node:fs';
 import { join } from 'node:path';
 import assert from 'node:assert/strict';
 
@@ -15,16 +17,22 @@ mkdirSync(work, { recursive: true });
 const scene = join(work, 'scene.json');
 writeFileSync(scene, JSON.stringify({
   vellgrund: 1,
-  objects: [{ type: 'oterrain', name: 'Hills', params: { TERRAINOBJECT_RESOLUTION_X: 120, TERRAINOBJECT_RESOLUTION_Z: 100 },
-    children: [
-      { type: 'onoiseoperator', name: 'Base', params: { NOISEOPERATOR_SEED: 7, TERRAINOPERATOR_HEIGHTSCALE: 40 } },
-      { type: 'ogroupoperator', name: 'Group', children: [{ type: 'onoiseoperator', name: 'Inner' }] },
-      { type: 'obluroperator', name: 'Soften' }] }],
+  objects: [
+    { type: 'fspherical', name: 'Spot', params: { FIELD_RADIUS: 80.0 } },
+    { type: 'oterrain', name: 'Hills',
+      params: { TERRAINOBJECT_RESOLUTION_X: 120, TERRAINOBJECT_RESOLUTION_Z: 100, TERRAINOBJECT_HULL: true },
+      children: [
+        { type: 'onoiseoperator', name: 'Base', params: { NOISEOPERATOR_SEED: 7, TERRAINOPERATOR_HEIGHTSCALE: 40 } },
+        { type: 'ogroupoperator', name: 'Group', children: [{ type: 'onoiseoperator', name: 'Inner' }] },
+        { type: 'ocurveoperator', name: 'Shape' },
+        { type: 'obluroperator', name: 'Soften' }] }],
 }));
 
 // Starts the editor on a scene and resolves with its address.
 function startEditor(file) {
-  const server = spawn(cli, ['edit', file, '--no-browser'], { stdio: ['ignore', 'pipe', 'inherit'] });
+  // Preferences go to the test's own configuration folder.
+  const server = spawn(cli, ['edit', file, '--no-browser'],
+    { stdio: ['ignore', 'pipe', 'inherit'], env: { ...process.env, XDG_CONFIG_HOME: work } });
   return new Promise((resolve, reject) => {
     let output = '';
     server.stdout.on('data', (chunk) => {
@@ -94,6 +102,33 @@ try {
   const after = JSON.parse((await api('/api/build')).body);
   assert.equal(after.terrains[0].operators.find((o) => o.name === 'Base').rebuilt, false, 'a scale edit recombines only');
 
+  // The blend mode shows its icon; a knot of the curve dragged is one edit of the curve.
+  assert.ok(await page.locator('.lil-gui .controller', { hasText: 'Blend' }).locator('.icon').count(), 'blend-mode icon');
+  const edits = (await state()).undo;
+  await page.click(`.row[data-id="${await idOf('Shape')}"]`);
+  const curve = page.locator('canvas.curve').first();
+  await curve.waitFor();
+  const box = await curve.boundingBox();
+  await page.mouse.move(box.x + box.width - 10, box.y + 10);  // the last knot, at (1, 1)
+  await page.mouse.down();
+  await page.mouse.move(box.x + box.width - 10, box.y + box.height / 2, { steps: 5 });
+  await page.mouse.up();
+  await page.waitForFunction(async ([token, id]) => {
+    const response = await fetch(`/api/node?id=${id}`, { headers: { 'X-Vellgrund-Token': token } });
+    const knots = (await response.json()).values['10001'].value.knots;
+    return Math.abs(knots.at(-1).position[1] - 0.5) < 0.1;
+  }, [editor.token, await idOf('Shape')], { timeout: 10000 });
+  assert.ok((await state()).undo > edits, 'the drag was undoable');
+
+  // A field dropped from the tree onto an operator's field list becomes its first layer.
+  await page.click(`.row[data-id="${base}"]`);
+  await page.waitForSelector('.fieldlist');
+  await page.dragAndDrop(`.row[data-id="${await idOf('Spot')}"]`, '.fieldlist');
+  await page.waitForFunction(async ([token, id, spot]) => {
+    const response = await fetch(`/api/node?id=${id}`, { headers: { 'X-Vellgrund-Token': token } });
+    return (await response.json()).values['3001'].value.layers[0]?.field === spot;
+  }, [editor.token, base, await idOf('Spot')], { timeout: 10000 });
+
   // Every enabled command runs from the menu and one undo takes it back.
   await page.click(`.row[data-id="${base}"]`);
   const commandNames = ['Increase resolution', 'Decrease resolution', 'Next blend mode', 'Previous blend mode', 'Group operators'];
@@ -119,6 +154,35 @@ try {
     const find = (nodes, id) => nodes.flatMap((n) => (n.id === id ? [n] : find(n.children, id)));
     return find(tree, group)[0].children.some((c) => c.id === base);
   }, [editor.token, base, group], { timeout: 10000 });
+
+  // The about command answers in a dialog of the page.
+  await page.click('#menu-commands > button');
+  await page.locator('#menu-commands .items button', { hasText: 'About' }).click();
+  await page.waitForSelector('dialog[open] pre:has-text("Vellgrund")');
+  await page.click('dialog[open] button:has-text("OK")');
+
+  // The mesh of the build, exported through the page's file dialog into the scene's folder.
+  await page.click('#menu-file > button');
+  await page.locator('#menu-file .items button', { hasText: 'Export mesh' }).click();
+  await page.fill('dialog[open] .files input', 'hills.glb');
+  await page.click('dialog[open] button:has-text("Save")');
+  await page.waitForFunction(() => !document.querySelector('dialog[open]'));
+  for (let i = 0; i < 50 && !existsSync(join(work, 'hills.glb')); ++i) await page.waitForTimeout(100);
+  assert.ok(statSync(join(work, 'hills.glb')).size > 120 * 100 * 12, 'the exported mesh');
+
+  // Preferences: stored where the tools read them, the cap applied at once, the overlay off.
+  await page.click('#menu-file > button');
+  await page.locator('#menu-file .items button', { hasText: 'Preferences' }).click();
+  await page.fill('dialog[open] input[name=maxResolution]', '50');
+  await page.uncheck('dialog[open] input[name=showOverlay]');
+  await page.click('dialog[open] button:has-text("Save")');
+  await page.waitForFunction(async ([token]) => {
+    const response = await fetch('/api/build', { headers: { 'X-Vellgrund-Token': token } });
+    return (await response.json()).terrains?.[0]?.columns === 51;
+  }, [editor.token], { timeout: 10000 });
+  const stored = JSON.parse(readFileSync(join(work, 'vellgrund', 'preferences.json'), 'utf8'));
+  assert.equal(stored['1055624']['1000'], 50);
+  await page.waitForFunction(() => document.querySelector('#overlay').textContent === '');
 
   // Save, then open the saved file again: the same tree.
   const saved = await state();

@@ -4,6 +4,8 @@
 #include <httplib.h>
 
 #include <chrono>
+#include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <string>
 #include <thread>
@@ -145,6 +147,107 @@ TEST_F(EditorServerTest, EditsUndoAndHeightsTravelAsFloats) {
   ASSERT_EQ(set(R"({"action": "redo"})"), 200);
   EXPECT_EQ(strength(), 0.25);
   EXPECT_EQ(client_->Get("/api/node?id=nothing")->status, 404);
+}
+
+}  // namespace
+
+namespace {
+
+// The session behind the page: files only in its folders, dialogs answered through the page,
+// preferences stored where the tools read them, field lists by node identity.
+TEST(EditorSession, FilesDialogsPreferencesAndFieldLists) {
+  testing_support::TempDir dir;
+  ASSERT_EQ(::setenv("XDG_CONFIG_HOME", dir.Path().c_str(), 1), 0);
+  platform::Host host;
+  platform::CollectingConsole console;
+  host.SetConsole(console);
+  ASSERT_TRUE(VLGD::StartModule(host));
+  const std::filesystem::path scene = dir.File("scene.json");
+  {
+    auto doc = platform::LoadScene(host, VLGD::kDefaultScene, "default");
+    ASSERT_TRUE(doc);
+    ASSERT_TRUE((*doc)->SetParameter(*(*doc)->FindByName("Terrain"), 10002, platform::Int32{40}));
+    ASSERT_TRUE(platform::SaveSceneFile(**doc, scene));
+  }
+  std::filesystem::create_directory_symlink("/", dir.File("escape"));
+  auto loaded = platform::LoadSceneFile(host, scene);
+  ASSERT_TRUE(loaded);
+  editor::EditorSession session(host, std::move(*loaded), scene);
+  const auto apply = [&](Json request) { return session.Apply(request); };
+  const auto refused = [&](const Json& request, const std::string& words) {
+    const auto reply = apply(request);
+    EXPECT_FALSE(reply) << request.dump();
+    if (!reply) {
+      EXPECT_NE(reply.error().message.find(words), std::string::npos) << reply.error().message;
+    }
+  };
+
+  // Only the scene's folder is reachable, links resolved.
+  const auto roots = session.Files("", false);
+  ASSERT_TRUE(roots);
+  EXPECT_EQ((*roots)["entries"].size(), 1u);
+  for (const std::string& outside :
+       std::vector<std::string>{"/etc", (dir.Path() / "..").string(), dir.File("escape").string() + "/etc"})
+    EXPECT_FALSE(session.Files(outside, true)) << outside;
+  const auto listing = session.Files(dir.Path().string(), false);
+  ASSERT_TRUE(listing);
+  EXPECT_EQ((*listing)["entries"].back()["name"], "scene.json");
+  EXPECT_EQ((*listing)["parent"], "");
+
+  // Save as: inside only, never over another file unasked; open reads it back.
+  const std::string copy = dir.File("copy.json").string();
+  refused({{"action", "save"}, {"file", "/tmp/vellgrund-outside.json"}}, "outside the folders");
+  refused({{"action", "save"}, {"file", dir.File("escape").string() + "/tmp/x.json"}}, "outside the folders");
+  ASSERT_TRUE(apply({{"action", "save"}, {"file", copy}}));
+  refused({{"action", "save"}, {"file", scene.string()}}, "exists; save again to overwrite it");
+  ASSERT_TRUE(apply({{"action", "save"}, {"file", scene.string()}, {"overwrite", true}}));
+  ASSERT_TRUE(apply({{"action", "open"}, {"file", copy}}));
+  EXPECT_EQ(session.State()["scene"], copy);
+  refused({{"action", "open"}, {"file", dir.File("missing.json").string()}}, "missing.json");
+
+  // The export button asks for a file through the page, and writes only inside.
+  const Json tree = session.State()["tree"];
+  const std::uint64_t terrain = tree[0]["id"];
+  const Json exportButton = {{"action", "button"}, {"node", terrain}, {"parameter", 10091}};
+  const auto asked = apply(exportButton);
+  ASSERT_TRUE(asked);
+  EXPECT_EQ((*asked)["dialog"]["suffix"], "tif");
+  EXPECT_NE((*asked)["dialog"]["name"].get<std::string>().find("Terrain_"), std::string::npos);
+  Json withFile = exportButton;
+  withFile["file"] = dir.File("heights.tif").string();
+  ASSERT_TRUE(apply(withFile));
+  EXPECT_TRUE(std::filesystem::is_regular_file(dir.File("heights.tif")));
+  withFile["file"] = "/tmp/vellgrund-outside.tif";
+  refused(withFile, "outside the folders");
+  const Json exportMesh = {{"action", "export"}, {"node", terrain}, {"file", dir.File("terrain.glb").string()}};
+  ASSERT_TRUE(apply(exportMesh));
+  EXPECT_GT(std::filesystem::file_size(dir.File("terrain.glb")), 40u * 31u * 12u);
+  refused(exportMesh, "exists; export again to overwrite it");
+  const auto about = apply({{"action", "command"}, {"command", 1054744}});
+  ASSERT_TRUE(about);
+  EXPECT_NE((*about)["messages"][0].get<std::string>().find("Vellgrund"), std::string::npos);
+
+  // Preferences: saved in the configuration folder, applied to the terrains at once.
+  refused({{"action", "preferences"}, {"maxResolution", 0}}, "maximum resolution");
+  ASSERT_TRUE(apply({{"action", "preferences"}, {"maxResolution", 20}, {"showOverlay", false}}));
+  EXPECT_TRUE(std::filesystem::is_regular_file(dir.File("vellgrund/preferences.json")));
+  EXPECT_EQ(session.NodeValues(terrain)["values"]["10002"]["value"], 20);
+  EXPECT_EQ(session.State()["preferences"]["showOverlay"], false);
+
+  // Field lists name field objects by identity; anything else is refused.
+  const auto field = apply({{"action", "insert"}, {"type", "fspherical"}});
+  ASSERT_TRUE(field);
+  const std::uint64_t hills = tree[0]["children"][0]["id"];
+  const Json layers = {
+      {"layers", {{{"field", (*field)["id"]}, {"opacity", 0.5}, {"blend", "MAX"}, {"enabled", true}}}}};
+  ASSERT_TRUE(apply({{"action", "set"}, {"node", hills}, {"parameter", 3001}, {"value", layers}}));
+  EXPECT_EQ(session.NodeValues(hills)["values"]["3001"]["value"], layers);
+  refused({{"action", "set"}, {"node", hills}, {"parameter", 3001}, {"value", {{"layers", {{{"field", terrain}}}}}}},
+          "no field object");
+  refused({{"action", "set"}, {"node", hills}, {"parameter", 3001}, {"value", {{"layers", {{{"blend", "SOME"}}}}}}},
+          "the blend is");
+  EXPECT_EQ(session.NodeValues(hills)["values"]["3001"]["value"], layers);
+  ::unsetenv("XDG_CONFIG_HOME");
 }
 
 }  // namespace

@@ -7,6 +7,11 @@ async function answer(response) {
   return body;
 }
 
+// An address of the server that a new tab can open.
+export function withToken(path) {
+  return `${path}${path.includes('?') ? '&' : '?'}token=${encodeURIComponent(token)}`;
+}
+
 export async function get(path) {
   return answer(await fetch(path, { headers: { 'X-Vellgrund-Token': token } }));
 }

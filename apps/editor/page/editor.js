@@ -1,6 +1,7 @@
 // The editor's page: the tree, the attribute panel, the viewport and the menus, kept in step
 // with the server through its event stream.
 import * as api from '/page/api.js';
+import * as dialogs from '/page/dialogs.js';
 import { Panel } from '/page/panel.js';
 import { Tree, iconStyle, loadSheets } from '/page/tree.js';
 import { Viewport } from '/page/viewport.js';
@@ -10,7 +11,6 @@ const $ = (selector) => document.querySelector(selector);
 // its modules are in, and the view follows.
 let types, commandIds, viewport, panel, tree;
 let state = null;
-let showOverlay = true;
 
 async function start() {
   types = await api.get('/api/types');
@@ -18,7 +18,7 @@ async function start() {
   await loadSheets(new Set([...types.menu, ...Object.values(types.nodeTypes)]
     .filter((entry) => entry.icon).map((entry) => entry.icon.sheet.replace(/\.[^.]+$/, '.png'))));
   viewport = new Viewport($('#view'));
-  panel = new Panel($('#panel'), types, send);
+  panel = new Panel($('#panel'), types, send, (id) => (state ? find(state.tree, id) : null));
   tree = new Tree($('#tree'), types, {
     select: (nodes) => send({ action: 'select', nodes }),
     move: (node, parent, before) => send({ action: 'move', node, parent, before }),
@@ -45,12 +45,28 @@ function say(text) {
 
 async function send(request) {
   try {
-    return await api.edit(request);
+    const reply = await api.edit(request);
+    await answerDialogs(request, reply);
+    return reply;
   } catch (error) {
     say(error.message);
     throw error;
   }
 }
+
+// What a command or button asked of the user: messages to read, a page to open, a file to
+// choose (the request goes again with the answer).
+async function answerDialogs(request, reply) {
+  if (reply.page) window.open(api.withToken(reply.page), '_blank');
+  for (const text of reply.messages ?? []) await dialogs.message(text);
+  if (reply.dialog) {
+    const { title, name, suffix } = reply.dialog;
+    const chosen = await dialogs.chooseFile({ mode: 'save', title, folder: sceneFolder(), name: `${name}.${suffix}`, suffix, all: true });
+    if (chosen) await send({ ...request, file: chosen.file });
+  }
+}
+
+const sceneFolder = () => (state?.scene ? dialogs.folderOf(state.scene) : '');
 
 function find(nodes, id) {
   for (const node of nodes) {
@@ -67,6 +83,7 @@ async function refresh() {
   const active = state.selection.at(-1);
   panel.show(active === undefined ? null : await api.get(`/api/node?id=${active}`).catch(() => null));
   renderMenus();
+  drawOverlay();
 }
 
 // --- Menus ---------------------------------------------------------------------------
@@ -101,7 +118,17 @@ function fill(menu, entries) {
 }
 
 function renderMenus() {
-  fill('#menu-file', [item('Save', save, { keys: 'Ctrl+S' })]);
+  const terrain = selectedTerrain();
+  fill('#menu-file', [
+    item('Open…', open, { keys: 'Ctrl+O' }),
+    item('Save', save, { keys: 'Ctrl+S' }),
+    item('Save as…', saveAs, { keys: 'Ctrl+Shift+S' }),
+    null,
+    item('Export height map…', () => send({ action: 'button', node: terrain.id, parameter: TERRAIN_EXPORT }), { enabled: !!terrain }),
+    item('Export mesh…', exportMesh, { enabled: !!terrain }),
+    null,
+    item('Preferences…', editPreferences),
+  ]);
   fill('#menu-edit', [
     item('Undo', () => send({ action: 'undo' }), { keys: 'Ctrl+Z', enabled: state.undo > 0 }),
     item('Redo', () => send({ action: 'redo' }), { keys: 'Ctrl+Shift+Z', enabled: state.redo > 0 }),
@@ -123,10 +150,11 @@ function renderMenus() {
   while (commands[0] === null) commands.shift();
   fill('#menu-add', objects);
   fill('#menu-commands', commands);
+  const overlay = state.preferences.showOverlay;
   fill('#menu-view', [
-    item('Frame', () => viewport.frame(), { keys: 'F' }),
+    item('Frame selected', frameSelected, { keys: 'F' }),
     item(viewport.wireframe ? 'Shaded' : 'Wireframe', () => { viewport.wireframe = !viewport.wireframe; renderMenus(); }, { keys: 'W' }),
-    item(showOverlay ? 'Hide information' : 'Show information', () => { showOverlay = !showOverlay; renderMenus(); drawOverlay(); }),
+    item(overlay ? 'Hide information' : 'Show information', () => send({ action: 'preferences', showOverlay: !overlay })),
   ]);
 }
 
@@ -171,16 +199,67 @@ function removeSelected() {
   if (state.selection.length) send({ action: 'remove', nodes: state.selection });
 }
 
-function save() { send({ action: 'save' }).then(() => say('')).catch(() => {}); }
+const TERRAIN_EXPORT = 10091;  // the Terrain's export button
+
+// The selected terrain, the terrain of a selected operator, or the first terrain.
+function selectedTerrain() {
+  for (const id of [...state.selection].reverse()) {
+    const top = state.tree.find((node) => node.id === id || find(node.children, id));
+    if (top?.type === 'oterrain') return top;
+  }
+  return state.tree.find((node) => node.type === 'oterrain') ?? null;
+}
+
+function frameSelected() {
+  const terrain = selectedTerrain();
+  viewport.frame(terrain ? viewport.terrains.get(terrain.id) : undefined);
+}
+
+async function open() {
+  const chosen = await dialogs.chooseFile({ mode: 'open', title: 'Open scene', folder: sceneFolder() });
+  if (chosen) send({ action: 'open', file: chosen.file }).then(() => viewport.forgetAll()).catch(() => {});
+}
+
+async function save() {
+  if (!state.scene) return saveAs();
+  try {
+    await api.edit({ action: 'save' });
+    say('');
+  } catch (error) {
+    if (!error.message.includes('save again to overwrite it')) return say(error.message);
+    if (await dialogs.confirm(error.message, 'Overwrite')) send({ action: 'save', overwrite: true }).catch(() => {});
+  }
+}
+
+async function saveAs() {
+  const name = state.scene ? state.scene.replace(/^.*\//, '') : 'terrain.json';
+  const chosen = await dialogs.chooseFile({ mode: 'save', title: 'Save scene as', folder: sceneFolder(), name, suffix: 'json' });
+  if (chosen) send({ action: 'save', file: chosen.file, overwrite: chosen.overwrite }).catch(() => {});
+}
+
+async function exportMesh() {
+  const terrain = selectedTerrain();
+  const chosen = await dialogs.chooseFile({
+    mode: 'save', title: 'Export mesh (.glb, .obj or .ply)', folder: sceneFolder(), name: `${terrain.name || 'Terrain'}.glb`, all: true,
+  });
+  if (chosen) send({ action: 'export', node: terrain.id, file: chosen.file, overwrite: chosen.overwrite }).catch(() => {});
+}
+
+async function editPreferences() {
+  const values = await dialogs.preferences(state.preferences);
+  if (values) send({ action: 'preferences', ...values }).catch(() => {});
+}
 
 document.addEventListener('keydown', (event) => {
-  if (event.target instanceof HTMLInputElement || event.target instanceof HTMLTextAreaElement) return;
+  if (event.target instanceof HTMLInputElement || event.target instanceof HTMLTextAreaElement ||
+      event.target instanceof HTMLSelectElement || document.querySelector('dialog[open]')) return;
   const ctrl = event.ctrlKey || event.metaKey;
   const key = event.key.toLowerCase();
   let handled = true;
   if (ctrl && key === 'z') send({ action: event.shiftKey ? 'redo' : 'undo' });
   else if (ctrl && key === 'y') send({ action: 'redo' });
-  else if (ctrl && key === 's') save();
+  else if (ctrl && key === 's') (event.shiftKey ? saveAs : save)();
+  else if (ctrl && key === 'o') open();
   else if (ctrl && key === 'g') command(event.shiftKey ? 'UngroupOperatorsCommand' : 'GroupOperatorsCommand');
   else if (ctrl) handled = false;
   else if (event.code === 'Equal' || event.code === 'NumpadAdd') command('IncreaseResCommand', event.shiftKey);
@@ -188,7 +267,7 @@ document.addEventListener('keydown', (event) => {
   else if (event.key === ']') command('NextBlendmodeCommand');
   else if (event.key === '[') command('PreviousBlendmodeCommand');
   else if (event.key === 'Delete' || event.key === 'Backspace') removeSelected();
-  else if (key === 'f') viewport.frame();
+  else if (key === 'f') frameSelected();
   else if (key === 'w') { viewport.wireframe = !viewport.wireframe; renderMenus(); }
   else handled = false;
   if (handled) event.preventDefault();
@@ -219,7 +298,7 @@ async function showBuild(summary) {
 
 function drawOverlay() {
   const overlay = $('#overlay');
-  if (!showOverlay || !lastBuild) { overlay.textContent = ''; return; }
+  if (!state?.preferences.showOverlay || !lastBuild) { overlay.textContent = ''; return; }
   const lines = [];
   for (const t of lastBuild.terrains ?? []) {
     lines.push(`${t.name}: ${t.columns - 1} x ${t.rows - 1} segments, ${(t.columns * t.rows).toLocaleString()} samples, ${t.memory}`);

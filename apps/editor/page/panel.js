@@ -2,15 +2,19 @@
 // numbers with limits become sliders, choices drop-downs, buttons buttons. Edits of one
 // parameter are coalesced: while one is on its way, only the newest value waits.
 import GUI from '/page/lil-gui/lil-gui.esm.js';
+import { CurveEditor } from '/page/curve.js';
+import { FieldListEditor, dropTarget } from '/page/fieldlist.js';
+import { iconStyle } from '/page/tree.js';
 
 const SLIDER_SPAN = 100000;  // wider ranges get a plain number field
-const SHOWN_AS_TEXT = new Set(['curve', 'link', 'fieldlist', 'matrix']);
+const SHOWN_AS_TEXT = new Set(['link', 'matrix']);
 
 export class Panel {
-  constructor(element, types, send) {
+  constructor(element, types, send, nameOf) {
     this.element = element;
     this.types = types;
     this.send = send;  // (request) => Promise
+    this.nameOf = nameOf;  // (node id) => { name, type } of a node of the tree
     this.gui = null;
     this.node = null;
     this.controllers = new Map();  // parameter id -> { controller, values, key }
@@ -59,6 +63,7 @@ export class Panel {
         if (parameter.choices) {
           const options = Object.fromEntries(parameter.choices.map((c) => [c.name, c.name]));
           controller = parent.add(holder, key, options);
+          if (parameter.choices.some((c) => c.icon)) withIcon(controller, parameter.choices);
         } else {
           const slider = parameter.minimum !== undefined && parameter.maximum !== undefined &&
             parameter.maximum - parameter.minimum <= SLIDER_SPAN;
@@ -78,11 +83,33 @@ export class Panel {
         this.controllers.set(parameter.id, { folder, xyz, parameter });
         return null;
       }
+      case 'curve': {
+        const folder = parent.addFolder(parameter.label);
+        const curve = new CurveEditor(folder.$children, this.types.curvePresets ?? [], (value) => this.edit(parameter, value));
+        curve.set(state.value);
+        this.controllers.set(parameter.id, { curve, parameter });
+        return null;
+      }
+      case 'fieldlist': {
+        const folder = parent.addFolder(parameter.label);
+        const list = new FieldListEditor(folder.$children, this.nameOf, (value) => this.edit(parameter, value));
+        list.set(state.value);
+        this.controllers.set(parameter.id, { list, parameter });
+        return null;
+      }
       default: {
-        // Curves, links and field lists: shown, edited by later tools of this panel.
-        const text = { value: describe(parameter, state.value) };
-        controller = parent.add(text, 'value').disable();
+        // Links take an object dropped from the tree; matrices are shown.
+        const text = { value: this.describe(parameter, state.value) };
+        controller = parent.add(text, 'value');
         controller.name(parameter.label);
+        controller.$input.readOnly = true;
+        if (parameter.type === 'link') {
+          dropTarget(controller.domElement, (id) => this.edit(parameter, id));
+          controller.$input.title = 'Drop an object from the tree here; Delete clears it';
+          controller.$input.addEventListener('keydown', (event) => {
+            if (event.key === 'Delete' || event.key === 'Backspace') { event.stopPropagation(); this.edit(parameter, null); }
+          });
+        }
         return remember(controller, text);
       }
     }
@@ -114,15 +141,23 @@ export class Panel {
       if (!state) continue;
       if (entry.controller) {
         if (entry.holder && !this.sending.has(id)) {
-          entry.holder.value = SHOWN_AS_TEXT.has(entry.parameter.type) ? describe(entry.parameter, state.value) : state.value;
+          entry.holder.value = SHOWN_AS_TEXT.has(entry.parameter.type) ? this.describe(entry.parameter, state.value) : state.value;
           entry.controller.updateDisplay();
         }
         entry.controller.enable(state.enabled && !entry.parameter.readOnly);
+      } else if ((entry.curve || entry.list) && !this.sending.has(id)) {
+        (entry.curve ?? entry.list).set(state.value);
       } else if (entry.xyz && !this.sending.has(id) && Array.isArray(state.value)) {
         [entry.xyz.x, entry.xyz.y, entry.xyz.z] = state.value;
         entry.folder.controllersRecursive().forEach((c) => c.updateDisplay());
       }
     }
+  }
+
+  describe(parameter, value) {
+    if (parameter.type === 'link') return value == null ? '(none)' : (this.nameOf(value)?.name ?? `object ${value}`);
+    if (parameter.type === 'matrix') return 'matrix';
+    return String(value ?? '');
   }
 
   clear() {
@@ -133,9 +168,13 @@ export class Panel {
   }
 }
 
-function describe(parameter, value) {
-  if (parameter.type === 'curve') return value?.knots ? `${value.knots.length} knots` : (value?.preset ?? 'curve');
-  if (parameter.type === 'link') return value == null ? '(none)' : `node ${value}`;
-  if (parameter.type === 'fieldlist') return 'fields';
-  return String(value ?? '');
+// A drop-down of a choice with the icon of the chosen member beside it.
+function withIcon(controller, choices) {
+  const icon = document.createElement('span');
+  icon.className = 'icon';
+  controller.$widget.prepend(icon);
+  const show = () => { icon.style.cssText = iconStyle(choices.find((c) => c.name === controller.getValue())?.icon); };
+  const update = controller.updateDisplay.bind(controller);
+  controller.updateDisplay = () => { update(); show(); return controller; };
+  show();
 }

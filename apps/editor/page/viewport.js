@@ -19,7 +19,10 @@ export class Viewport {
     sun.position.set(0.5, 1, 0.3);
     this.scene.add(sun);
     this.material = new THREE.MeshStandardMaterial({ vertexColors: true, roughness: 0.9, flatShading: false });
-    this.terrains = new Map();  // terrain id -> mesh
+    this.hullMaterial = new THREE.MeshStandardMaterial({ color: 0x6b625a, roughness: 1, side: THREE.DoubleSide });
+    this.lineMaterial = new THREE.LineBasicMaterial({ color: 0xf0c040 });
+    this.terrains = new Map();  // terrain id -> mesh, with its hull and isoparms as children
+    this.showIsoparms = true;
     this.framed = false;
     new ResizeObserver(() => this.resize()).observe(canvas);
     this.resize();
@@ -52,7 +55,7 @@ export class Viewport {
     let mesh = this.terrains.get(terrain.id);
     const count = columns * rows;
     if (!mesh || mesh.userData.columns !== columns || mesh.userData.rows !== rows) {
-      if (mesh) { this.scene.remove(mesh); mesh.geometry.dispose(); }
+      if (mesh) { this.scene.remove(mesh); mesh.traverse((object) => object.geometry.dispose()); }
       const geometry = new THREE.BufferGeometry();
       geometry.setAttribute('position', new THREE.BufferAttribute(new Float32Array(count * 3), 3));
       geometry.setAttribute('normal', new THREE.BufferAttribute(new Float32Array(count * 3), 3));
@@ -72,14 +75,17 @@ export class Viewport {
       this.terrains.set(terrain.id, mesh);
     }
     this.fill(mesh, terrain, values);
+    this.extras(mesh, terrain);
     if (!this.framed) { this.frame(mesh); this.framed = true; }
     this.draw();
   }
 
   // Positions, normals from the grid's central differences (one-sided at the border) and
-  // colours in one pass: grass on the flats, rock on the slopes, snow on the heights.
+  // colours in one pass: grass on the flats, rock on the slopes, snow on the heights. A
+  // curved terrain lies on its sphere, as the build places it, and takes the mesh's normals.
   fill(mesh, terrain, values) {
     const { columns, rows, sizeX, sizeZ } = terrain;
+    const curvature = terrain.mesh?.curvature;
     const attributes = mesh.geometry.attributes;
     const position = attributes.position.array, normal = attributes.normal.array, colour = attributes.color.array;
     const stepX = columns > 1 ? sizeX / (columns - 1) : 1, stepZ = rows > 1 ? sizeZ / (rows - 1) : 1;
@@ -97,6 +103,7 @@ export class Viewport {
         position[k] = x * stepX - sizeX / 2;
         position[k + 1] = h;
         position[k + 2] = y * stepZ - sizeZ / 2;
+        if (curvature) place(position, k, curvature, h);
         normal[k] = -gx / length;
         normal[k + 1] = 1 / length;
         normal[k + 2] = -gz / length;
@@ -111,12 +118,73 @@ export class Viewport {
       }
     }
     attributes.position.needsUpdate = attributes.normal.needsUpdate = attributes.color.needsUpdate = true;
+    if (curvature) mesh.geometry.computeVertexNormals();
     mesh.geometry.computeBoundingSphere();
   }
 
+  // The hull (a skirt from the border down to its depth, closed below) and the isoparm
+  // outline (the borders and n inner lines each way), made from the surface's points.
+  extras(mesh, terrain) {
+    for (const child of [...mesh.children]) { mesh.remove(child); child.geometry.dispose(); }
+    const { columns, rows } = terrain;
+    const points = mesh.geometry.attributes.position.array;
+    const options = terrain.mesh ?? {};
+    if (options.hull != null && columns > 1 && rows > 1) {
+      const ring = [];
+      for (let x = 0; x < columns - 1; ++x) ring.push(x);
+      for (let y = 0; y < rows - 1; ++y) ring.push(y * columns + columns - 1);
+      for (let x = columns - 1; x > 0; --x) ring.push((rows - 1) * columns + x);
+      for (let y = rows - 1; y > 0; --y) ring.push(y * columns);
+      const n = ring.length;
+      const vertices = new Float32Array((2 * n + 1) * 3);
+      ring.forEach((p, i) => {
+        vertices.set([points[3 * p], points[3 * p + 1], points[3 * p + 2]], 3 * i);
+        vertices.set([points[3 * p], -options.hull, points[3 * p + 2]], 3 * (n + i));
+      });
+      vertices.set([0, -options.hull, 0], 6 * n);
+      const index = [];
+      for (let i = 0; i < n; ++i) {
+        const j = (i + 1) % n;
+        index.push(i, n + i, j, j, n + i, n + j, n + i, 2 * n, n + j);
+      }
+      const geometry = new THREE.BufferGeometry();
+      geometry.setAttribute('position', new THREE.BufferAttribute(vertices, 3));
+      geometry.setIndex(index);
+      geometry.computeVertexNormals();
+      mesh.add(new THREE.Mesh(geometry, this.hullMaterial));
+    }
+    if (this.showIsoparms && columns > 1 && rows > 1) {
+      const segments = [];
+      const line = (at, count, step) => {
+        for (let t = 0; t + 1 < count; ++t) {
+          const a = 3 * (at + t * step), b = a + 3 * step;
+          segments.push(points[a], points[a + 1], points[a + 2], points[b], points[b + 1], points[b + 2]);
+        }
+      };
+      const direction = (extent, count, along) => {
+        const inner = Math.max(0, Math.min(options.isoparms ?? 1, extent - 2));
+        for (let k = 0; k <= inner + 1; ++k) {
+          const index = Math.round((k / (inner + 1)) * (extent - 1));
+          if (along) line(index * columns, columns, 1); else line(index, rows, columns);
+        }
+      };
+      direction(rows, columns, true);
+      direction(columns, rows, false);
+      const geometry = new THREE.BufferGeometry();
+      geometry.setAttribute('position', new THREE.BufferAttribute(new Float32Array(segments), 3));
+      mesh.add(new THREE.LineSegments(geometry, this.lineMaterial));
+    }
+  }
+
+  forgetAll() { this.forget(new Set()); this.framed = false; }
+
   forget(ids) {
     for (const [id, mesh] of this.terrains)
-      if (!ids.has(id)) { this.scene.remove(mesh); mesh.geometry.dispose(); this.terrains.delete(id); }
+      if (!ids.has(id)) {
+        this.scene.remove(mesh);
+        mesh.traverse((object) => object.geometry.dispose());
+        this.terrains.delete(id);
+      }
     this.draw();
   }
 
@@ -132,4 +200,17 @@ export class Viewport {
     this.controls.update();
     this.draw();
   }
+}
+
+// A flat point lifted by h along its sphere's normal, as the build places a curved terrain:
+// the sphere's centre lies a radius below the plane (above it when inverted).
+function place(position, k, { radius, invert }, h) {
+  const cy = invert ? radius : -radius;
+  const dx = position[k], dy = -cy, dz = position[k + 2];
+  const length = Math.hypot(dx, dy, dz) || 1;
+  const ux = dx / length, uy = dy / length, uz = dz / length;
+  const sign = invert ? -1 : 1;
+  position[k] = ux * radius + sign * ux * h;
+  position[k + 1] = cy + uy * radius + sign * uy * h;
+  position[k + 2] = uz * radius + sign * uz * h;
 }

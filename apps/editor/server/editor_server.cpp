@@ -14,6 +14,7 @@
 
 #include "editor_session.h"
 #include "platform/document.h"
+#include "platform/host.h"
 
 namespace editor {
 
@@ -67,6 +68,7 @@ const char* ContentType(const std::filesystem::path& file) {
   if (ending == ".css") return "text/css; charset=utf-8";
   if (ending == ".png") return "image/png";
   if (ending == ".svg") return "image/svg+xml";
+  if (ending == ".md" || ending == ".txt") return "text/plain; charset=utf-8";
   return "application/octet-stream";
 }
 
@@ -117,12 +119,13 @@ struct EditorServer::Impl {
     return true;
   }
 
-  void ServeFile(const std::filesystem::path& relative, httplib::Response& response) const {
-    // Only plain names below the page folder: no "..", no absolute paths.
+  static void ServeFile(const std::filesystem::path& folder, const std::filesystem::path& relative,
+                        httplib::Response& response) {
+    // Only plain names below the folder: no "..", no absolute paths.
     for (const auto& part : relative)
       if (part == ".." || part == "." || part.empty() || relative.is_absolute())
         return Fail(response, 404, "Not found.");
-    const std::filesystem::path file = options.pageFolder / relative;
+    const std::filesystem::path file = folder / relative;
     std::ifstream stream(file, std::ios::binary);
     if (!stream) return Fail(response, 404, "Not found.");
     response.set_content(std::string(std::istreambuf_iterator<char>(stream), {}), ContentType(file));
@@ -143,13 +146,22 @@ struct EditorServer::Impl {
     });
 
     http.Get("/", [this](const httplib::Request&, httplib::Response& response) {
-      ServeFile("index.html", response);
+      ServeFile(options.pageFolder, "index.html", response);
       // Modules and images load without the token in their address; the cookie carries it,
       // never to another site.
       response.set_header("Set-Cookie", std::string(kCookie) + "=" + token + "; Path=/; HttpOnly; SameSite=Strict");
     });
     http.Get(R"(/page/(.+))", [this](const httplib::Request& request, httplib::Response& response) {
-      ServeFile(std::filesystem::path(request.matches[1].str()), response);
+      ServeFile(options.pageFolder, std::filesystem::path(request.matches[1].str()), response);
+    });
+    // The documentation that the help command opens.
+    http.Get(R"(/docs/(.+))", [](const httplib::Request& request, httplib::Response& response) {
+      ServeFile(platform::DocumentationFolder(), std::filesystem::path(request.matches[1].str()), response);
+    });
+    http.Get("/api/files", [this](const httplib::Request& request, httplib::Response& response) {
+      auto listing = session->Files(request.get_param_value("folder"), request.get_param_value("all") == "1");
+      if (!listing) return Fail(response, 403, listing.error().message);
+      Reply(response, 200, *listing);
     });
     http.Get("/api/types",
              [this](const httplib::Request&, httplib::Response& response) { Reply(response, 200, session->Types()); });
@@ -239,7 +251,8 @@ platform::Result<std::unique_ptr<EditorServer>> EditorServer::Create(platform::H
                                .error());
   auto impl = std::make_unique<Impl>();
   impl->options = std::move(options);
-  impl->session = std::make_unique<EditorSession>(host, std::move(document), impl->options.scene);
+  impl->session =
+      std::make_unique<EditorSession>(host, std::move(document), impl->options.scene, impl->options.folders);
   impl->Routes();
   impl->port = impl->options.port == 0
                    ? impl->http.bind_to_any_port("127.0.0.1")

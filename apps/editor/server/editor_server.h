@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "platform/result.h"
 
@@ -19,6 +20,8 @@ struct ServerOptions {
   int port = 0;                      // 0: a free port
   std::filesystem::path pageFolder;  // index.html, the modules and the icon sheets
   std::filesystem::path scene;       // where Save writes; empty for the default landscape
+  // Besides the scene's folder, where the page's file dialogs may open, save and export.
+  std::vector<std::filesystem::path> folders;
 };
 
 // The editor's HTTP server on the loopback interface: the page, its API and an event

@@ -3,10 +3,14 @@
 #include <chrono>
 #include <utility>
 
+#include "common/vlgd_icons.h"
 #include "object/terrainobject.h"
 #include "platform/command.h"
 #include "platform/description.h"
+#include "platform/field_list.h"
+#include "platform/mesh_io.h"
 #include "platform/progress.h"
+#include "platform/scene_codec.h"
 #include "platform/scene_file.h"
 
 namespace editor {
@@ -78,9 +82,13 @@ bool Flag(const Json& request, const char* key) {
   return found != request.end() && found->is_boolean() && found->get<bool>();
 }
 
+Json IconOf(const platform::IconCell* icon) {
+  if (icon == nullptr) return nullptr;
+  return {{"sheet", icon->sheet}, {"x", icon->x}, {"y", icon->y}};
+}
+
 Json IconOf(const platform::PluginInfo& info) {
-  if (!info.icon) return nullptr;
-  return {{"sheet", info.icon->sheet}, {"x", info.icon->x}, {"y", info.icon->y}};
+  return IconOf(info.icon ? &*info.icon : nullptr);
 }
 
 Json TreeOf(const Node* first) {
@@ -92,6 +100,82 @@ Json TreeOf(const Node* first) {
                      {"enabled", node->IsEnabled()},
                      {"children", TreeOf(node->GetDown())}});
   return nodes;
+}
+
+const char* BlendName(platform::FieldBlend blend) {
+  for (const auto& [value, name] : platform::kFieldBlendNames)
+    if (value == blend) return name;
+  return "NORMAL";
+}
+
+// A field list as the page shows it: layers naming their field by node identity.
+Json FieldListJson(const platform::FieldList* list) {
+  Json layers = Json::array();
+  if (list != nullptr)
+    for (const platform::FieldLayer& layer : list->Layers())
+      layers.push_back({{"field", layer.field != 0 ? Json(layer.field) : Json()},
+                        {"opacity", layer.opacity},
+                        {"blend", BlendName(layer.blend)},
+                        {"enabled", layer.enabled}});
+  return {{"layers", std::move(layers)}};
+}
+
+// The page's field list applied to the node's one: only layers that differ are set, so that
+// their dirty counts tell the evaluation what changed.
+Result<platform::FieldList> ReadFieldList(const Json& json, const platform::FieldList* current,
+                                          const platform::Document& doc) {
+  if (!json.is_object() || !json.contains("layers") || !json["layers"].is_array())
+    return std::unexpected(Refused("A field list is {\"layers\": [...]}.").error());
+  platform::FieldList list = current != nullptr ? *current : platform::FieldList();
+  const Json& layers = json["layers"];
+  for (std::size_t i = 0; i < layers.size(); ++i) {
+    const Json& entry = layers[i];
+    const std::string at = "Layer " + std::to_string(i);
+    if (!entry.is_object()) return std::unexpected(Refused(at + " is no object.").error());
+    platform::FieldLayer layer;
+    const Json field = entry.value("field", Json());
+    if (!field.is_null()) {
+      const Node* linked = field.is_number_unsigned() ? doc.FindByIdentity(field.get<std::uint64_t>()) : nullptr;
+      if (linked == nullptr || (linked->GetTypeInfo().objectInfo & platform::OBJECT_FIELD) == 0)
+        return std::unexpected(Refused(at + ": " + field.dump() + " is no field object.").error());
+      layer.field = linked->Identity();
+    }
+    const Json opacity = entry.value("opacity", Json(1.0));
+    if (!opacity.is_number() || !(opacity.get<double>() >= 0.0 && opacity.get<double>() <= 1.0))
+      return std::unexpected(Refused(at + ": the opacity is a number in 0 .. 1.").error());
+    layer.opacity = opacity.get<double>();
+    const Json blend = entry.value("blend", Json("NORMAL"));
+    const auto* found = std::ranges::find_if(platform::kFieldBlendNames, [&](const auto& named) {
+      return blend.is_string() && blend.get<std::string>() == named.second;
+    });
+    if (found == std::end(platform::kFieldBlendNames))
+      return std::unexpected(Refused(at + ": the blend is NORMAL, ADD, MULTIPLY, MAX or MIN.").error());
+    layer.blend = found->first;
+    const Json enabled = entry.value("enabled", Json(true));
+    if (!enabled.is_boolean()) return std::unexpected(Refused(at + ": 'enabled' is true or false.").error());
+    layer.enabled = enabled.get<bool>();
+    const auto index = static_cast<platform::Int>(i);
+    if (i < list.Layers().size()) {
+      if (!(list.Layers()[i] == layer)) (void)list.SetLayer(index, layer);  // the index is in range
+    } else {
+      VLGD_RETURN_IF_ERROR(list.AddLayer(layer));
+    }
+  }
+  while (list.Layers().size() > layers.size()) (void)list.RemoveLayer(static_cast<platform::Int>(layers.size()));
+  return list;
+}
+
+// How the page makes the terrain's mesh from its heights as the build made it: the hull,
+// the isoparm outline and the curvature.
+Json MeshOptions(const platform::ParameterContainer& data) {
+  const bool curved = data.GetBool(VLGD::TERRAINOBJECT_CURVATURE);
+  return {
+      {"hull", data.GetBool(VLGD::TERRAINOBJECT_HULL) && !curved ? Json(data.GetFloat(VLGD::TERRAINOBJECT_HULL_DEPTH))
+                                                                 : Json()},
+      {"isoparms", data.GetInt32(VLGD::TERRAINOBJECT_ISOPARM_LINES, 1)},
+      {"curvature", curved ? Json{{"radius", data.GetFloat(VLGD::TERRAINOBJECT_CURVATURE_RADIUS)},
+                                  {"invert", data.GetBool(VLGD::TERRAINOBJECT_CURVATURE_INVERT)}}
+                           : Json()}};
 }
 
 }  // namespace
@@ -120,21 +204,78 @@ class EditorSession::ProgressRelay final : public platform::ProgressSink {
   EditorSession& session_;
 };
 
+// The dialogs of commands and buttons, answered for the page: messages and documentation
+// pages go back with the reply to the request that caused them; a save dialog takes the
+// file that the request named, or, without one, tells the page which dialog to show so
+// that it asks the user and sends the request again with the answer.
+class EditorSession::Dialogs final : public platform::UserInterface {
+ public:
+  std::optional<std::filesystem::path> SaveFileDialog(std::string_view title, std::string_view proposedName,
+                                                      std::string_view suffix) override {
+    const std::lock_guard lock(mutex_);
+    if (answer_) return std::exchange(answer_, std::nullopt);
+    asked_ = {{"title", title}, {"name", proposedName}, {"suffix", suffix}};
+    return std::nullopt;
+  }
+  void MessageDialog(std::string_view text) override {
+    const std::lock_guard lock(mutex_);
+    messages_.emplace_back(text);
+  }
+  std::optional<std::filesystem::path> OpenPage(const std::filesystem::path& page) override {
+    const std::filesystem::path relative = page.lexically_relative(platform::DocumentationFolder());
+    if (relative.empty() || *relative.begin() == "..") return page;
+    const std::lock_guard lock(mutex_);
+    page_ = "/docs/" + relative.generic_string();
+    return std::nullopt;
+  }
+
+  void Begin(std::optional<std::filesystem::path> answer) {
+    const std::lock_guard lock(mutex_);
+    answer_ = std::move(answer);
+    asked_ = nullptr;
+    page_.clear();
+  }
+  // What the request's dialogs said, into its reply.
+  void End(Json& reply) {
+    const std::lock_guard lock(mutex_);
+    if (!reply.is_object()) reply = Json::object();
+    if (!messages_.empty()) reply["messages"] = std::exchange(messages_, {});
+    if (!asked_.is_null()) reply["dialog"] = std::exchange(asked_, nullptr);
+    if (!page_.empty()) reply["page"] = std::exchange(page_, {});
+    answer_.reset();
+  }
+
+ private:
+  std::mutex mutex_;
+  std::optional<std::filesystem::path> answer_;
+  Json asked_;
+  std::vector<std::string> messages_;
+  std::string page_;
+};
+
 EditorSession::EditorSession(platform::Host& host, std::unique_ptr<platform::Document> document,
-                             std::filesystem::path scene)
+                             std::filesystem::path scene, const std::vector<std::filesystem::path>& folders)
     : host_(host),
       document_(std::move(document)),
       scene_(std::move(scene)),
+      folders_(folders),
+      dialogs_(std::make_unique<Dialogs>()),
+      hostInterface_(&host.GetUserInterface()),
       help_(platform::ParameterHelp::LoadFile(platform::ParameterHelp::DefaultFile())),
       progress_(std::make_unique<ProgressRelay>(*this)) {
   std::error_code error;
-  if (!scene_.empty()) sceneTime_ = std::filesystem::last_write_time(scene_, error);
+  if (!scene_.empty()) {
+    sceneTime_ = std::filesystem::last_write_time(scene_, error);
+    folders_.AddRoot(std::filesystem::absolute(scene_, error).parent_path());
+  }
+  host_.SetUserInterface(*dialogs_);
   builder_ = std::thread([this] { BuildLoop(); });
 }
 
 EditorSession::~EditorSession() {
   Close();
   if (builder_.joinable()) builder_.join();
+  host_.SetUserInterface(*hostInterface_);
 }
 
 void EditorSession::Close() {
@@ -186,8 +327,12 @@ Json EditorSession::Types() const {
       if (parameter.maximum) entry["maximum"] = *parameter.maximum;
       if (const platform::Enumeration* choice = registry.Enumerations().Find(parameter.enumeration)) {
         Json members = Json::array();
-        for (const platform::EnumMember& member : choice->members)
-          members.push_back({{"name", member.name}, {"value", member.value}});
+        for (const platform::EnumMember& member : choice->members) {
+          Json named = {{"name", member.name}, {"value", member.value}};
+          if (choice->name == "BLENDMODE" && member.value >= 0 && member.value < std::ssize(VLGD::kBlendModeIconIds))
+            named["icon"] = IconOf(registry.FindIcon(VLGD::kBlendModeIconIds[member.value]));
+          members.push_back(std::move(named));
+        }
         entry["choices"] = std::move(members);
       }
       parameters.push_back(std::move(entry));
@@ -199,7 +344,10 @@ Json EditorSession::Types() const {
                                      {"icon", IconOf(*info)},
                                      {"parameters", std::move(parameters)}};
   }
-  return {{"menu", std::move(types)}, {"nodeTypes", std::move(described)}};
+  Json presets = Json::array();
+  if (const platform::Enumeration* curves = registry.Enumerations().Find("SPLINEDATAPRESET"))
+    for (const platform::EnumMember& member : curves->members) presets.push_back(member.name);
+  return {{"menu", std::move(types)}, {"nodeTypes", std::move(described)}, {"curvePresets", std::move(presets)}};
 }
 
 Json EditorSession::State() {
@@ -221,8 +369,13 @@ Json EditorSession::State() {
     const std::lock_guard versions(versionMutex_);
     version = versions_.document;
   }
+  const platform::ParameterContainer& preferences = doc.GetWorldPluginData(VLGD::ID_PREFERENCES);
   return {{"version", version},
           {"scene", scene_.string()},
+          {"preferences",
+           {{"maxResolution", preferences.GetInt32(VLGD::PREFS_MAX_RESOLUTION, VLGD::kDefaultMaxResolution)},
+            {"showOverlay", preferences.GetBool(VLGD::PREFS_SHOW_OVERLAY, true)},
+            {"fromScene", doc.WorldOverrides().contains(VLGD::ID_PREFERENCES)}}},
           {"tree", TreeOf(first)},
           {"selection", std::move(selection)},
           {"commands", std::move(commands)},
@@ -243,6 +396,8 @@ Json EditorSession::NodeValues(std::uint64_t identity) {
         const platform::Value* link = node->GetData().Find(parameter.id);
         const Node* target = link ? document_->Resolve(std::get<platform::NodeLink>(link->Data())) : nullptr;
         entry["value"] = target ? Json(target->Identity()) : Json();
+      } else if (parameter.type == ValueType::FIELDLIST) {
+        entry["value"] = FieldListJson(node->GetData().GetFieldList(parameter.id));
       } else if (auto written = platform::WriteParameterValue(*node, parameter)) {
         entry["value"] = Json::parse(*written, nullptr, false);
       }
@@ -257,18 +412,110 @@ Json EditorSession::NodeValues(std::uint64_t identity) {
 
 Result<Json> EditorSession::Apply(const Json& request) {
   if (!request.is_object()) return std::unexpected(Refused("A request is a JSON object.").error());
-  // A running build stops at its next break test, so the edit waits for no more than that;
-  // a selection changes nothing that is built.
-  const auto action = request.find("action");
-  const bool rebuilds = action == request.end() || !action->is_string() || *action != "select";
-  if (rebuilds) cancel_.Cancel();
+  const auto found = request.find("action");
+  const std::string action = found != request.end() && found->is_string() ? found->get<std::string>() : "";
+  // A selection or a save changes nothing that is built. A button may read the build (the
+  // export), so it waits for the running one; any other edit stops it at its next break
+  // test rather than waiting for it.
+  const bool rebuilds = action != "select" && action != "save" && action != "export";
+  if (action == "button" || action == "export")
+    WaitForBuild();
+  else if (rebuilds)
+    cancel_.Cancel();
   Result<Json> reply = Json();
   {
     const std::lock_guard lock(documentMutex_);
+    std::optional<std::filesystem::path> answer;
+    if (action == "button" && request.contains("file")) {
+      VLGD_ASSIGN_OR_RETURN(const std::string file, Field<std::string>(request, "file"));
+      const std::lock_guard folders(folderMutex_);
+      VLGD_ASSIGN_OR_RETURN(answer, folders_.Resolve(file));
+    }
+    dialogs_->Begin(std::move(answer));
     reply = ApplyLocked(request);
+    Json said;
+    dialogs_->End(reply ? *reply : said);
   }
   if (reply && rebuilds) RequestBuild();
   return reply;
+}
+
+void EditorSession::WaitForBuild() {
+  std::unique_lock lock(versionMutex_);
+  changed_.wait(lock, [&] { return closing_ || finishedBuild_ == wantedBuild_; });
+}
+
+Result<Json> EditorSession::Files(const std::string& folder, bool showAll) {
+  const std::lock_guard lock(folderMutex_);
+  return folders_.List(folder, showAll);
+}
+
+Result<Json> EditorSession::SetPreferences(const Json& request) {
+  platform::Preferences& preferences = host_.GetPreferences();
+  platform::ParameterContainer& page = preferences.GetWorldPluginData(VLGD::ID_PREFERENCES);
+  platform::ParameterContainer before;
+  VLGD_RETURN_IF_ERROR(before.CopyFrom(page));
+  if (request.contains("maxResolution")) {
+    VLGD_ASSIGN_OR_RETURN(const platform::Int32 cap, Field<platform::Int32>(request, "maxResolution"));
+    if (cap < 1 || cap > VLGD::kHardMaxResolution)
+      return std::unexpected(
+          Refused("The maximum resolution is 1 .. " + std::to_string(VLGD::kHardMaxResolution) + ".").error());
+    VLGD_RETURN_IF_ERROR(page.Set(VLGD::PREFS_MAX_RESOLUTION, cap));
+  }
+  if (request.contains("showOverlay")) {
+    VLGD_ASSIGN_OR_RETURN(const bool shown, Field<bool>(request, "showOverlay"));
+    VLGD_RETURN_IF_ERROR(page.Set(VLGD::PREFS_SHOW_OVERLAY, shown));
+  }
+  // Stored where every front-end reads them; a failed save takes the change back.
+  if (platform::Status saved = preferences.Save(platform::Preferences::DefaultFile()); !saved) {
+    (void)page.CopyFrom(before);  // restores what was there
+    return std::unexpected(saved.error());
+  }
+  for (Node* node : document_->AllNodes()) (void)node->Message(VLGD::ID_PREFERENCES);
+  return Json::object();
+}
+
+Result<Json> EditorSession::Open(const Json& request) {
+  VLGD_ASSIGN_OR_RETURN(const std::string file, Field<std::string>(request, "file"));
+  std::filesystem::path path;
+  {
+    const std::lock_guard folders(folderMutex_);
+    VLGD_ASSIGN_OR_RETURN(path, folders_.Resolve(file));
+  }
+  VLGD_ASSIGN_OR_RETURN(std::unique_ptr<platform::Document> opened, platform::LoadSceneFile(host_, path));
+  document_ = std::move(opened);
+  scene_ = path;
+  std::error_code error;
+  sceneTime_ = std::filesystem::last_write_time(scene_, error);
+  const std::lock_guard versions(versionMutex_);
+  built_.clear();
+  return Json{{"opened", scene_.string()}};
+}
+
+Result<Json> EditorSession::Save(const Json& request) {
+  std::filesystem::path target = scene_;
+  const bool saveAs = request.contains("file");
+  if (saveAs) {
+    VLGD_ASSIGN_OR_RETURN(const std::string file, Field<std::string>(request, "file"));
+    const std::lock_guard folders(folderMutex_);
+    VLGD_ASSIGN_OR_RETURN(target, folders_.Resolve(file));
+  }
+  if (target.empty()) return std::unexpected(Refused("This scene has no file yet.").error());
+  // A file changed on disk since it was loaded (by another program, another editor) is
+  // overwritten only when the user says so; so is another existing file saved over.
+  std::error_code error;
+  const auto onDisk = std::filesystem::last_write_time(target, error);
+  const bool newer = !error && (saveAs ? target != scene_ : onDisk > sceneTime_);
+  if (newer && !Flag(request, "overwrite"))
+    return std::unexpected(
+        Refused("\"" + target.string() +
+                (saveAs && target != scene_ ? "\" exists; save again to overwrite it."
+                                            : "\" changed on disk since it was opened; save again to overwrite it."))
+            .error());
+  VLGD_RETURN_IF_ERROR(platform::SaveSceneFile(*document_, target));
+  scene_ = target;
+  sceneTime_ = std::filesystem::last_write_time(scene_, error);
+  return Json{{"saved", scene_.string()}};
 }
 
 Result<Json> EditorSession::ApplyLocked(const Json& request) {
@@ -326,6 +573,10 @@ Result<Json> EditorSession::ApplyLocked(const Json& request) {
         link.target = linked->Identity();
       }
       value = platform::Value(link);
+    } else if (parameter->type == ValueType::FIELDLIST) {
+      VLGD_ASSIGN_OR_RETURN(platform::FieldList list,
+                            ReadFieldList(json, target->GetData().GetFieldList(parameter->id), doc));
+      value = platform::Value(std::move(list));
     } else {
       VLGD_ASSIGN_OR_RETURN(value, platform::ReadParameterValue(*target, *parameter, json.dump()));
     }
@@ -423,19 +674,28 @@ Result<Json> EditorSession::ApplyLocked(const Json& request) {
     VLGD_ASSIGN_OR_RETURN(const bool done, platform::ExecuteCommand(doc, *command, {.modifier = modifier}));
     return changed({{"done", done}});
   }
-  if (action == "save") {
-    if (scene_.empty()) return std::unexpected(Refused("This scene has no file yet.").error());
-    // A file changed on disk since it was loaded (by another program, another editor) is
-    // overwritten only when the user says so.
+  if (action == "export") {
+    // The mesh of the last build, as the command-line tool writes it.
+    VLGD_ASSIGN_OR_RETURN(Node * terrain, node("node"));
+    VLGD_ASSIGN_OR_RETURN(const std::string file, Field<std::string>(request, "file"));
+    std::filesystem::path target;
+    {
+      const std::lock_guard folders(folderMutex_);
+      VLGD_ASSIGN_OR_RETURN(target, folders_.Resolve(file));
+    }
     std::error_code error;
-    const auto onDisk = std::filesystem::last_write_time(scene_, error);
-    if (!error && onDisk > sceneTime_ && !Flag(request, "overwrite"))
-      return std::unexpected(
-          Refused("\"" + scene_.string() + "\" changed on disk since it was opened; save again to overwrite it.")
-              .error());
-    VLGD_RETURN_IF_ERROR(platform::SaveSceneFile(doc, scene_));
-    sceneTime_ = std::filesystem::last_write_time(scene_, error);
-    return Json{{"saved", scene_.string()}};
+    if (std::filesystem::exists(target, error) && !Flag(request, "overwrite"))
+      return std::unexpected(Refused("\"" + target.string() + "\" exists; export again to overwrite it.").error());
+    const std::shared_ptr<const platform::GeometryObject> mesh = terrain->ShareCache();
+    if (mesh == nullptr) return std::unexpected(Refused("'" + terrain->GetName() + "' has no built mesh.").error());
+    VLGD_RETURN_IF_ERROR(platform::WriteGeometry(*mesh, target));
+    return Json{{"exported", target.string()}};
+  }
+  if (action == "save" || action == "open" || action == "preferences") {
+    VLGD_ASSIGN_OR_RETURN(Json reply, action == "save"   ? Save(request)
+                                      : action == "open" ? Open(request)
+                                                         : SetPreferences(request));
+    return changed(std::move(reply));
   }
   if (action == "undo" || action == "redo") {
     const bool done = action == "undo" ? doc.DoUndo() : doc.DoRedo();
@@ -503,12 +763,14 @@ void EditorSession::BuildLoop() {
                              {"minimum", grid->IsMinMaxValid() ? grid->Minimum() : 0.0},
                              {"maximum", grid->IsMinMaxValid() ? grid->Maximum() : 0.0},
                              {"memory", data.GetString(VLGD::TERRAINOBJECT_MEMORY_INFO)},
+                             {"mesh", MeshOptions(data)},
                              {"operators", std::move(operators)}}});
       }
       summary = {{"seconds", seconds}, {"error", status ? "" : status.error().message}};
     }
     const std::lock_guard lock(versionMutex_);
     done = wanted;
+    finishedBuild_ = wanted;
     built_ = std::move(terrains);
     Json list = Json::array();
     for (const BuiltTerrain& terrain : built_) list.push_back(terrain.overlay);

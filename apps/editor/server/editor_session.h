@@ -12,6 +12,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "editor_files.h"
 #include "platform/cancellation.h"
 #include "platform/document.h"
 #include "platform/host.h"
@@ -44,7 +45,9 @@ struct Versions {
 // a running build through the break flag, so the newest edit is the one that gets built.
 class EditorSession {
  public:
-  EditorSession(platform::Host& host, std::unique_ptr<platform::Document> document, std::filesystem::path scene);
+  // `folders`: besides the scene's, the folders the page's file dialogs may reach.
+  EditorSession(platform::Host& host, std::unique_ptr<platform::Document> document, std::filesystem::path scene,
+                const std::vector<std::filesystem::path>& folders = {});
   ~EditorSession();
   EditorSession(const EditorSession&) = delete;
   EditorSession& operator=(const EditorSession&) = delete;
@@ -59,6 +62,9 @@ class EditorSession {
   // Applies one request of the page; an error leaves the document as it was.
   [[nodiscard]] platform::Result<Json> Apply(const Json& request);
 
+  // A folder's listing for the page's file dialogs (see FolderAccess::List).
+  [[nodiscard]] platform::Result<Json> Files(const std::string& folder, bool showAll);
+
   // The last finished build's terrains, and its summary for the page.
   [[nodiscard]] std::vector<BuiltTerrain> Built();
   [[nodiscard]] Json BuildSummary();
@@ -72,14 +78,24 @@ class EditorSession {
 
  private:
   class ProgressRelay;
+  class Dialogs;
   void RequestBuild();
   void BuildLoop();
   [[nodiscard]] platform::Result<Json> ApplyLocked(const Json& request);
+  [[nodiscard]] platform::Result<Json> SetPreferences(const Json& request);
+  [[nodiscard]] platform::Result<Json> Open(const Json& request);
+  [[nodiscard]] platform::Result<Json> Save(const Json& request);
+  // Waits until the build of the last edit has finished: a button (the export) reads it.
+  void WaitForBuild();
 
   platform::Host& host_;
   std::unique_ptr<platform::Document> document_;
   std::filesystem::path scene_;
   std::filesystem::file_time_type sceneTime_{};  // of the file as loaded or last saved
+  std::mutex folderMutex_;                       // folders_, which a save or an open widens
+  FolderAccess folders_;
+  std::unique_ptr<Dialogs> dialogs_;
+  platform::UserInterface* hostInterface_ = nullptr;  // given back when the session ends
   platform::Result<platform::ParameterHelp> help_;
 
   std::mutex documentMutex_;  // the document and everything built from it
@@ -89,6 +105,7 @@ class EditorSession {
   std::condition_variable changed_;
   Versions versions_;
   std::uint64_t wantedBuild_ = 1;
+  std::uint64_t finishedBuild_ = 0;
   bool closing_ = false;
   std::vector<BuiltTerrain> built_;
   Json buildSummary_ = Json::object();
