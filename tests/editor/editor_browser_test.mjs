@@ -20,7 +20,7 @@ writeFileSync(scene, JSON.stringify({
   objects: [
     { type: 'fspherical', name: 'Spot', params: { FIELD_RADIUS: 80.0 } },
     { type: 'oterrain', name: 'Hills',
-      params: { TERRAINOBJECT_RESOLUTION_X: 120, TERRAINOBJECT_RESOLUTION_Z: 100, TERRAINOBJECT_HULL: true },
+      params: { TERRAINOBJECT_RESOLUTION_X: 220, TERRAINOBJECT_RESOLUTION_Z: 200, TERRAINOBJECT_HULL: true },
       children: [
         { type: 'onoiseoperator', name: 'Base', params: { NOISEOPERATOR_SEED: 7, TERRAINOPERATOR_HEIGHTSCALE: 40 } },
         { type: 'ogroupoperator', name: 'Group', children: [{ type: 'onoiseoperator', name: 'Inner' }] },
@@ -129,20 +129,22 @@ try {
     return (await response.json()).values['3001'].value.layers[0]?.field === spot;
   }, [editor.token, base, await idOf('Spot')], { timeout: 10000 });
 
-  // Every enabled command runs from the menu and one undo takes it back.
-  await page.click(`.row[data-id="${base}"]`);
-  const commandNames = ['Increase resolution', 'Decrease resolution', 'Next blend mode', 'Previous blend mode', 'Group operators'];
-  for (const name of commandNames) {
-    const snapshot = JSON.parse((await api('/api/state')).body);
+  // Every command that edits runs from the menu, with what it acts on selected, and one
+  // undo takes it back.
+  for (const [name, selected] of [['Increase resolution', 'Hills'], ['Decrease resolution', 'Hills'],
+    ['Next blend mode', 'Base'], ['Previous blend mode', 'Base'], ['Group operators', 'Base'], ['Ungroup operators', 'Group']]) {
+    await page.click(`.row[data-id="${await idOf(selected)}"]`);
+    await page.waitForFunction(async ([token, id]) => {
+      const response = await fetch('/api/state', { headers: { 'X-Vellgrund-Token': token } });
+      return (await response.json()).selection.at(-1) === id;
+    }, [editor.token, await idOf(selected)]);
+    const snapshot = await state();
     await page.click('#menu-commands > button');
-    const entry = page.locator('#menu-commands .items button', { hasText: name }).first();
-    if (!(await entry.count()) || await entry.isDisabled()) { await page.keyboard.press('Escape'); await page.click('#tree'); continue; }
-    await entry.click();
+    await page.locator('#menu-commands .items button:not([disabled])', { hasText: name }).first().click({ timeout: 5000 });
     await undoDepth(snapshot.undo + 1, `${name} records one undo step`);
     await page.keyboard.press('Control+z');
     await undoDepth(snapshot.undo, `undo of ${name}`);
-    const undone = await state();
-    assert.deepEqual(undone.tree, snapshot.tree, `undo of ${name} restores the tree`);
+    assert.deepEqual((await state()).tree, snapshot.tree, `undo of ${name} restores the tree`);
   }
 
   // Drag an operator into the group.
@@ -160,6 +162,13 @@ try {
   await page.locator('#menu-commands .items button', { hasText: 'About' }).click();
   await page.waitForSelector('dialog[open] pre:has-text("Vellgrund")');
   await page.click('dialog[open] button:has-text("OK")');
+  // The help command opens the documentation, served by the editor, in a new tab.
+  await page.click('#menu-commands > button');
+  const [help] = await Promise.all([page.context().waitForEvent('page'),
+    page.locator('#menu-commands .items button', { hasText: 'Open help' }).click()]);
+  await help.waitForLoadState();
+  assert.match(await help.textContent('body'), /user documentation/);
+  await help.close();
 
   // The mesh of the build, exported through the page's file dialog into the scene's folder.
   await page.click('#menu-file > button');
