@@ -24,9 +24,16 @@ export class Panel {
 
   show(values) {
     if (!values) { this.clear(); return; }
-    if (this.node && this.node.id === values.id && this.node.type === values.type) { this.update(values); return; }
+    // Parameters that a change showed or hid need a new panel; otherwise values update in place.
+    const shown = Object.entries(values.values).filter(([, state]) => state.visible !== false).map(([id]) => id).join();
+    if (this.node && this.node.id === values.id && this.node.type === values.type && this.shown === shown) {
+      this.update(values);
+      return;
+    }
+    const scroll = this.element.scrollTop;
     this.clear();
     this.node = values;
+    this.shown = shown;
     const type = this.types.nodeTypes[values.type];
     this.gui = new GUI({ container: this.element, title: values.name || type.name, width: 320 });
     const folders = new Map([[0, this.gui]]);
@@ -40,6 +47,7 @@ export class Panel {
       controller.domElement.title = parameter.help;
       if (!state.enabled || parameter.readOnly) controller.disable();
     }
+    this.element.scrollTop = scroll;
   }
 
   add(parent, parameter, state) {
