@@ -19,8 +19,8 @@ using platform::Int;
 using platform::Int32;
 using platform::Vector;
 
-std::unique_ptr<platform::PolygonObject> Plane(Float sizeX, Float sizeZ, Int32 segX, Int32 segZ, PLANETESSELATIONMODE mode,
-                                               bool uvw = true) {
+std::unique_ptr<platform::PolygonObject> Plane(Float sizeX, Float sizeZ, Int32 segX, Int32 segZ,
+                                               PLANETESSELATIONMODE mode, bool uvw = true) {
   auto plane = CreatePlaneGeometry(sizeX, sizeZ, segX, segZ, static_cast<Int32>(mode), uvw, nullptr);
   EXPECT_TRUE(plane) << (plane ? "" : plane.error().message);
   return plane ? std::move(*plane) : nullptr;
@@ -30,35 +30,39 @@ std::vector<CPolygon> Polygons(const platform::PolygonObject& object) {
   return {object.GetPolygonR().begin(), object.GetPolygonR().end()};
 }
 
-TEST(PlaneGeometry, SingleCellInEveryMode) {
-  auto quads = Plane(4.0, 2.0, 1, 1, PLANETESSELATIONMODE::QUADS);
-  ASSERT_TRUE(quads);
-  const std::vector<Vector> corners{Vector(-2, 0, 1), Vector(2, 0, 1), Vector(-2, 0, -1), Vector(2, 0, -1)};
-  EXPECT_EQ(std::vector<Vector>(quads->GetPointR().begin(), quads->GetPointR().end()), corners);
-  EXPECT_EQ(Polygons(*quads), (std::vector<CPolygon>{{1, 3, 2, 0}}));
-  EXPECT_EQ(Polygons(*Plane(4.0, 2.0, 1, 1, PLANETESSELATIONMODE::TRIS1)),
-            (std::vector<CPolygon>{{0, 1, 3, 3}, {3, 2, 0, 0}}));
-  EXPECT_EQ(Polygons(*Plane(4.0, 2.0, 1, 1, PLANETESSELATIONMODE::TRIS2)),
-            (std::vector<CPolygon>{{1, 2, 0, 0}, {1, 3, 2, 2}}));
-  // Any stored value other than 1 and 2 means quads.
-  auto unknown = CreatePlaneGeometry(4.0, 2.0, 1, 1, 7, false, nullptr);
-  ASSERT_TRUE(unknown);
-  EXPECT_EQ(Polygons(**unknown), (std::vector<CPolygon>{{1, 3, 2, 0}}));
-  EXPECT_EQ((*unknown)->FindTag(platform::TagType::UVW), nullptr);
+// A cell's polygons from its corners: a, then b in the next column, c and d in the next
+// row. Quads and the two diagonals along which the triangle modes split a cell.
+std::vector<CPolygon> CellPolygons(PLANETESSELATIONMODE mode, Int32 a, Int32 b, Int32 c, Int32 d) {
+  switch (mode) {
+    case PLANETESSELATIONMODE::TRIS1:
+      return {{a, b, d, d}, {d, c, a, a}};
+    case PLANETESSELATIONMODE::TRIS2:
+      return {{b, c, a, a}, {b, d, c, c}};
+    default:
+      return {{b, d, c, a}};
+  }
 }
 
-TEST(PlaneGeometry, LayoutUvsAndWindingOfLargerPlanes) {
+TEST(PlaneGeometry, LayoutUvsAndWindingInEveryMode) {
   const Int32 segX = 5, segZ = 3;
-  for (PLANETESSELATIONMODE mode : {PLANETESSELATIONMODE::QUADS, PLANETESSELATIONMODE::TRIS1, PLANETESSELATIONMODE::TRIS2}) {
+  for (PLANETESSELATIONMODE mode :
+       {PLANETESSELATIONMODE::QUADS, PLANETESSELATIONMODE::TRIS1, PLANETESSELATIONMODE::TRIS2}) {
     SCOPED_TRACE(static_cast<int>(mode));
     auto plane = Plane(10.0, 6.0, segX, segZ, mode);
     ASSERT_TRUE(plane);
     ASSERT_EQ(plane->GetPointCount(), (segX + 1) * (segZ + 1));
-    ASSERT_EQ(plane->GetPolygonCount(), mode == PLANETESSELATIONMODE::QUADS ? segX * segZ : 2 * segX * segZ);
     const auto points = plane->GetPointR();
     for (Int32 r = 0; r <= segZ; ++r)
       for (Int32 c = 0; c <= segX; ++c)
         EXPECT_EQ(points[static_cast<std::size_t>(r * (segX + 1) + c)], Vector(c * 2.0 - 5.0, 0.0, 3.0 - r * 2.0));
+    std::vector<CPolygon> cells;
+    for (Int32 r = 0; r < segZ; ++r)
+      for (Int32 c = 0; c < segX; ++c) {
+        const Int32 a = r * (segX + 1) + c;
+        for (const CPolygon& polygon : CellPolygons(mode, a, a + 1, a + segX + 1, a + segX + 2))
+          cells.push_back(polygon);
+      }
+    EXPECT_EQ(Polygons(*plane), cells);
 
     auto* uvw = static_cast<platform::UVWTag*>(plane->FindTag(platform::TagType::UVW));
     ASSERT_NE(uvw, nullptr);
@@ -71,50 +75,48 @@ TEST(PlaneGeometry, LayoutUvsAndWindingOfLargerPlanes) {
     };
     for (std::size_t p = 0; p < polygons.size(); ++p) {
       const CPolygon& polygon = polygons[p];
-      EXPECT_EQ(uvs[p].a, expectedUv(polygon.a));
-      EXPECT_EQ(uvs[p].b, expectedUv(polygon.b));
-      EXPECT_EQ(uvs[p].c, expectedUv(polygon.c));
-      EXPECT_EQ(uvs[p].d, expectedUv(polygon.d));
-      EXPECT_EQ(polygon.IsTriangle(), mode != PLANETESSELATIONMODE::QUADS);
+      EXPECT_EQ(uvs[p], (platform::UVWStruct{expectedUv(polygon.a), expectedUv(polygon.b), expectedUv(polygon.c),
+                                             expectedUv(polygon.d)}));
       // Every polygon faces up, wound clockwise seen from above (+Y) in our left-handed frame.
       const Vector a = points[static_cast<std::size_t>(polygon.a)];
       const Vector b = points[static_cast<std::size_t>(polygon.b)];
       const Vector c = points[static_cast<std::size_t>(polygon.c)];
       EXPECT_GT(Cross(b - a, c - a).y, 0.0) << p;
     }
-    // Cells split along their fixed diagonal: TRIS1 from a to e, TRIS2 from b to d.
-    if (mode == PLANETESSELATIONMODE::TRIS1) {
-      EXPECT_EQ(polygons[2 * 7], (CPolygon{8, 9, 15, 15}));
-    }
-    if (mode == PLANETESSELATIONMODE::TRIS2) {
-      EXPECT_EQ(polygons[2 * 7 + 1], (CPolygon{9, 15, 14, 14}));
-    }
   }
+  // Any stored value other than 1 and 2 means quads.
+  auto unknown = CreatePlaneGeometry(4.0, 2.0, 1, 1, 7, false, nullptr);
+  ASSERT_TRUE(unknown);
+  EXPECT_EQ(Polygons(**unknown), CellPolygons(PLANETESSELATIONMODE::QUADS, 0, 1, 2, 3));
+  EXPECT_EQ((*unknown)->FindTag(platform::TagType::UVW), nullptr);
 }
 
 TEST(PlaneGeometry, RefusalsAndCancellation) {
-  for (auto [sizeX, sizeZ, segX, segZ] : {std::tuple{0.0, 1.0, 1, 1}, std::tuple{1.0, 0.0, 1, 1},
-                                          std::tuple{1.0, 1.0, 0, 1}, std::tuple{1.0, 1.0, 1, 0}}) {
-    auto refused = CreatePlaneGeometry(sizeX, sizeZ, segX, segZ, 0, true, nullptr);
-    ASSERT_FALSE(refused);
-    EXPECT_EQ(refused.error().message, "A size or segments parameter is 0!");
-    EXPECT_EQ(refused.error().kind, platform::ErrorKind::IllegalArgument);
-  }
-  EXPECT_FALSE(CreatePlaneGeometry(1.0, 1.0, -4, 2, 0, true, nullptr));
-  EXPECT_FALSE(CreatePlaneGeometry(std::numeric_limits<Float>::infinity(), 1.0, 4, 2, 0, true, nullptr));
-
-  // More points than 32-bit polygon indices can address.
-  auto tooLarge = CreatePlaneGeometry(1.0, 1.0, 100000, 100000, 0, true, nullptr);
-  ASSERT_FALSE(tooLarge);
-  EXPECT_EQ(tooLarge.error().message, "Could not allocate PolygonObject!");
-  EXPECT_EQ(tooLarge.error().kind, platform::ErrorKind::OutOfMemory);
-
+  using enum platform::ErrorKind;
+  const Float inf = std::numeric_limits<Float>::infinity();
   platform::CancellationToken token;
   token.Cancel();
-  auto cancelled = CreatePlaneGeometry(10.0, 10.0, 4, 4, 0, true, &token);
-  ASSERT_FALSE(cancelled);
-  EXPECT_EQ(cancelled.error().message, "CreatePlaneGeometry() cancelled!");
-  EXPECT_EQ(cancelled.error().kind, platform::ErrorKind::Cancelled);
+  // The last but one has more points than 32-bit polygon indices can address.
+  const struct {
+    Float sizeX, sizeZ;
+    Int32 segX, segZ;
+    const platform::CancellationToken* thread;
+    const char* message;
+    platform::ErrorKind kind;
+  } refusals[] = {{0.0, 1.0, 1, 1, nullptr, "A size or segments parameter is 0!", IllegalArgument},
+                  {1.0, 0.0, 1, 1, nullptr, "A size or segments parameter is 0!", IllegalArgument},
+                  {1.0, 1.0, 0, 1, nullptr, "A size or segments parameter is 0!", IllegalArgument},
+                  {1.0, 1.0, 1, 0, nullptr, "A size or segments parameter is 0!", IllegalArgument},
+                  {1.0, 1.0, -4, 2, nullptr, "A segments parameter is negative!", IllegalArgument},
+                  {inf, 1.0, 4, 2, nullptr, "A size parameter is not a finite number!", IllegalArgument},
+                  {1.0, 1.0, 100000, 100000, nullptr, "Could not allocate PolygonObject!", OutOfMemory},
+                  {10.0, 10.0, 4, 4, &token, "CreatePlaneGeometry() cancelled!", Cancelled}};
+  for (const auto& r : refusals) {
+    auto refused = CreatePlaneGeometry(r.sizeX, r.sizeZ, r.segX, r.segZ, 0, true, r.thread);
+    ASSERT_FALSE(refused) << r.message;
+    EXPECT_EQ(refused.error().message, r.message);
+    EXPECT_EQ(refused.error().kind, r.kind) << r.message;
+  }
   token.Reset();
   EXPECT_TRUE(CreatePlaneGeometry(10.0, 10.0, 4, 4, 0, true, &token));
 }
@@ -159,14 +161,14 @@ TEST(CurrentStateTest, BuildsACloneAndPlacesTheResultWithTheGlobalMatrix) {
   EXPECT_EQ(generator->GetCache(), nullptr);  // the original was not built
   EXPECT_EQ(doc.AllNodes().size(), 2u);
 
-  const auto ErrorOf = [](const Node* node) {
-    auto failed = VLGD::GetCurrentState(node, {});
-    return failed ? std::string("no error") : failed.error().message;
-  };
-  EXPECT_EQ(ErrorOf(nullptr), "objectPtr must not be NULL!");
   ASSERT_TRUE(generator->SetParameter(kTestFloat, 9.0));  // the test generator fails above 5
-  EXPECT_EQ(ErrorOf(generator), "An error occurred while executing MCOMMAND_CURRENTSTATETOOBJECT!");
-  EXPECT_EQ(ErrorOf(parent), "An error occurred while executing MCOMMAND_CURRENTSTATETOOBJECT!");
+  for (const auto& [node, message] : {std::pair<const Node*, std::string>{nullptr, "objectPtr must not be NULL!"},
+                                      {generator, "An error occurred while executing MCOMMAND_CURRENTSTATETOOBJECT!"},
+                                      {parent, "An error occurred while executing MCOMMAND_CURRENTSTATETOOBJECT!"}}) {
+    auto failed = VLGD::GetCurrentState(node, {});
+    ASSERT_FALSE(failed) << message;
+    EXPECT_EQ(failed.error().message, message);
+  }
 }
 
 }  // namespace

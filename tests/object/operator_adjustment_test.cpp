@@ -40,15 +40,6 @@ TEST(AdjustmentOperatorTest, ScalesThenShiftsAbsolutelyOrByTheInputRange) {
   unranged.ResetRange();
   ASSERT_TRUE(a.Compute(unranged));
   EXPECT_EQ(a.Out(2), 1.0);
-  ASSERT_TRUE(a.Compute(Row({})));
-  EXPECT_EQ(a.Result().Count(), 0);
-
-  // Missing parameters read as scale 1, offset 0, absolute.
-  for (const ParameterId id : {ADJUSTMENTOPERATOR_SCALE, ADJUSTMENTOPERATOR_OFFSET_RELATIVE, ADJUSTMENTOPERATOR_OFFSET,
-                               ADJUSTMENTOPERATOR_RELATIVE})
-    a.Remove(id);
-  ASSERT_TRUE(a.Compute(in));
-  EXPECT_TRUE(Identical(a.Result(), in));
 }
 
 TEST(AdjustmentOperatorTest, ScenesOfDiskLevelZeroTurnRelativeAndTheSwitchShowsItsOffset) {

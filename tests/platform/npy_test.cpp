@@ -1,10 +1,8 @@
 #include "platform/npy.h"
 
 #include <bit>
-#include <cmath>
 #include <cstdint>
 #include <filesystem>
-#include <fstream>
 #include <iterator>
 #include <limits>
 #include <span>
@@ -31,9 +29,7 @@ NpyFile Parse(const std::string& bytes) {
   NpyFile file;
   EXPECT_GE(bytes.size(), 10u);
   if (bytes.size() < 10) return file;
-  EXPECT_EQ(bytes.substr(0, 6), std::string("\x93NUMPY"));
-  EXPECT_EQ(bytes[6], '\x01');
-  EXPECT_EQ(bytes[7], '\x00');
+  EXPECT_EQ(bytes.substr(0, 8), std::string("\x93NUMPY\x01\x00", 8));  // version 1.0
   const std::size_t headerLength =
       static_cast<std::uint8_t>(bytes[8]) | (static_cast<std::size_t>(static_cast<std::uint8_t>(bytes[9])) << 8);
   file.dataOffset = 10 + headerLength;
@@ -57,30 +53,28 @@ NpyFile Parse(const std::string& bytes) {
 
 TEST(NpyTest, WritesRowMajorFloat64WithAlignedHeader) {
   TempDir dir;
-  // Row 0 is {1.5, -2.25}; the values include ones that only survive bit-exact copying.
-  const std::vector<Float> values{1.5, -2.25, 0.1, -0.0, std::numeric_limits<Float>::denorm_min(), 3e300};
-  const auto path = dir.File("array.npy");
-  ASSERT_TRUE(WriteNpy(path, values, 3, 2));
-  const NpyFile file = Parse(testing_support::ReadFileBytes(path));
-  EXPECT_EQ(file.dict, "{'descr': '<f8', 'fortran_order': False, 'shape': (3, 2), }");
-  ASSERT_EQ(file.bits.size(), values.size());
-  for (std::size_t i = 0; i < values.size(); ++i) EXPECT_EQ(file.bits[i], std::bit_cast<std::uint64_t>(values[i])) << i;
-
-  // Wide shapes lengthen the header; it still ends on a 64-byte boundary.
-  const std::vector<Float> none;
-  const auto wide = dir.File("wide.npy");
-  ASSERT_TRUE(WriteNpy(wide, none, 1234567890123, 0));
-  const NpyFile wideFile = Parse(testing_support::ReadFileBytes(wide));
-  EXPECT_EQ(wideFile.dict, "{'descr': '<f8', 'fortran_order': False, 'shape': (1234567890123, 0), }");
-  EXPECT_TRUE(wideFile.bits.empty());
-
-  // Rewriting replaces the old file entirely and leaves no temporary.
-  const std::vector<Float> single{7.0};
-  ASSERT_TRUE(WriteNpy(path, single, 1, 1));
-  const NpyFile rewritten = Parse(testing_support::ReadFileBytes(path));
-  EXPECT_EQ(rewritten.dict, "{'descr': '<f8', 'fortran_order': False, 'shape': (1, 1), }");
-  ASSERT_EQ(rewritten.bits.size(), 1u);
-  EXPECT_EQ(rewritten.bits[0], std::bit_cast<std::uint64_t>(7.0));
+  struct Case {
+    const char* name;
+    std::vector<Float> values;
+    Int rows, columns;
+    std::string shape;
+  };
+  // Values that only survive bit-exact copying; a wide shape that lengthens the header, which
+  // still ends on a 64-byte boundary; a rewrite that replaces the old file entirely.
+  const Case cases[] = {
+      {"array.npy", {1.5, -2.25, 0.1, -0.0, std::numeric_limits<Float>::denorm_min(), 3e300}, 3, 2, "3, 2"},
+      {"wide.npy", {}, 1234567890123, 0, "1234567890123, 0"},
+      {"array.npy", {7.0}, 1, 1, "1, 1"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.shape);
+    ASSERT_TRUE(WriteNpy(dir.File(c.name), c.values, c.rows, c.columns));
+    const NpyFile file = Parse(testing_support::ReadFileBytes(dir.File(c.name)));
+    EXPECT_EQ(file.dict, "{'descr': '<f8', 'fortran_order': False, 'shape': (" + c.shape + "), }");
+    std::vector<std::uint64_t> bits;
+    for (const Float value : c.values) bits.push_back(std::bit_cast<std::uint64_t>(value));
+    EXPECT_EQ(file.bits, bits);
+  }
   EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir.Path()), std::filesystem::directory_iterator()), 2);
 }
 
@@ -88,16 +82,14 @@ TEST(NpyTest, RefusesShapesThatDoNotMatchTheValues) {
   TempDir dir;
   const std::vector<Float> six(6, 1.0);
   const std::vector<Float> none;
-  const auto path = dir.File("bad.npy");
   struct Case {
     std::span<const Float> values;
-    Int rows;
-    Int columns;
+    Int rows, columns;
   };
   const Int big = Int{1} << 32;  // big * big wraps to 0 in 64 bits
   for (const Case& c : {Case{six, -3, -2}, Case{six, -1, 2}, Case{six, 3, -2}, Case{six, 3, 3}, Case{six, 2, 2},
                         Case{six, 6, 0}, Case{none, big, big}, Case{six, std::numeric_limits<Int>::max(), 2}}) {
-    Status status = WriteNpy(path, c.values, c.rows, c.columns);
+    Status status = WriteNpy(dir.File("bad.npy"), c.values, c.rows, c.columns);
     ASSERT_FALSE(status) << c.rows << " x " << c.columns;
     EXPECT_EQ(status.error().kind, ErrorKind::IllegalArgument);
   }

@@ -10,14 +10,11 @@ namespace {
 
 TEST(Parameters, TypedReadsConvertNumbersAndFallBackOtherwise) {
   ParameterContainer parameters;
-  ASSERT_TRUE(parameters.Set(10, true));
-  ASSERT_TRUE(parameters.Set(11, Int32{-10}));
-  ASSERT_TRUE(parameters.Set(12, 2.75));
-  ASSERT_TRUE(parameters.Set(13, Int{1} << 40));
-  ASSERT_TRUE(parameters.Set(14, Vector(1.0, 2.0, 3.0)));
-  ASSERT_TRUE(parameters.Set(15, "ridge"));
-  ASSERT_TRUE(parameters.Set(16, NodeLink{77}));
-  ASSERT_TRUE(parameters.Set(17, -1e300));
+  using Entry = std::pair<ParameterId, Value>;
+  for (const auto& [id, value] :
+       {Entry{15, "ridge"}, Entry{10, true}, Entry{17, -1e300}, Entry{11, Int32{-10}}, Entry{12, 2.75},
+        Entry{16, NodeLink{77}}, Entry{13, Int{1} << 40}, Entry{14, Vector(1.0, 2.0, 3.0)}})
+    ASSERT_TRUE(parameters.Set(id, value));
 
   EXPECT_EQ(parameters.GetInt32(10), 1);
   EXPECT_EQ(parameters.GetFloat(11), -10.0);  // an integer stored where a Float is expected

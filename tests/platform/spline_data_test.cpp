@@ -12,6 +12,8 @@
 namespace platform {
 namespace {
 
+constexpr Float kInf = std::numeric_limits<Float>::infinity();
+
 SplineData TwoKnots(Vector right0, Vector left1) {
   SplineData curve;
   EXPECT_TRUE(curve.InsertKnot(0.0, 0.0));
@@ -44,38 +46,18 @@ TEST(SplineDataTest, LinearSplineIsIdentity) {
       EXPECT_EQ(point.z, 0.0);
     }
   }
-  SplineData curve;
-  ASSERT_TRUE(curve.MakeLinearSpline(3));
-  const SplineData before = curve;
-  EXPECT_EQ(curve.MakeLinearSpline(1).error().kind, ErrorKind::IllegalArgument);
-  EXPECT_EQ(curve, before);
 }
 
 TEST(SplineDataTest, EvaluatesTheBezierSegments) {
-  // Horizontal tangents a third of the width long: a smooth S from (0, 0) to (1, 1),
-  // symmetric about the middle.
-  SplineData s;
-  ASSERT_TRUE(s.InsertKnot(0.0, 0.0));
-  ASSERT_TRUE(s.InsertKnot(1.0, 1.0));
-  ASSERT_TRUE(s.SetKnotRightTangent(0, Vector(1.0 / 3.0, 0.0, 0.0)));
-  EXPECT_EQ(s.GetPoint(0.0).y, 0.0);
-  EXPECT_EQ(s.GetPoint(1.0).y, 1.0);
-  Float previous = -1.0;
-  for (int i = 0; i <= 1000; ++i) {
-    const Float x = i / 1000.0;
-    const Float y = s.GetPoint(x).y;
-    EXPECT_GT(y, previous) << "x " << x;
-    EXPECT_NEAR(y, 1.0 - s.GetPoint(1.0 - x).y, 1e-12) << "x " << x;
-    previous = y;
-  }
-
   // Zero tangents put both inner control points on the knots: the straight diagonal,
   // although Bx has no slope at either end, where Newton alone would stall.
   const SplineData straight = TwoKnots(Vector(), Vector());
   for (const Float x : {1e-12, 1e-6, 0.001, 0.3, 0.999, 1.0 - 1e-9}) EXPECT_NEAR(straight.GetPoint(x).y, x, 1e-13);
 
   // Points of the Bezier itself, taken by parameter, must be met within the solve's
-  // tolerance: uneven tangents, a vertical one and a curve that falls.
+  // tolerance: a smooth S of horizontal tangents; uneven tangents, a vertical one and a
+  // curve that falls.
+  SplineData s = TwoKnots(Vector(1.0 / 3.0, 0.0, 0.0), Vector(-1.0 / 3.0, 0.0, 0.0));
   SplineData curve;
   for (const auto& [x, y] : {std::pair{0.0, 0.2}, {0.3, 0.9}, {0.7, 0.1}, {1.0, 0.6}})
     ASSERT_TRUE(curve.InsertKnot(x, y));
@@ -85,12 +67,12 @@ TEST(SplineDataTest, EvaluatesTheBezierSegments) {
   curve.SetKnotLeftTangent(2, Vector(-0.1, 0.2, 0.0));
   curve.SetKnotRightTangent(2, Vector(0.2, -0.4, 0.0));
   curve.SetKnotLeftTangent(3, Vector(-0.01, 0.0, 0.0));
-  for (Int32 k = 0; k + 1 < curve.GetKnotCount(); ++k) {
-    for (int i = 0; i <= 200; ++i) {
-      const Vector expected = BezierPoint(*curve.GetKnot(k), *curve.GetKnot(k + 1), i / 200.0);
-      EXPECT_NEAR(curve.GetPoint(expected.x).y, expected.y, 1e-9) << "segment " << k << ", t " << i / 200.0;
-    }
-  }
+  for (const SplineData* c : {&s, &curve})
+    for (Int32 k = 0; k + 1 < c->GetKnotCount(); ++k)
+      for (int i = 0; i <= 200; ++i) {
+        const Vector expected = BezierPoint(*c->GetKnot(k), *c->GetKnot(k + 1), i / 200.0);
+        ASSERT_NEAR(c->GetPoint(expected.x).y, expected.y, 1e-9) << "segment " << k << ", t " << i / 200.0;
+      }
 
   // A tangent reaching past the neighbour is cut back to the segment, so Bx does not
   // fold and the curve stays continuous.
@@ -113,11 +95,8 @@ TEST(SplineDataTest, OutsideTheKnotsAndDegenerateCurves) {
   for (const Float x : {-1.0, 0.0, 0.4, 0.9, 5.0}) EXPECT_EQ(curve.GetPoint(x), Vector(x, 0.7, 0.0));
 
   ASSERT_TRUE(curve.InsertKnot(0.8, 0.2));
-  EXPECT_EQ(curve.GetPoint(-1.0).y, 0.7);
-  EXPECT_EQ(curve.GetPoint(0.1).y, 0.7);
-  EXPECT_EQ(curve.GetPoint(0.9).y, 0.2);
-  EXPECT_EQ(curve.GetPoint(std::numeric_limits<Float>::infinity()).y, 0.2);
-  EXPECT_EQ(curve.GetPoint(std::numeric_limits<Float>::quiet_NaN()).y, 0.7);
+  for (const auto& [x, y] : {std::pair{-1.0, 0.7}, {0.1, 0.7}, {0.9, 0.2}, {kInf, 0.2}, {std::nan(""), 0.7}})
+    EXPECT_EQ(curve.GetPoint(x).y, y) << x;
 
   // Two knots at one x make a step; x at the step reads the later knot.
   ASSERT_TRUE(curve.InsertKnot(0.6, 0.0));
@@ -130,8 +109,7 @@ TEST(SplineDataTest, OutsideTheKnotsAndDegenerateCurves) {
 TEST(SplineDataTest, KnotEditing) {
   SplineData curve;
   EXPECT_EQ(curve.InsertKnot(0.5, 0.1).value(), 0);
-  EXPECT_EQ(curve.GetKnot(0)->leftTangent, Vector());  // alone: no neighbour on either side
-  EXPECT_EQ(curve.GetKnot(0)->rightTangent, Vector());
+  EXPECT_EQ(*curve.GetKnot(0), SplineKnot{Vector(0.5, 0.1, 0.0)});  // alone: no tangents, no flags
   EXPECT_EQ(curve.InsertKnot(1.0, 0.3).value(), 1);
   EXPECT_EQ(curve.InsertKnot(0.0, 0.2, kKnotFlagBreakTangents).value(), 0);
   EXPECT_EQ(curve.InsertKnot(0.2, 0.4).value(), 1);
@@ -146,12 +124,13 @@ TEST(SplineDataTest, KnotEditing) {
   EXPECT_EQ(curve.GetKnot(4), nullptr);
 
   const SplineData before = curve;
-  EXPECT_EQ(curve.InsertKnot(std::numeric_limits<Float>::quiet_NaN(), 0.0).error().kind, ErrorKind::IllegalArgument);
-  EXPECT_FALSE(curve.InsertKnot(0.3, std::numeric_limits<Float>::infinity()));
+  EXPECT_EQ(curve.InsertKnot(std::nan(""), 0.0).error().kind, ErrorKind::IllegalArgument);
+  EXPECT_EQ(curve.MakeLinearSpline(1).error().kind, ErrorKind::IllegalArgument);
+  EXPECT_FALSE(curve.InsertKnot(0.3, kInf));
   EXPECT_FALSE(curve.SetKnotLeftTangent(4, Vector(1.0, 1.0, 0.0)));
   EXPECT_FALSE(curve.SetKnotRightTangent(-1, Vector(1.0, 1.0, 0.0)));
   EXPECT_FALSE(curve.SetKnotFlags(4, 1));
-  EXPECT_FALSE(curve.SetKnotRightTangent(1, Vector(std::numeric_limits<Float>::quiet_NaN(), 0.0, 0.0)));
+  EXPECT_FALSE(curve.SetKnotRightTangent(1, Vector(std::nan(""), 0.0, 0.0)));
   EXPECT_EQ(curve, before);
 
   EXPECT_TRUE(curve.SetKnotLeftTangent(3, Vector(-0.1, 0.2, 5.0)));
@@ -164,14 +143,10 @@ TEST(SplineDataTest, ConcurrentEvaluationMatchesSerial) {
     ASSERT_TRUE(curve.InsertKnot(x, y));
   curve.SetKnotRightTangent(2, Vector(0.2, -0.3, 0.0));
   constexpr Int kCount = 4001 * 25;
-  std::vector<Float> serial(kCount);
-  std::vector<Float> parallel(kCount);
-  for (Int i = 0; i < kCount; ++i) serial[static_cast<std::size_t>(i)] = curve.GetPoint(Float(i) / (kCount - 1)).y;
-  ParallelOptions options;
-  options.granularity = 1;
-  ASSERT_TRUE(ParallelFor(0, kCount, options, [&](Int i) {
-    parallel[static_cast<std::size_t>(i)] = curve.GetPoint(Float(i) / (kCount - 1)).y;
-  }));
+  std::vector<Float> serial(kCount), parallel(kCount);
+  const auto at = [&](Int i) { return curve.GetPoint(Float(i) / (kCount - 1)).y; };
+  for (Int i = 0; i < kCount; ++i) serial[std::size_t(i)] = at(i);
+  ASSERT_TRUE(ParallelFor(0, kCount, {.granularity = 1}, [&](Int i) { parallel[std::size_t(i)] = at(i); }));
   EXPECT_EQ(parallel, serial);
 }
 
@@ -222,13 +197,11 @@ TEST(SplineDataTest, TheSamplerFollowsTheCurveEverywhere) {
       const Float x = -0.3 + 1.7 * static_cast<Float>(k) / 20000.0 + 1e-7 * static_cast<Float>(k % 7);
       ASSERT_NEAR(sampler(x), c->GetPoint(x).y, 8e-12) << x;  // 1e-12 of the height range of 8
     }
-    const Float nan = std::numeric_limits<Float>::quiet_NaN();
-    EXPECT_EQ(std::isnan(sampler(nan)), c == &identity);
-    if (c != &identity) {
-      EXPECT_EQ(sampler(nan), c->GetPoint(nan).y);
+    // Where the sampler falls back to the curve itself, it reads exactly the same.
+    for (const Float x : {std::nan(""), 1.4, 1e300}) {
+      const Float expected = c->GetPoint(x).y;
+      EXPECT_TRUE(sampler(x) == expected || (std::isnan(sampler(x)) && std::isnan(expected))) << x;
     }
-    EXPECT_EQ(sampler(1.4), c->GetPoint(1.4).y);
-    EXPECT_EQ(sampler(1e300), c->GetPoint(1e300).y);
   }
 }
 

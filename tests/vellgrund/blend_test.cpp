@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <set>
 #include <vector>
 
 #include "platform/parallel.h"
@@ -10,7 +11,9 @@
 namespace VLGD {
 namespace {
 
-constexpr Int32 M(BLENDMODE mode) { return static_cast<Int32>(mode); }
+constexpr Int32 M(BLENDMODE mode) {
+  return static_cast<Int32>(mode);
+}
 
 Grid2D<Float> MakeGrid(const std::vector<Float>& values) {
   Grid2D<Float> grid;
@@ -27,116 +30,83 @@ std::vector<Float> Blend(const std::vector<Float>& base, const std::vector<Float
   return {baseGrid.Values().begin(), baseGrid.Values().end()};
 }
 
-BlendSettings Full(BLENDMODE mode) {
+BlendSettings Settings(Int32 mode, Float strength = 1.0) {
   BlendSettings settings;
-  settings.strength = 1.0;
-  settings.mode = M(mode);
+  settings.strength = strength;
+  settings.mode = mode;
   return settings;
 }
 
-TEST(Blend, PointwiseModesAtFullStrength) {
+TEST(Blend, EveryModeWithStrengthScaleOffsetAndMask) {
   struct Case {
     BLENDMODE mode;
-    Float b, o, expected;
+    std::vector<Float> base, result, expected;
+    Float strength = 1.0, scale = 1.0, offset = 0.0;
+    std::vector<Float> mask = {};
   };
+  // The normalised modes (from OVERLAY on) read the base 0, 2, 4 as n = 0, 0.5, 1 and the
+  // operator value as it stands; a flat base normalises to 0 and maps back onto itself.
   const Case cases[] = {
-      {BLENDMODE::NORMAL, 2, 4, 4},       {BLENDMODE::ADD, 2, 4, 6},          {BLENDMODE::SUBTRACT, 2, 4, -2},
-      {BLENDMODE::MULTIPLY, 2, 4, 8},     {BLENDMODE::DIVIDE, 2, 4, 0.5},     {BLENDMODE::LOWEST, 2, 4, 2},
-      {BLENDMODE::LOWEST, 5, -1, -1},     {BLENDMODE::HIGHEST, 2, 4, 4},      {BLENDMODE::HIGHEST, 5, -1, 5},
-      {BLENDMODE::DIFFERENCE, 2, 4, 2},   {BLENDMODE::DIFFERENCE, 4, 2, 2},   {BLENDMODE::PHOENIX, 2, 4, 1},
-      {BLENDMODE::PHOENIXINVERSE, 2, 4, 5}, {BLENDMODE::PHOENIX, 4, 2, 1},
+      {BLENDMODE::NORMAL, {2, 1}, {4, -8}, {4, -8}},
+      {BLENDMODE::ADD, {2}, {4}, {6}},
+      {BLENDMODE::SUBTRACT, {2}, {4}, {-2}},
+      {BLENDMODE::MULTIPLY, {2}, {4}, {8}},
+      {BLENDMODE::DIVIDE, {2, 3}, {4, 0}, {0.5, 3}},  // by exactly 0 writes nothing
+      {BLENDMODE::LOWEST, {2, 5}, {4, -1}, {2, -1}},
+      {BLENDMODE::HIGHEST, {2, 5}, {4, -1}, {4, 5}},
+      {BLENDMODE::DIFFERENCE, {2, 4}, {4, 2}, {2, 2}},
+      {BLENDMODE::PHOENIX, {2, 4}, {4, 2}, {1, 1}},
+      {BLENDMODE::PHOENIXINVERSE, {2}, {4}, {5}},
+      {BLENDMODE::OVERLAY, {0, 2, 4}, {0.25, 0.25, 0.25}, {0, 1, 4}},  // n = 0.5 takes the second branch
+      {BLENDMODE::HARDLIGHT, {0, 2, 4}, {0.25, 0.25, 0.25}, {0, 1, 2}},
+      {BLENDMODE::HARDLIGHT, {0, 2, 4}, {0.5, 0.5, 0.5}, {0, 2, 4}},  // o = 0.5: the second branch
+      {BLENDMODE::NEGATION, {0, 2, 4}, {0.25, 0.25, 0.25}, {1, 3, 3}},
+      {BLENDMODE::SCREEN, {0, 2, 4}, {0.25, 0.25, 0.25}, {1, 2.5, 4}},
+      {BLENDMODE::SOFTLIGHT, {0, 2, 4}, {0.5, 0.5, 0.5}, {0, 2, 4}},
+      {BLENDMODE::SOFTLIGHT, {0, 2, 4}, {0.25, 0.25, 0.25}, {0, 1.5, 4}},
+      {BLENDMODE::OVERLAY, {5, 5}, {0.3, 0.9}, {5, 5}, 0.7},
+      {BLENDMODE::HARDLIGHT, {5, 5}, {0.3, 0.9}, {5, 5}, 0.7},
+      // o = result x scale + offset, then the base moves by strength (times the mask) towards the target.
+      {BLENDMODE::ADD, {10}, {3}, {13.5}, 0.5, 2.0, 1.0},
+      {BLENDMODE::DIVIDE, {3}, {2}, {3}, 1.0, 1.0, -2.0},  // the offset makes the divisor 0
+      {BLENDMODE::NORMAL, {0, 0, 0}, {8, 8, 8}, {0, 4, 8}, 1.0, 1.0, 0.0, {0.0, 0.5, 1.0}},
   };
   for (const Case& c : cases) {
-    SCOPED_TRACE(M(c.mode));
-    EXPECT_DOUBLE_EQ(Blend({c.b}, {c.o}, Full(c.mode))[0], c.expected);
-  }
-}
-
-TEST(Blend, StrengthScaleOffsetAndMask) {
-  // Strength 0 leaves every mode's samples alone; NORMAL at full strength copies.
-  for (Int32 mode = 0; mode < 15; ++mode) {
-    BlendSettings settings;
-    settings.mode = mode;
-    settings.strength = 0.0;
-    EXPECT_EQ(Blend({1.0, 3.0, -2.0}, {0.25, 0.75, 2.0}, settings), (std::vector<Float>{1.0, 3.0, -2.0})) << mode;
-  }
-  EXPECT_EQ(Blend({1.0, 3.0}, {7.0, -8.0}, Full(BLENDMODE::NORMAL)), (std::vector<Float>{7.0, -8.0}));
-
-  // o = result * scale + offset, then the base moves by strength towards the target.
-  BlendSettings settings = Full(BLENDMODE::ADD);
-  settings.scale = 2.0;
-  settings.offset = 1.0;
-  settings.strength = 0.5;
-  EXPECT_DOUBLE_EQ(Blend({10.0}, {3.0}, settings)[0], 10.0 + 7.0 * 0.5);
-
-  // The mask scales the strength per sample.
-  EXPECT_EQ(Blend({0.0, 0.0, 0.0}, {8.0, 8.0, 8.0}, Full(BLENDMODE::NORMAL), {0.0, 0.5, 1.0}),
-            (std::vector<Float>{0.0, 4.0, 8.0}));
-}
-
-TEST(Blend, EarlyExitsLeaveSamplesUntouched) {
-  // DIVIDE by exactly 0 writes nothing, also at strength 1.
-  EXPECT_EQ(Blend({3.0, 3.0}, {0.0, 2.0}, Full(BLENDMODE::DIVIDE)), (std::vector<Float>{3.0, 1.5}));
-  BlendSettings offsetToZero = Full(BLENDMODE::DIVIDE);
-  offsetToZero.offset = -2.0;
-  EXPECT_EQ(Blend({3.0}, {2.0}, offsetToZero)[0], 3.0);
-  // Modes outside the enumeration leave the base as it is.
-  for (Int32 mode : {-1, 15, 99}) {
-    BlendSettings settings;
-    settings.mode = mode;
-    settings.strength = 1.0;
-    EXPECT_EQ(Blend({1.0, 2.0}, {5.0, 6.0}, settings), (std::vector<Float>{1.0, 2.0})) << mode;
-  }
-}
-
-TEST(Blend, NormalisedModesWorkOnTheBaseRange) {
-  // Base 0, 2, 4 normalises to n = 0, 0.5, 1; the operator value is used as it stands.
-  const std::vector<Float> base{0.0, 2.0, 4.0};
-  auto expectU = [&](BLENDMODE mode, Float o, std::vector<Float> u) {
-    SCOPED_TRACE(M(mode));
-    const std::vector<Float> blended = Blend(base, {o, o, o}, Full(mode));
-    for (std::size_t i = 0; i < u.size(); ++i) EXPECT_NEAR(blended[i], u[i] * 4.0, 1e-12) << i;
-  };
-  expectU(BLENDMODE::OVERLAY, 0.25, {0.0, 1.0 - 2.0 * 0.75 * 0.5, 1.0});  // n = 0.5 takes the second branch
-  expectU(BLENDMODE::HARDLIGHT, 0.25, {0.0, 2.0 * 0.5 * 0.25, 2.0 * 0.25});
-  expectU(BLENDMODE::HARDLIGHT, 0.5, {1.0 - 2.0 * 0.5, 1.0 - 2.0 * 0.5 * 0.5, 1.0});  // o = 0.5: second branch
-  expectU(BLENDMODE::NEGATION, 0.25, {0.25, 0.75, 0.75});
-  expectU(BLENDMODE::SCREEN, 0.25, {0.25, 1.0 - 0.5 * 0.75, 1.0});
-  expectU(BLENDMODE::SOFTLIGHT, 0.5, {0.0, 0.5, 1.0});  // o = 0.5: u = n
-  expectU(BLENDMODE::SOFTLIGHT, 0.25, {0.0, 0.25 + 0.25 - 0.125, 1.0 + 0.5 - 0.5});
-
-  // A flat base normalises to 0 and maps back onto itself at any strength.
-  for (BLENDMODE mode : {BLENDMODE::OVERLAY, BLENDMODE::HARDLIGHT}) {
-    BlendSettings settings = Full(mode);
-    settings.strength = 0.7;
-    EXPECT_EQ(Blend({5.0, 5.0}, {0.3, 0.9}, settings), (std::vector<Float>{5.0, 5.0}));
+    SCOPED_TRACE(testing::Message() << "case " << &c - cases << ", mode " << M(c.mode));
+    BlendSettings settings = Settings(M(c.mode), c.strength);
+    settings.scale = c.scale;
+    settings.offset = c.offset;
+    const std::vector<Float> blended = Blend(c.base, c.result, settings, c.mask);
+    ASSERT_EQ(blended.size(), c.expected.size());
+    for (std::size_t i = 0; i < blended.size(); ++i) EXPECT_NEAR(blended[i], c.expected[i], 1e-12) << i;
   }
 
-  // The base range is recomputed from the samples, not taken from a stale cache.
-  Grid2D<Float> stale = MakeGrid(base);
-  stale.IncludeInRange(-100.0);
-  Grid2D<Float> operand = MakeGrid({0.25, 0.25, 0.25});
-  ASSERT_TRUE(Combine(stale, operand, {}, Full(BLENDMODE::SCREEN)));
-  EXPECT_DOUBLE_EQ(stale.Get(0, 0), 1.0);
-  EXPECT_EQ(stale.Minimum(), 0.0);
-  EXPECT_EQ(stale.Maximum(), 4.0);
+  // Strength 0 leaves every mode's samples alone, and a mode outside the enumeration any.
+  const std::vector<Float> base{1.0, 3.0, -2.0};
+  for (Int32 mode = 0; mode < 15; ++mode) EXPECT_EQ(Blend(base, {0.25, 0.75, 2.0}, Settings(mode, 0.0)), base) << mode;
+  for (const Int32 mode : {-1, 15, 99}) EXPECT_EQ(Blend(base, {5.0, 6.0, 7.0}, Settings(mode)), base) << mode;
 }
 
-TEST(Blend, SizeChecksRefuseAndKeepTheBase) {
-  Grid2D<Float> base = MakeGrid({1.0, 2.0, 3.0});
-  Grid2D<Float> shorter = MakeGrid({1.0, 2.0});
-  auto sizes = Combine(base, shorter, {}, Full(BLENDMODE::NORMAL));
+TEST(Blend, RefusalsKeepTheBaseAndTheRangeIsRecomputed) {
+  Grid2D<Float> base = MakeGrid({0.0, 2.0, 4.0});
+  const Grid2D<Float> shorter = MakeGrid({1.0, 2.0});
+  const Grid2D<Float> same = MakeGrid({0.25, 0.25, 0.25});
+  const std::vector<Float> shortMask{1.0, 1.0};
+  auto sizes = Combine(base, shorter, {}, Settings(M(BLENDMODE::NORMAL)));
   ASSERT_FALSE(sizes);
   EXPECT_EQ(sizes.error().message, "Cannot merge grids of different sizes!");
   EXPECT_EQ(sizes.error().kind, platform::ErrorKind::IllegalArgument);
-
-  Grid2D<Float> same = MakeGrid({9.0, 9.0, 9.0});
-  const std::vector<Float> mask{1.0, 1.0};
-  auto masks = Combine(base, same, mask, Full(BLENDMODE::NORMAL));
+  auto masks = Combine(base, same, shortMask, Settings(M(BLENDMODE::NORMAL)));
   ASSERT_FALSE(masks);
   EXPECT_EQ(masks.error().message, "FieldOutput and _size are different!");
-  EXPECT_EQ(base.Get(0, 0), 1.0);
-  EXPECT_EQ(base.Get(2, 0), 3.0);
+  EXPECT_EQ(std::vector<Float>(base.Values().begin(), base.Values().end()), (std::vector<Float>{0.0, 2.0, 4.0}));
+
+  // The base range comes from the samples, not from a stale cache.
+  base.IncludeInRange(-100.0);
+  ASSERT_TRUE(Combine(base, same, {}, Settings(M(BLENDMODE::SCREEN))));
+  EXPECT_DOUBLE_EQ(base.Get(0, 0), 1.0);
+  EXPECT_EQ(base.Minimum(), 0.0);
+  EXPECT_EQ(base.Maximum(), 4.0);
 }
 
 TEST(Blend, SingleSamplesAndThreadCountsAgreeWithCombine) {
@@ -148,54 +118,49 @@ TEST(Blend, SingleSamplesAndThreadCountsAgreeWithCombine) {
     result[static_cast<std::size_t>(i)] = std::cos(static_cast<Float>(i) * 0.003);
     mask[static_cast<std::size_t>(i)] = static_cast<Float>(i % 11) / 10.0;
   }
+  const auto head = [](const std::vector<Float>& values) {
+    return std::vector<Float>(values.begin(), values.begin() + 64);
+  };
   for (Int32 mode = 0; mode < 15; ++mode) {
-    BlendSettings settings;
-    settings.mode = mode;
-    settings.strength = 0.8;
+    BlendSettings settings = Settings(mode, 0.8);
     settings.scale = 1.5;
     settings.offset = 0.25;
     const std::vector<Float> parallel = Blend(base, result, settings, mask);
-    std::vector<Float> serial;
     {
       platform::ScopedThreadLimit oneThread(1);
-      serial = Blend(base, result, settings, mask);
+      ASSERT_EQ(Blend(base, result, settings, mask), parallel) << mode;
     }
-    ASSERT_EQ(parallel, serial) << mode;
 
     // BlendSample over a short copy, one index at a time.
-    std::vector<Float> single(base.begin(), base.begin() + 64);
+    std::vector<Float> single = head(base);
     Grid2D<Float> range = MakeGrid(single);
     range.RecomputeRange();
-    BlendContext context;
-    context.base = single.data();
-    context.result = result.data();
-    context.mask = mask.data();
-    context.hasMask = true;
-    context.baseMinimum = range.Minimum();
-    context.baseRange = range.Maximum() - range.Minimum();
-    context.baseRangeInverse = 1.0 / context.baseRange;
-    context.mode = mode;
-    context.strength = settings.strength;
-    context.scale = settings.scale;
-    context.offset = settings.offset;
+    const BlendContext context{.base = single.data(),
+                               .result = result.data(),
+                               .mask = mask.data(),
+                               .baseMinimum = range.Minimum(),
+                               .baseRange = range.Maximum() - range.Minimum(),
+                               .baseRangeInverse = 1.0 / (range.Maximum() - range.Minimum()),
+                               .mode = mode,
+                               .strength = settings.strength,
+                               .scale = settings.scale,
+                               .offset = settings.offset,
+                               .hasMask = true};
     for (Int i = 0; i < 64; ++i) BlendSample(context, i);
-    const std::vector<Float> combined = Blend(std::vector<Float>(base.begin(), base.begin() + 64),
-                                              std::vector<Float>(result.begin(), result.begin() + 64), settings,
-                                              std::vector<Float>(mask.begin(), mask.begin() + 64));
-    ASSERT_EQ(single, combined) << mode;
+    ASSERT_EQ(single, Blend(head(base), head(result), settings, head(mask))) << mode;
   }
 }
 
-TEST(Blend, EditorRingSkipsDivide) {
-  const std::vector<BLENDMODE> ring{BLENDMODE::NORMAL,   BLENDMODE::ADD,         BLENDMODE::SUBTRACT,
-                                    BLENDMODE::DIFFERENCE, BLENDMODE::PHOENIX,   BLENDMODE::PHOENIXINVERSE,
-                                    BLENDMODE::LOWEST,   BLENDMODE::HIGHEST,     BLENDMODE::MULTIPLY,
-                                    BLENDMODE::OVERLAY,  BLENDMODE::NEGATION,    BLENDMODE::SCREEN,
-                                    BLENDMODE::SOFTLIGHT, BLENDMODE::HARDLIGHT};
-  for (std::size_t i = 0; i < ring.size(); ++i) {
-    EXPECT_EQ(NextBlendMode(M(ring[i])), M(ring[(i + 1) % ring.size()]));
-    EXPECT_EQ(PreviousBlendMode(M(ring[(i + 1) % ring.size()])), M(ring[i]));
-  }
+TEST(Blend, EditorRingVisitsEveryModeButDivideOnceEachWay) {
+  std::set<Int32> visited;
+  Int32 mode = M(BLENDMODE::NORMAL);
+  do {
+    EXPECT_TRUE(visited.insert(mode).second) << mode;
+    EXPECT_EQ(PreviousBlendMode(NextBlendMode(mode)), mode);
+    mode = NextBlendMode(mode);
+  } while (mode != M(BLENDMODE::NORMAL) && visited.size() < 20);
+  EXPECT_EQ(visited.size(), 14u);
+  EXPECT_FALSE(visited.contains(M(BLENDMODE::DIVIDE)));
   EXPECT_EQ(NextBlendMode(M(BLENDMODE::DIVIDE)), M(BLENDMODE::OVERLAY));
   EXPECT_EQ(PreviousBlendMode(M(BLENDMODE::DIVIDE)), M(BLENDMODE::MULTIPLY));
   for (Int32 outside : {-1, 15, 1000}) {
