@@ -12,16 +12,21 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "commands.h"
+#include "common/vlgd_export.h"
 #include "main/default_scene.h"
 #include "main/vellgrund_module.h"
 #include "object/terrainobject.h"
 #include "output_files.h"
 #include "platform/file_output.h"
+#include "platform/material.h"
 #include "platform/mesh_io.h"
 #include "platform/npy.h"
+#include "platform/parameter_reader.h"
 #include "platform/scene_file.h"
+#include "shader/bake.h"
 #include "terminal.h"
 
 namespace vellgrund_cli {
@@ -90,12 +95,34 @@ platform::Result<std::string> ReadSceneText(const std::filesystem::path& scene) 
   return text;
 }
 
+// One --export preset of one terrain: its data file and its sidecar.
+struct ExportFile {
+  VLGD::EXPORTPRESET preset = VLGD::EXPORTPRESET::UNREAL;
+  std::filesystem::path file;
+  std::filesystem::path sidecar;
+};
+
+// The weight grids of a terrain's splat map and their names, owned for the write.
+struct SplatWeights {
+  std::vector<VLGD::Grid2D<platform::Float>> grids;
+  std::vector<std::string> names;
+};
+
 // The files of one terrain.
 struct TerrainFiles {
   platform::Node* terrain = nullptr;
   std::vector<std::filesystem::path> meshes;  // the .glb last
   std::filesystem::path heightmap;
   std::filesystem::path heights;
+  std::vector<ExportFile> exports;
+  SplatWeights splat;
+  std::vector<VLGD::BakeReport> bakes;  // its materials, in the order it lists them
+};
+
+// The --export presets and what they share, parsed before the scene is read.
+struct ExportRequest {
+  std::vector<VLGD::EXPORTPRESET> presets;
+  VLGD::ExportOptions options;
 };
 
 // The heights file of a terrain: the given name, with the terrain's file name added when
@@ -105,6 +132,32 @@ std::filesystem::path PerTerrain(const std::filesystem::path& file, const std::s
   std::filesystem::path named = file;
   named.replace_filename(file.stem().string() + "_" + stem + file.extension().string());
   return named;
+}
+
+platform::Result<ExportRequest> ParseExports(const BuildOptions& options) {
+  ExportRequest request;
+  for (const std::string& name : options.exports) {
+    if (name.empty()) continue;
+    VLGD_ASSIGN_OR_RETURN(const VLGD::EXPORTPRESET preset, VLGD::ParseExportPreset(name));
+    if (std::find(request.presets.begin(), request.presets.end(), preset) == request.presets.end())
+      request.presets.push_back(preset);
+  }
+  const auto wants = [&](VLGD::EXPORTPRESET preset) {
+    return std::find(request.presets.begin(), request.presets.end(), preset) != request.presets.end();
+  };
+  if (!std::isfinite(options.unitsPerMetre) || options.unitsPerMetre <= 0.0)
+    return platform::IllegalArgumentError("--units-per-metre must be a number above 0, not " +
+                                          std::to_string(options.unitsPerMetre) + "!");
+  request.options.unitsPerMetre = options.unitsPerMetre;
+  request.options.fitSize = options.fitSize;
+  request.options.normalConvention =
+      options.normalConvention == "directx" ? VLGD::NORMALCONVENTION::DIRECTX : VLGD::NORMALCONVENTION::OPENGL;
+  if (!options.crs.empty()) {
+    if (!wants(VLGD::EXPORTPRESET::GEOTIFF))
+      return platform::IllegalArgumentError("--crs names the CRS of a GeoTIFF; add --export geotiff!");
+    VLGD_ASSIGN_OR_RETURN(request.options.epsg, VLGD::ParseCrs(options.crs));
+  }
+  return request;
 }
 
 Status CheckOptions(const BuildOptions& options) {
@@ -122,7 +175,8 @@ Status CheckOptions(const BuildOptions& options) {
 // Which terrains are built and where each file goes, decided before the build so that
 // every refusal comes before the work.
 platform::Result<std::vector<TerrainFiles>> PlanFiles(platform::Document& doc, const BuildOptions& options,
-                                                      platform::BuildPurpose purpose, bool notes) {
+                                                      platform::BuildPurpose purpose, bool notes,
+                                                      const ExportRequest& exports = {}) {
   std::vector<platform::Node*> terrains;
   std::size_t found = 0;
   for (platform::Node* node : doc.AllNodes()) {
@@ -173,6 +227,16 @@ platform::Result<std::vector<TerrainFiles>> PlanFiles(platform::Document& doc, c
     files.meshes.push_back(base.string() + ".glb");
     files.heightmap = PerTerrain(options.heightmap, stem, several);
     files.heights = PerTerrain(options.heights, stem, several);
+    for (const VLGD::EXPORTPRESET preset : exports.presets) {
+      const std::string name = base.string() + "." + std::string(VLGD::ExportPresetName(preset));
+      ExportFile exported{preset, name + std::string(VLGD::ExportPresetEnding(preset)), name + ".json"};
+      for (const std::filesystem::path& named : {files.heightmap, files.heights})
+        if (!named.empty() && named.lexically_normal() == exported.file.lexically_normal())
+          return platform::IllegalArgumentError(Quoted(named) + " is also the " +
+                                                std::string(VLGD::ExportPresetName(preset)) + " export of " +
+                                                NameOf(*terrain) + "; give it another name!");
+      files.exports.push_back(std::move(exported));
+    }
     plan.push_back(std::move(files));
   }
   return plan;
@@ -236,8 +300,79 @@ Status CheckHeights(const platform::Node& terrain) {
                                         " has a height that is not a number or too large for a mesh file!" + culprit);
 }
 
-Status WriteFiles(const std::vector<TerrainFiles>& plan, const BuildOptions& options, OutputTransaction& outputs,
-                  platform::ProgressSink& progress, const platform::CancellationToken& cancel) {
+VLGD::ExportTerrain ExportTerrainOf(const platform::Node& terrain) {
+  return {terrain.GetName(), &terrain.GetNodeData<VLGD::TerrainObject>()->GetGrid(), terrain.GetMg().off};
+}
+
+// A terrain's baked mask materials (the first four, in the order it lists them) as weight
+// grids in the grid's row order: a baked texture's first line is the grid's last row.
+platform::Result<SplatWeights> SplatWeightsOf(const TerrainFiles& files) {
+  SplatWeights weights;
+  for (const VLGD::BakeReport& bake : files.bakes) {
+    const platform::Image& image = *bake.image;
+    if (image.Channels() != 1 || image.Type() != platform::PixelType::UInt16) continue;
+    if (weights.grids.size() == 4) break;
+    VLGD::Grid2D<platform::Float> grid;
+    const VLGD::Grid2D<platform::Float>& heights = files.terrain->GetNodeData<VLGD::TerrainObject>()->GetGrid();
+    VLGD_RETURN_IF_ERROR(grid.Init(image.Width(), image.Height(), heights.SizeX(), heights.SizeY()));
+    for (platform::Int y = 0; y < image.Height(); ++y)
+      for (platform::Int x = 0; x < image.Width(); ++x)
+        grid.Set(x, image.Height() - 1 - y, image.GetPixel(x, y, 0) / 65535.0);
+    try {
+      weights.grids.push_back(std::move(grid));
+      weights.names.push_back(bake.material->GetName());
+    } catch (const std::bad_alloc&) {
+      return platform::OutOfMemoryError();
+    }
+  }
+  return weights;
+}
+
+// What the exports of the built terrains refuse or want said, before any file is written.
+Status CheckExports(std::vector<TerrainFiles>& plan, const ExportRequest& exports, bool notes) {
+  for (TerrainFiles& files : plan) {
+    if (files.exports.empty()) continue;
+    const platform::Matrix placement = files.terrain->GetMg();
+    if (notes && (placement.v1 != platform::Vector(1.0, 0.0, 0.0) || placement.v2 != platform::Vector(0.0, 1.0, 0.0) ||
+                  placement.v3 != platform::Vector(0.0, 0.0, 1.0)))
+      Note("the terrain " + NameOf(*files.terrain) +
+           " is turned or scaled; the exports place it by its position only.");
+    const VLGD::ExportTerrain terrain = ExportTerrainOf(*files.terrain);
+    for (const ExportFile& exported : files.exports) {
+      if (exported.preset == VLGD::EXPORTPRESET::SPLAT) {
+        VLGD_ASSIGN_OR_RETURN(files.splat, SplatWeightsOf(files));
+        if (files.splat.grids.empty())
+          return platform::IllegalArgumentError("--export splat: the terrain " + NameOf(*files.terrain) +
+                                                " has no mask materials to make a splat map from!");
+        continue;
+      }
+      VLGD_ASSIGN_OR_RETURN(const VLGD::ExportShape shape,
+                            VLGD::PlanExportShape(exported.preset, terrain, exports.options));
+      if (notes && !shape.note.empty()) Note(shape.note);
+    }
+  }
+  return platform::Ok();
+}
+
+Status WriteExport(const TerrainFiles& files, const ExportFile& exported, const ExportRequest& exports,
+                   const std::filesystem::path& staged, std::string& sidecar, const platform::WriteControl& control) {
+  const VLGD::ExportTerrain terrain = ExportTerrainOf(*files.terrain);
+  const std::string fileName = exported.file.filename().string();
+  std::vector<VLGD::SplatLayer> layers;
+  for (std::size_t i = 0; i < files.splat.grids.size(); ++i)
+    layers.push_back({&files.splat.grids[i], i < files.splat.names.size() ? files.splat.names[i] : std::string()});
+  platform::Result<std::string> text =
+      exported.preset == VLGD::EXPORTPRESET::SPLAT
+          ? VLGD::WriteSplatMap(terrain, layers, exports.options, staged, fileName, control)
+          : VLGD::WriteTerrainExport(exported.preset, terrain, exports.options, staged, fileName, control);
+  if (!text) return std::unexpected(text.error());
+  sidecar = std::move(*text);
+  return platform::Ok();
+}
+
+Status WriteFiles(const std::vector<TerrainFiles>& plan, const BuildOptions& options, const ExportRequest& exports,
+                  OutputTransaction& outputs, platform::ProgressSink& progress,
+                  const platform::CancellationToken& cancel) {
   VLGD_RETURN_IF_ERROR(outputs.CreateFolder(options.outputDirectory));
   const platform::WriteControl control{&cancel, &progress};
   const auto write = [&](const std::filesystem::path& target, auto&& writer) -> Status {
@@ -268,9 +403,29 @@ Status WriteFiles(const std::vector<TerrainFiles>& plan, const BuildOptions& opt
     if (!files.heightmap.empty())
       VLGD_RETURN_IF_ERROR(write(
           files.heightmap, [&](const auto& path) { return WriteHeightMap(files, path, options.normalized, control); }));
+    for (const ExportFile& exported : files.exports) {
+      std::string sidecar;
+      VLGD_RETURN_IF_ERROR(write(exported.file, [&](const auto& path) {
+        return WriteExport(files, exported, exports, path, sidecar, control);
+      }));
+      VLGD_RETURN_IF_ERROR(write(exported.sidecar, [&](const auto& path) {
+        return platform::WriteBytesAtomically(path, std::as_bytes(std::span(sidecar)), control);
+      }));
+    }
+    // The first colour material goes into the .glb.
+    platform::MeshMaterial meshMaterial;
+    const platform::MeshMaterial* material = nullptr;
+    for (const VLGD::BakeReport& bake : files.bakes) {
+      if (bake.image->Channels() != 3) continue;
+      const platform::ParameterReader values(*bake.material);
+      meshMaterial = {bake.material->GetName(), bake.image.get(), nullptr,
+                      values.GetFloat(platform::MATERIAL_ROUGHNESS), values.GetFloat(platform::MATERIAL_METALLIC)};
+      material = &meshMaterial;
+      break;
+    }
     for (const std::filesystem::path& target : files.meshes)
       VLGD_RETURN_IF_ERROR(
-          write(target, [&](const auto& path) { return platform::WriteGeometry(*mesh, path, control); }));
+          write(target, [&](const auto& path) { return platform::WriteGeometry(*mesh, path, control, material); }));
   }
   if (cancel.IsCancelled()) return platform::CancelledError("Build cancelled!");
   progress.ClearStatus();
@@ -309,13 +464,14 @@ Status RunBuild(const BuildOptions& options) {
   platform::CancellationToken cancel;
   InterruptScope interrupt(cancel);
   VLGD_RETURN_IF_ERROR(CheckOptions(options));
+  VLGD_ASSIGN_OR_RETURN(const ExportRequest exports, ParseExports(options));
   platform::Host host;
   platform::CollectingConsole console;
   VLGD_RETURN_IF_ERROR(StartHost(host, console));
   VLGD_ASSIGN_OR_RETURN(std::unique_ptr<platform::Document> doc, LoadDocument(host, options.scene));
   const platform::BuildPurpose purpose =
       options.editor ? platform::BuildPurpose::EDITOR : platform::BuildPurpose::RENDER;
-  VLGD_ASSIGN_OR_RETURN(const std::vector<TerrainFiles> plan, PlanFiles(*doc, options, purpose, !options.quiet));
+  VLGD_ASSIGN_OR_RETURN(std::vector<TerrainFiles> plan, PlanFiles(*doc, options, purpose, !options.quiet, exports));
 
   std::optional<ProgressBar> bar;
   platform::NullProgressSink silent;
@@ -329,14 +485,27 @@ Status RunBuild(const BuildOptions& options) {
   help.progress = &progress;
   if (cancel.IsCancelled()) return platform::CancelledError("Build cancelled!");
   VLGD_RETURN_IF_ERROR(doc->ExecutePasses(help));
+  for (TerrainFiles& files : plan) {
+    VLGD_ASSIGN_OR_RETURN(
+        files.bakes,
+        VLGD::BakeMaterials(*files.terrain, *doc,
+                            {.textureSize = options.textureSize, .cancel = &cancel, .progress = &progress}));
+  }
+  VLGD_RETURN_IF_ERROR(CheckExports(plan, exports, !options.quiet));
   OutputTransaction outputs;
-  VLGD_RETURN_IF_ERROR(WriteFiles(plan, options, outputs, progress, cancel));
+  VLGD_RETURN_IF_ERROR(WriteFiles(plan, options, exports, outputs, progress, cancel));
   bar.reset();
   if (!options.quiet)
     for (const OutputTransaction::Written& file : outputs.Committed())
       std::printf("wrote %s (%s)\n", file.path.c_str(), ByteSize(file.bytes).c_str());
   if (options.stats)
-    for (const TerrainFiles& files : plan) PrintStats(*files.terrain);
+    for (const TerrainFiles& files : plan) {
+      PrintStats(*files.terrain);
+      for (const VLGD::BakeReport& bake : files.bakes)
+        std::printf("  %-24s %-7s %9.2f ms  material, %lld x %lld\n", bake.material->GetName().c_str(),
+                    bake.baked ? "BAKED" : "CACHED", bake.seconds * 1000.0, static_cast<long long>(bake.image->Width()),
+                    static_cast<long long>(bake.image->Height()));
+    }
   return platform::Ok();
 }
 

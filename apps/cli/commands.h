@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <string>
+#include <vector>
 
 #include <memory>
 
@@ -45,6 +46,14 @@ struct BuildOptions {
   bool editor = false;
   bool stats = false;
   bool quiet = false;  // no progress bar, notes or list of written files
+  platform::Int textureSize = 0;  // pixels of baked materials along the longer side; 0: the grid's
+  // Files for game engines and GIS, each with a JSON sidecar: <DIR>/<name>.<preset>.<ending>
+  // and <DIR>/<name>.<preset>.json.
+  std::vector<std::string> exports;  // preset names
+  bool fitSize = false;
+  platform::Float unitsPerMetre = 100.0;
+  std::string crs;  // EPSG:<code> for the GeoTIFF; empty: none
+  std::string normalConvention = "opengl";
 };
 
 platform::Status RunBuild(const BuildOptions& options);

@@ -209,6 +209,7 @@ class Describer {
     // Sections of the listing; nullptr stands for a menu separator.
     std::vector<const PluginInfo*> menu;
     std::vector<const PluginInfo*> fields;
+    std::vector<const PluginInfo*> shading;  // materials and their shaders
     std::vector<const PluginInfo*> others;  // outside the menu, no field type: still worth a line
     for (const PluginInfo* info : registry_.MenuOrder()) {
       if (info->kind != platform::PluginKind::SEPARATOR)
@@ -222,12 +223,14 @@ class Describer {
       if (!info->allocate) continue;
       if ((info->objectInfo & platform::OBJECT_FIELD) != 0)
         fields.push_back(info.get());
+      else if ((info->objectInfo & (platform::OBJECT_MATERIAL | platform::OBJECT_SHADER)) != 0)
+        shading.push_back(info.get());
       else if (!info->SortNumber())
         others.push_back(info.get());
     }
 
     TypeColumns columns;
-    for (const auto* section : {&menu, &fields, &others})
+    for (const auto* section : {&menu, &fields, &shading, &others})
       for (const PluginInfo* info : *section) {
         if (info == nullptr) continue;
         columns.name = std::max(columns.name, info->resourceName.size());
@@ -250,6 +253,7 @@ class Describer {
     };
     print("The menu, in order: node types and commands:\n", menu);
     print("\nField object types, for the layers of masking field lists:\n", fields);
+    print("\nMaterials and shaders, for the 'materials' of a scene:\n", shading);
     print("\nOther object types:\n", others);
     std::printf("\nSee the parameters of one type with 'vellgrund describe TYPE'.\n");
   }

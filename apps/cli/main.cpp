@@ -112,11 +112,34 @@ int Run(int argc, char** argv) {
   buildCommand->add_option("--heights", build.heights, "The final grid as a float64 .npy (rows, columns)");
   buildCommand->add_option("--lod", build.lod, "Level of detail")->check(CLI::Range(0.0001, 16.0))->capture_default_str();
   buildCommand->add_flag("--editor", build.editor, "Build for the editor (editor visibility decides)");
-  buildCommand->add_flag("--stats", build.stats, "Per operator: rebuilt or cached, time and memory");
+  buildCommand->add_flag("--stats", build.stats,
+                         "Per operator: rebuilt or cached, time and memory; per material: its bake");
+  buildCommand
+      ->add_option("--texture-size", build.textureSize,
+                   "Pixels of baked materials along the longer side (default: one per grid sample)")
+      ->check(CLI::Range(1, 16384));
   buildCommand->add_flag("-q,--quiet", build.quiet, "No progress bar, notes or list of the files written");
+  buildCommand
+      ->add_option("--export", build.exports,
+                   "Files for engines and GIS, repeatable or a comma list: unreal, unity, geotiff, normal, splat")
+      ->delimiter(',');
+  buildCommand->add_flag("--fit-size", build.fitSize,
+                         "Resample unreal and unity height maps to the nearest size the engine takes");
+  buildCommand->add_option("--units-per-metre", build.unitsPerMetre, "World units in a metre (unreal's centimetres)")
+      ->capture_default_str();
+  buildCommand->add_option("--crs", build.crs, "The GeoTIFF's coordinate reference system, EPSG:<code>");
+  buildCommand
+      ->add_option("--normal-convention", build.normalConvention,
+                   "Normal map green channel: opengl (towards the image's top) or directx (flipped)")
+      ->transform(CLI::IsMember({"opengl", "directx"}, CLI::ignore_case))
+      ->capture_default_str();
   buildCommand->footer(
       "SCENE '-' reads the scene from standard input. Every file is written under a temporary name and moved into\n"
-      "place only when all were written: a failed or cancelled build (Ctrl-C, SIGTERM) changes no existing file.");
+      "place only when all were written: a failed or cancelled build (Ctrl-C, SIGTERM) changes no existing file.\n"
+      "--export PRESET writes DIR/<name>.<preset>.png (unreal: 16-bit; normal: RGB; splat: RGBA), .raw (unity:\n"
+      "16-bit little-endian) or .tif (geotiff: 32-bit float) with a sidecar DIR/<name>.<preset>.json: the size in\n"
+      "world units (X, Z), position, samples, height range (min, max), height = offset + value * scale, and the\n"
+      "engine's own placement (unreal: location and scale in cm; unity: size and position; geotiff: geotransform).");
 
   std::filesystem::path validateScene;
   CLI::App* validateCommand =

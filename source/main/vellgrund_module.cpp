@@ -24,6 +24,11 @@
 #include "object/operator_sharpen.h"
 #include "object/terrainobject.h"
 #include "platform/image.h"
+#include "shader/shader_colour.h"
+#include "shader/shader_image.h"
+#include "shader/shader_inputs.h"
+#include "shader/shader_layer.h"
+#include "shader/shader_terrainoperator.h"
 #include "vellgrund/distortion.h"
 #include "vellgrund/enumerations.h"
 #include "vellgrund/string_ids.h"
@@ -113,7 +118,7 @@ std::span<const platform::TypeDescriptor* const> RegisteredTypes() {
   // the menu's entries.
   static const std::array<platform::TypeDescriptor, 4> separators = {Separator(1054692, 20), Separator(1054745, 30),
                                                                      Separator(1054746, 40), Separator(1054804, 50)};
-  static const std::array<const platform::TypeDescriptor*, 28> types = {
+  static const std::array<const platform::TypeDescriptor*, 36> types = {
       &TerrainDistortionType(),
       &AddOperatorDescription(),
       &BaseTerrainOperatorType(),
@@ -142,6 +147,14 @@ std::span<const platform::TypeDescriptor* const> RegisteredTypes() {
       &separators[3],
       &OpenHelpCommandType(),
       &AboutCommandType(),
+      &BaseShaderType(),
+      &TerrainOperatorShaderType(),
+      &HeightShaderType(),
+      &SlopeShaderType(),
+      &ColourShaderType(),
+      &ColourRampShaderType(),
+      &ImageShaderType(),
+      &LayerShaderType(),
   };
   return types;
 }

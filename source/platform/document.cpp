@@ -123,16 +123,19 @@ Result<std::unique_ptr<Node>> Document::CloneKeepingIdentity(const Node& node, b
         new Node(*node.host_, *node.type_, std::move(data), keepIdentity ? node.identity_ : NextIdentity()));
     copy->name_ = node.name_;
     copy->enabled_ = node.enabled_;
+    copy->textureLinks_ = node.textureLinks_;
     copy->editorVisibility_ = node.editorVisibility_;
     copy->renderVisibility_ = node.renderVisibility_;
     VLGD_RETURN_IF_ERROR(copy->parameters_.CopyFrom(node.parameters_));
     copy->localMatrix_ = node.localMatrix_;
     if (node.data_ != nullptr && !node.data_->CopyTo(*copy->data_))
       return GenericError("Could not copy the data of " + NodeLabel(node) + "!");
-    Node* last = nullptr;
-    for (const Node* child = node.GetDown(); child != nullptr; child = child->GetNext()) {
-      VLGD_ASSIGN_OR_RETURN(std::unique_ptr<Node> childCopy, CloneKeepingIdentity(*child, keepIdentity));
-      last = Link(std::move(childCopy), *copy, last);
+    for (const bool branch : {false, true}) {
+      Node* last = nullptr;
+      for (const Node* child = branch ? node.GetBranch() : node.GetDown(); child != nullptr; child = child->GetNext()) {
+        VLGD_ASSIGN_OR_RETURN(std::unique_ptr<Node> childCopy, CloneKeepingIdentity(*child, keepIdentity));
+        last = Link(std::move(childCopy), *copy, last, branch);
+      }
     }
     return copy;
   } catch (const std::bad_alloc&) {
@@ -140,15 +143,16 @@ Result<std::unique_ptr<Node>> Document::CloneKeepingIdentity(const Node& node, b
   }
 }
 
-Node* Document::Link(std::unique_ptr<Node> node, Node& parent, Node* pred) {
+Node* Document::Link(std::unique_ptr<Node> node, Node& parent, Node* pred, bool branch) {
   if (node == nullptr) return nullptr;
   Node* raw = node.get();
-  std::unique_ptr<Node>& slot = pred != nullptr ? pred->next_ : parent.firstChild_;
+  std::unique_ptr<Node>& slot = pred != nullptr ? pred->next_ : branch ? parent.branch_ : parent.firstChild_;
   raw->next_ = std::move(slot);
   if (raw->next_ != nullptr) raw->next_->pred_ = raw;
   raw->pred_ = pred;
   raw->up_ = &parent;
-  if (raw->next_ == nullptr) parent.lastChild_ = raw;
+  raw->inBranch_ = branch;
+  if (raw->next_ == nullptr && !branch) parent.lastChild_ = raw;
   slot = std::move(node);
   if (parent.document_ == this) Attach(*raw);
   return raw;
@@ -165,24 +169,42 @@ Node* Document::InsertLast(std::unique_ptr<Node> node, Node* parent) {
 
 Node* Document::InsertBefore(std::unique_ptr<Node> node, Node& sibling) {
   if (sibling.up_ == nullptr) return nullptr;
-  return Link(std::move(node), *sibling.up_, sibling.pred_);
+  return Link(std::move(node), *sibling.up_, sibling.pred_, sibling.inBranch_);
 }
 
 Node* Document::InsertAfter(std::unique_ptr<Node> node, Node& sibling) {
   if (sibling.up_ == nullptr) return nullptr;
-  return Link(std::move(node), *sibling.up_, &sibling);
+  return Link(std::move(node), *sibling.up_, &sibling, sibling.inBranch_);
+}
+
+Node* Document::InsertBranchLast(std::unique_ptr<Node> node, Node* owner) {
+  Node& target = owner != nullptr ? *owner : *root_;
+  Node* last = target.GetBranch();
+  while (last != nullptr && last->GetNext() != nullptr) last = last->GetNext();
+  return Link(std::move(node), target, last, true);
+}
+
+Node* Document::InsertMaterial(std::unique_ptr<Node> material) {
+  return InsertBranchLast(std::move(material), nullptr);
 }
 
 std::unique_ptr<Node> Document::Remove(Node& node) {
   Node* parent = node.up_;
   if (parent == nullptr) return nullptr;
-  std::unique_ptr<Node>& slot = node.pred_ != nullptr ? node.pred_->next_ : parent->firstChild_;
+  if (node.document_ == this)
+    for (Node* current = &node; current != nullptr; current = current->GetNextDepthFirst(&node))
+      if (current->data_ != nullptr) current->data_->Removing(*current, *this);
+  std::unique_ptr<Node>& slot = node.pred_ != nullptr ? node.pred_->next_
+                                : node.inBranch_      ? parent->branch_
+                                                      : parent->firstChild_;
   std::unique_ptr<Node> taken = std::move(slot);
   slot = std::move(taken->next_);
   if (slot != nullptr) slot->pred_ = taken->pred_;
-  else parent->lastChild_ = taken->pred_;
+  else if (!taken->inBranch_)
+    parent->lastChild_ = taken->pred_;
   taken->pred_ = nullptr;
   taken->up_ = nullptr;
+  taken->inBranch_ = false;
   if (taken->document_ == this) Detach(*taken);
   return taken;
 }
@@ -208,6 +230,17 @@ void Document::Detach(Node& node) {
 }
 
 Node* Document::GetFirstObject() const { return root_->GetDown(); }
+
+Node* Document::GetFirstMaterial() const {
+  return root_->GetBranch();
+}
+
+std::vector<Node*> Document::AllMaterials() const {
+  std::vector<Node*> all;
+  for (Node* current = GetFirstMaterial(); current != nullptr; current = current->GetNextDepthFirst())
+    all.push_back(current);
+  return all;
+}
 
 std::vector<Node*> Document::AllNodes() const {
   std::vector<Node*> all;

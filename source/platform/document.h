@@ -52,13 +52,21 @@ class Document {
   Node* InsertLast(std::unique_ptr<Node> node, Node* parent = nullptr);
   Node* InsertBefore(std::unique_ptr<Node> node, Node& sibling);
   Node* InsertAfter(std::unique_ptr<Node> node, Node& sibling);
+  // Appends to a node's second branch (nullptr: the document's materials).
+  Node* InsertBranchLast(std::unique_ptr<Node> node, Node* owner);
+  // Appends a material (a node whose type is an instance of ID_BASE_MATERIAL) to the
+  // document's materials, which live beside the objects.
+  Node* InsertMaterial(std::unique_ptr<Node> material);
   // Takes a node and its children out of the document; they leave the selection and their
   // links stop resolving.
   std::unique_ptr<Node> Remove(Node& node);
 
   [[nodiscard]] Node* GetFirstObject() const;
-  // Every node, depth first.
+  // Every object, depth first; materials and their shaders are not among them.
   [[nodiscard]] std::vector<Node*> AllNodes() const;
+  [[nodiscard]] Node* GetFirstMaterial() const;
+  // Every material with its shaders, depth first.
+  [[nodiscard]] std::vector<Node*> AllMaterials() const;
   [[nodiscard]] Node* FindByIdentity(UInt64 identity) const;
   [[nodiscard]] Node* Resolve(NodeLink link) const { return FindByIdentity(link.target); }
   [[nodiscard]] Node* FindByName(std::string_view name) const;
@@ -104,7 +112,7 @@ class Document {
   friend class Node;
   void Attach(Node& node);
   void Detach(Node& node);
-  Node* Link(std::unique_ptr<Node> node, Node& parent, Node* pred);
+  Node* Link(std::unique_ptr<Node> node, Node& parent, Node* pred, bool branch = false);
   Result<std::unique_ptr<Node>> CloneKeepingIdentity(const Node& node, bool keepIdentity);
   void ApplyUndo(UndoGroup& group, bool undo);
 

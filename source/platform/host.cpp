@@ -3,6 +3,7 @@
 #include <chrono>
 
 #include "platform/field_objects.h"
+#include "platform/material.h"
 
 #include <array>
 #include <cstdlib>
@@ -11,9 +12,10 @@
 namespace platform {
 
 Host::Host() {
-  // Field objects are the application's own node types, there for every document. A fresh
-  // registry cannot refuse them.
+  // Field objects and materials are the application's own node types, there for every
+  // document. A fresh registry cannot refuse them.
   (void)RegisterFieldTypes(registry_);
+  (void)RegisterMaterialType(registry_);
 }
 
 UInt64 Host::TimerValue() {

@@ -62,6 +62,11 @@ struct ImageAttribute {
 Status WriteImage(const Image& image, const std::filesystem::path& path, std::optional<PixelType> fileType = {},
                   const WriteControl& control = {}, std::span<const ImageAttribute> attributes = {});
 
+// Encodes an 8 or 16-bit image as PNG in memory, for files that embed their images (a
+// glTF binary). Tests the break flag while encoding and reports its progress. The image
+// library is loaded on first use, as for WriteImage.
+Result<std::vector<std::byte>> EncodePng(const Image& image, const WriteControl& control = {});
+
 // Reads any image OpenImageIO understands, keeping the file's channel type where it is one
 // of ours (other integer types arrive as UInt16, other float types as Float32).
 Result<Image> ReadImage(const std::filesystem::path& path);

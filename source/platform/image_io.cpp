@@ -1,4 +1,5 @@
 #include "platform/image.h"
+#include "platform/module_loader.h"
 
 // Image files through the image codec module, loaded on first use: binaries that never read
 // or write an image file do not load the image library and its dependencies.
@@ -45,12 +46,6 @@ struct Codec {
   VlgdReadImage read = nullptr;
 };
 
-std::filesystem::path ExecutableFolder() {
-  std::error_code error;
-  const std::filesystem::path self = std::filesystem::read_symlink("/proc/self/exe", error);
-  return error ? std::filesystem::path() : self.parent_path();
-}
-
 // Beside the running program first (an installed tool), then where the build put it (the
 // tests and tools run from the build tree); VELLGRUND_IMAGE_CODEC names another.
 Result<const Codec*> LoadCodec() {
@@ -64,33 +59,17 @@ Result<const Codec*> LoadCodec() {
   static Codec codec;
   static std::string failure;
   std::call_once(once, [] {
-    std::vector<std::filesystem::path> candidates;
-    if (const char* chosen = std::getenv("VELLGRUND_IMAGE_CODEC"); chosen != nullptr && *chosen != '\0')
-      candidates.emplace_back(chosen);
-    candidates.push_back(ExecutableFolder() / VELLGRUND_IMAGE_CODEC_NAME);
-    candidates.emplace_back(VELLGRUND_IMAGE_CODEC_PATH);
-    std::string tried;
-    for (const std::filesystem::path& candidate : candidates) {
-      std::error_code ignored;
-      if (!std::filesystem::is_regular_file(candidate, ignored)) {
-        tried += (tried.empty() ? "" : ", ") + candidate.string();
-        continue;
-      }
-      void* handle = ::dlopen(candidate.c_str(), RTLD_NOW | RTLD_LOCAL);
-      if (handle == nullptr) {
-        const char* reason = ::dlerror();
-        failure = "The image codec " + candidate.string() + " could not be loaded: " +
-                  (reason != nullptr ? reason : "unknown reason");
-        return;
-      }
-      codec.encode = reinterpret_cast<VlgdEncodeImage>(::dlsym(handle, "vlgd_encode_image"));
-      codec.freeEncoded = reinterpret_cast<VlgdFreeEncoded>(::dlsym(handle, "vlgd_free_encoded"));
-      codec.read = reinterpret_cast<VlgdReadImage>(::dlsym(handle, "vlgd_read_image"));
-      if (codec.encode == nullptr || codec.freeEncoded == nullptr || codec.read == nullptr)
-        failure = "The image codec " + candidate.string() + " lacks its entry points";
+    const Result<void*> handle =
+        OpenModule("VELLGRUND_IMAGE_CODEC", VELLGRUND_IMAGE_CODEC_NAME, VELLGRUND_IMAGE_CODEC_PATH, "The image codec");
+    if (!handle) {
+      failure = handle.error().message;
       return;
     }
-    failure = "The image codec is not installed (looked for " + tried + ")";
+    codec.encode = reinterpret_cast<VlgdEncodeImage>(::dlsym(*handle, "vlgd_encode_image"));
+    codec.freeEncoded = reinterpret_cast<VlgdFreeEncoded>(::dlsym(*handle, "vlgd_free_encoded"));
+    codec.read = reinterpret_cast<VlgdReadImage>(::dlsym(*handle, "vlgd_read_image"));
+    if (codec.encode == nullptr || codec.freeEncoded == nullptr || codec.read == nullptr)
+      failure = "The image codec lacks its entry points";
   });
   if (!failure.empty()) return GenericError(failure);
   return &codec;
@@ -239,6 +218,40 @@ Status WriteImageUnchecked(const Image& image, const std::filesystem::path& path
                               {control.cancel, &writing});
 }
 
+Result<std::vector<std::byte>> EncodePngUnchecked(const Image& image, const WriteControl& control) {
+  if (image.Type() == PixelType::Float32)
+    return IllegalArgumentError("Cannot encode a PNG image: PNG holds 8 or 16-bit integers, not 32-bit floats!");
+  if (image.Width() <= 0 || image.Height() <= 0)
+    return IllegalArgumentError("Cannot encode a PNG image: the image is empty!");
+  if (image.Width() > std::numeric_limits<int>::max() || image.Height() > std::numeric_limits<int>::max())
+    return IllegalArgumentError("Cannot encode a PNG image: the image is too large for a PNG file!");
+  // The codec reads width x height pixels from the buffer; a moved-from image has none.
+  const auto needed = static_cast<std::size_t>(image.Width()) * static_cast<std::size_t>(image.Height()) *
+                      static_cast<std::size_t>(image.Channels()) * PixelTypeSize(image.Type());
+  if (image.Bytes().size() < needed)
+    return IllegalArgumentError("Cannot encode a PNG image: the image holds fewer pixels than its size!");
+  VLGD_ASSIGN_OR_RETURN(const Codec* codec, LoadCodec());
+
+  const int type = TypeNumber(image.Type());
+  const VlgdImageView view{image.Bytes().data(), image.Width(), image.Height(), image.Channels(), type, type};
+  EncodeWatch watch{control.cancel, PartProgress(control.progress, 0.0, 1.0)};
+  unsigned char* encoded = nullptr;
+  std::size_t encodedSize = 0;
+  std::array<char, 1024> reason{};
+  // No fallback file: PNG encodes in memory, and an empty path makes a codec that could
+  // not do so fail instead of writing somewhere.
+  const int outcome = codec->encode(&view, "png", "", nullptr, nullptr, 0, OnEncodeProgress, &watch, &encoded,
+                                    &encodedSize, reason.data(), reason.size());
+  const std::unique_ptr<unsigned char, VlgdFreeEncoded> bytes(encoded, codec->freeEncoded);
+  if (outcome == 2) return CancelledError("Encoding a PNG image cancelled!");
+  if (outcome != 0) return IoError(std::string("Could not encode a PNG image: ") + reason.data());
+  if (bytes == nullptr) return IoError("Could not encode a PNG image: the image codec cannot encode PNG in memory!");
+  std::vector<std::byte> result;
+  if (!TryResize(result, static_cast<Int>(encodedSize))) return OutOfMemoryError("Out of memory encoding a PNG image!");
+  std::memcpy(result.data(), bytes.get(), encodedSize);
+  return result;
+}
+
 Result<Image> ReadImageUnchecked(const std::filesystem::path& path) {
   VLGD_ASSIGN_OR_RETURN(const Codec* codec, LoadCodec());
   std::int64_t width = 0;
@@ -268,6 +281,14 @@ Status WriteImage(const Image& image, const std::filesystem::path& path, std::op
     return WriteImageUnchecked(image, path, fileType, control, attributes);
   } catch (const std::bad_alloc&) {
     return OutOfMemoryError("Out of memory writing " + Quoted(path) + "!");
+  }
+}
+
+Result<std::vector<std::byte>> EncodePng(const Image& image, const WriteControl& control) {
+  try {
+    return EncodePngUnchecked(image, control);
+  } catch (const std::bad_alloc&) {
+    return OutOfMemoryError("Out of memory encoding a PNG image!");
   }
 }
 

@@ -1,11 +1,17 @@
 #include <algorithm>
+#include <array>
+#include <charconv>
 #include <cmath>
+#include <cstddef>
 #include <limits>
 #include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 #include <nlohmann/json.hpp>
 
+#include "platform/image.h"
 #include "platform/mesh_common.h"
 #include "platform/mesh_io.h"
 
@@ -34,6 +40,12 @@ constexpr int kTargetArrayBuffer = 34962;
 constexpr int kTargetElementArrayBuffer = 34963;
 constexpr int kModeLines = 1;
 constexpr int kModeTriangles = 4;
+constexpr int kFilterLinear = 9729;
+constexpr int kFilterLinearMipmapLinear = 9987;
+constexpr int kWrapRepeat = 10497;
+// Graphics hardware commonly samples at most 16384 texels a side: a larger texture would
+// not show in a viewer.
+constexpr Int kMaxTextureSide = 16384;
 // 0xFFFFFFFF is the primitive-restart value; an index must stay below it.
 constexpr UInt64 kMaxVertexCount = std::numeric_limits<UInt32>::max();
 
@@ -110,6 +122,55 @@ Status PlanLineMesh(const LineObject& object, const std::string& name, MeshPlan&
   return CheckVertexCount(plan, name);
 }
 
+// A texture of the material: what it is called in messages and which channel counts it takes.
+struct TextureRole {
+  const Image* image;
+  std::string_view name;
+  int minChannels;
+  int maxChannels;
+};
+
+std::vector<TextureRole> Textures(const MeshMaterial& material) {
+  std::vector<TextureRole> textures{{material.baseColor, "base colour texture", 3, 4}};
+  if (material.normalMap != nullptr) textures.push_back({material.normalMap, "normal map", 3, 3});
+  return textures;
+}
+
+std::string ShortestText(double value) {
+  std::array<char, 32> text{};
+  const auto end = std::to_chars(text.data(), text.data() + text.size(), value).ptr;
+  return {text.data(), end};
+}
+
+Status CheckMaterial(const MeshMaterial& material) {
+  if (material.baseColor == nullptr) return IllegalArgumentError("the material has no base colour texture!");
+  for (const TextureRole& texture : Textures(material)) {
+    const Image& image = *texture.image;
+    const std::string what = "the material's " + std::string(texture.name);
+    if (image.Width() <= 0 || image.Height() <= 0) return IllegalArgumentError(what + " is empty!");
+    if (image.Width() > kMaxTextureSide || image.Height() > kMaxTextureSide) {
+      return IllegalArgumentError(what + " is " + std::to_string(image.Width()) + " x " +
+                                  std::to_string(image.Height()) + " pixels; a texture has at most " +
+                                  std::to_string(kMaxTextureSide) + " a side!");
+    }
+    if (image.Type() != PixelType::UInt8) return IllegalArgumentError(what + " must hold 8-bit channels!");
+    if (image.Channels() < texture.minChannels || image.Channels() > texture.maxChannels) {
+      return IllegalArgumentError(what + " has " + std::to_string(image.Channels()) + " channels; it must be " +
+                                  (texture.maxChannels == 4 ? "RGB or RGBA!" : "RGB!"));
+    }
+    // The encoder reads width x height pixels; a moved-from image has none.
+    if (image.Bytes().size() < static_cast<std::size_t>(image.Width() * image.Height() * image.Channels()))
+      return IllegalArgumentError(what + " holds fewer pixels than its size!");
+  }
+  for (const auto& [value, name] :
+       {std::pair{material.roughness, "roughness"}, {material.metallic, "metallic factor"}}) {
+    if (!(value >= 0.0 && value <= 1.0))
+      return IllegalArgumentError("the material's " + std::string(name) + " " + ShortestText(value) +
+                                  " lies outside 0 .. 1!");
+  }
+  return Ok();
+}
+
 json FloatArray(const Float3& values) {
   return json::array({static_cast<double>(values[0]), static_cast<double>(values[1]), static_cast<double>(values[2])});
 }
@@ -135,6 +196,12 @@ class BufferLayout {
                           {"type", type}});
     return static_cast<int>(accessors_.size() - 1);
   }
+  // A view of encoded bytes (an image), padded so that the next view stays aligned.
+  int AddView(UInt64 byteLength) {
+    bufferViews_.push_back({{"buffer", 0}, {"byteOffset", length_}, {"byteLength", byteLength}});
+    length_ += (byteLength + 3) / 4 * 4;
+    return static_cast<int>(bufferViews_.size() - 1);
+  }
   json& Accessor(int index) { return accessors_[static_cast<std::size_t>(index)]; }
   [[nodiscard]] UInt64 Length() const { return length_; }
   void MoveInto(json& document) {
@@ -150,7 +217,7 @@ class BufferLayout {
   UInt64 length_ = 0;
 };
 
-json MakeMesh(const MeshPlan& plan, const std::string& name, BufferLayout& layout) {
+json MakeMesh(const MeshPlan& plan, const std::string& name, bool textured, BufferLayout& layout) {
   json attributes = json::object();
   const int position = layout.AddAccessor(plan.vertexCount, 12, kComponentFloat, "VEC3", kTargetArrayBuffer);
   layout.Accessor(position)["min"] = FloatArray(plan.min);
@@ -166,6 +233,7 @@ json MakeMesh(const MeshPlan& plan, const std::string& name, BufferLayout& layou
   json primitive = {{"attributes", std::move(attributes)},
                     {"indices", indices},
                     {"mode", plan.polygons != nullptr ? kModeTriangles : kModeLines}};
+  if (textured && plan.polygons != nullptr) primitive["material"] = 0;
   json mesh = {{"primitives", json::array({std::move(primitive)})}};
   if (!name.empty()) mesh["name"] = name;
   return mesh;
@@ -259,7 +327,37 @@ void WriteLineMesh(const MeshPlan& plan, OutputBuffer& out) {
   }
 }
 
-Status WriteGlbTo(const GeometryObject& root, OutputBuffer& out) {
+// The material, its textures and their images, referring to the views of `encoded`. No
+// TANGENT attribute goes with a normal map: viewers derive tangents from positions,
+// normals and texture coordinates the one standard way, which ours would have to match.
+void AddMaterial(const MeshMaterial& material, const std::vector<std::vector<std::byte>>& encoded, BufferLayout& layout,
+                 json& document) {
+  json entry = {{"pbrMetallicRoughness",
+                 {{"baseColorTexture", {{"index", 0}}},
+                  {"metallicFactor", material.metallic},
+                  {"roughnessFactor", material.roughness}}}};
+  if (!material.name.empty()) entry["name"] = material.name;
+  if (material.normalMap != nullptr) entry["normalTexture"] = {{"index", 1}};
+  json textures = json::array();
+  json images = json::array();
+  for (const std::vector<std::byte>& png : encoded) {
+    textures.push_back({{"sampler", 0}, {"source", images.size()}});
+    images.push_back({{"bufferView", layout.AddView(png.size())}, {"mimeType", "image/png"}});
+  }
+  document["materials"] = json::array({std::move(entry)});
+  document["textures"] = std::move(textures);
+  document["images"] = std::move(images);
+  // Mipmapped, so that a terrain seen far off does not shimmer; repeated, so that tiling
+  // texture coordinates work.
+  document["samplers"] = json::array({json{{"magFilter", kFilterLinear},
+                                           {"minFilter", kFilterLinearMipmapLinear},
+                                           {"wrapS", kWrapRepeat},
+                                           {"wrapT", kWrapRepeat}}});
+}
+
+Status WriteGlbTo(const GeometryObject& root, const MeshMaterial* material, const WriteControl& control,
+                  OutputBuffer& out) {
+  if (material != nullptr) VLGD_RETURN_IF_ERROR(CheckMaterial(*material));
   const std::vector<TreeEntry> entries = mesh_internal::FlattenTree(root);
 
   std::vector<MeshPlan> plans;
@@ -271,6 +369,10 @@ Status WriteGlbTo(const GeometryObject& root, OutputBuffer& out) {
       const auto& polygons = static_cast<const PolygonObject&>(object);
       if (polygons.GetPolygonCount() == 0) continue;
       VLGD_RETURN_IF_ERROR(PlanPolygonMesh(polygons, entries[i].name, plan));
+      if (material != nullptr && plan.uvw == nullptr) {
+        return IllegalArgumentError("object \"" + entries[i].name +
+                                    "\" has no texture coordinates (UVW tag) for the material's textures!");
+      }
     } else {
       VLGD_RETURN_IF_ERROR(PlanLineMesh(static_cast<const LineObject&>(object), entries[i].name, plan));
       if (plan.indexCount == 0) continue;
@@ -296,17 +398,30 @@ Status WriteGlbTo(const GeometryObject& root, OutputBuffer& out) {
     if (!parent.contains("children")) parent["children"] = json::array();
     parent["children"].push_back(i);
   }
+  // Encoded before the JSON chunk, which needs their sizes. The write's progress counts
+  // the bytes of the file, so encoding only listens for a break.
+  std::vector<std::vector<std::byte>> encoded;
+  if (material != nullptr) {
+    for (const TextureRole& texture : Textures(*material)) {
+      // Before the encoder starts: it would load the image library for nothing.
+      if (TestBreak(control.cancel)) return CancelledError("cancelled while encoding the textures!");
+      VLGD_ASSIGN_OR_RETURN(std::vector<std::byte> png, EncodePng(*texture.image, {control.cancel, nullptr}));
+      encoded.push_back(std::move(png));
+    }
+  }
+
   BufferLayout layout;
   json meshes = json::array();
   for (const MeshPlan& plan : plans) {
     nodes[plan.node]["mesh"] = meshes.size();
-    meshes.push_back(MakeMesh(plan, entries[plan.node].name, layout));
+    meshes.push_back(MakeMesh(plan, entries[plan.node].name, material != nullptr, layout));
   }
 
   json document = {{"asset", {{"version", "2.0"}, {"generator", "Vellgrund"}}}, {"scene", 0}};
   document["scenes"] = json::array({json{{"nodes", json::array({0})}}});
   document["nodes"] = std::move(nodes);
   if (!meshes.empty()) document["meshes"] = std::move(meshes);
+  if (material != nullptr) AddMaterial(*material, encoded, layout, document);
   const UInt64 binLength = layout.Length();
   layout.MoveInto(document);
 
@@ -335,6 +450,10 @@ Status WriteGlbTo(const GeometryObject& root, OutputBuffer& out) {
       else
         WriteLineMesh(plan, out);
     }
+    for (const std::vector<std::byte>& png : encoded) {
+      out.Put(png.data(), png.size());
+      for (std::size_t i = png.size(); i % 4 != 0; ++i) out.PutChar('\0');
+    }
   }
   if (out.Count() != total)
     return GenericError("wrote " + std::to_string(out.Count()) + " bytes instead of " + std::to_string(total) + "!");
@@ -343,9 +462,11 @@ Status WriteGlbTo(const GeometryObject& root, OutputBuffer& out) {
 
 }  // namespace
 
-Status WriteGlb(const GeometryObject& root, const std::filesystem::path& path, const WriteControl& control) {
-  return mesh_internal::WriteMeshFile(path, root, control, {.perPoint = 32, .perPolygon = 24},
-                                     [&root](OutputBuffer& out) { return WriteGlbTo(root, out); });
+Status WriteGlb(const GeometryObject& root, const std::filesystem::path& path, const WriteControl& control,
+                const MeshMaterial* material) {
+  return mesh_internal::WriteMeshFile(
+      path, root, control, {.perPoint = 32, .perPolygon = 24},
+      [&root, material, &control](OutputBuffer& out) { return WriteGlbTo(root, material, control, out); });
 }
 
 }  // namespace platform

@@ -5,9 +5,10 @@
 
 namespace platform {
 
-Status WriteGeometry(const GeometryObject& root, const std::filesystem::path& path, const WriteControl& control) {
+Status WriteGeometry(const GeometryObject& root, const std::filesystem::path& path, const WriteControl& control,
+                     const MeshMaterial* material) {
   const std::string ending = LowerCaseEnding(path);
-  if (ending == ".glb") return WriteGlb(root, path, control);
+  if (ending == ".glb") return WriteGlb(root, path, control, material);
   if (ending == ".obj") return WriteObj(root, path, control);
   if (ending == ".ply") return WritePly(root, path, control);
   if (ending.empty()) {

@@ -15,6 +15,8 @@ Node::~Node() {
   // once per sibling.
   std::unique_ptr<Node> next = std::move(next_);
   while (next) next = std::move(next->next_);
+  next = std::move(branch_);
+  while (next) next = std::move(next->next_);
 }
 
 Int32 Node::GetType() const { return type_->id; }
@@ -36,10 +38,15 @@ Node* Node::GetUp() const {
 
 Node* Node::GetNextDepthFirst(const Node* root) const {
   if (firstChild_ != nullptr) return firstChild_.get();
+  if (branch_ != nullptr) return branch_.get();
   const Node* current = this;
   while (current != nullptr && current != root) {
     if (current->next_ != nullptr) return current->next_.get();
-    current = current->GetUp();
+    Node* up = current->GetUp();
+    // The end of a child list leads to the owner's branch; the end of a branch to the
+    // owner's next.
+    if (up != nullptr && !current->inBranch_ && up->branch_ != nullptr) return up->branch_.get();
+    current = up;
   }
   return nullptr;
 }
@@ -53,6 +60,12 @@ bool Node::IsAncestorOf(const Node& other) const {
 void Node::SetName(std::string name) {
   if (name == name_) return;
   name_ = std::move(name);
+  ++dirtyData_;
+}
+
+void Node::SetTextureLinks(std::vector<NodeLink> links) {
+  if (links == textureLinks_) return;
+  textureLinks_ = std::move(links);
   ++dirtyData_;
 }
 

@@ -2,6 +2,7 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "platform/geometry.h"
 #include "platform/matrix.h"
@@ -61,8 +62,14 @@ class Node {
   [[nodiscard]] Node* GetDownLast() const { return lastChild_; }
   [[nodiscard]] Node* GetNext() const { return next_.get(); }
   [[nodiscard]] Node* GetPred() const { return pred_; }
-  // The next node of a depth-first walk (children first, then siblings, then the
-  // parents' next), staying below `root` when one is given.
+  // The first node of the second branch: a list of nodes that belong to this one beside its
+  // children (a material's or a shader's own shaders). The document's materials are the
+  // branch of its hidden root.
+  [[nodiscard]] Node* GetBranch() const { return branch_.get(); }
+  // Whether the node lies in its parent's second branch rather than among its children.
+  [[nodiscard]] bool IsInBranch() const { return inBranch_; }
+  // The next node of a depth-first walk (the node, its children, its second branch, then
+  // its siblings and the parents' next), staying below `root` when one is given.
   [[nodiscard]] Node* GetNextDepthFirst(const Node* root = nullptr) const;
   // Whether `other` is this node or below it.
   [[nodiscard]] bool IsAncestorOf(const Node& other) const;
@@ -80,6 +87,11 @@ class Node {
   [[nodiscard]] bool IsActiveFor(BuildPurpose purpose) const;
   // Selected in its document.
   [[nodiscard]] bool IsSelected() const { return selected_; }
+
+  // The materials the node is textured with, in order (the first is the one a mesh file
+  // carries). Links resolve in the node's document; a deleted material reads as nullptr.
+  [[nodiscard]] const std::vector<NodeLink>& GetTextureLinks() const { return textureLinks_; }
+  void SetTextureLinks(std::vector<NodeLink> links);
 
   // Reads of the parameters.
   [[nodiscard]] const ParameterContainer& GetData() const { return parameters_; }
@@ -126,6 +138,8 @@ class Node {
   std::unique_ptr<Node> next_;
   std::unique_ptr<Node> firstChild_;
   Node* lastChild_ = nullptr;  // so that appending a child does not walk the siblings
+  std::unique_ptr<Node> branch_;
+  bool inBranch_ = false;
 
   std::string name_;
   bool enabled_ = true;
@@ -133,6 +147,7 @@ class Node {
   Visibility editorVisibility_ = Visibility::DEFAULT;
   Visibility renderVisibility_ = Visibility::DEFAULT;
   ParameterContainer parameters_;
+  std::vector<NodeLink> textureLinks_;
   Matrix localMatrix_;
   UInt32 dirtyData_ = 0;
   UInt32 dirtyMatrix_ = 0;

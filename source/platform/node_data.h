@@ -54,6 +54,12 @@ class NodeData {
     (void)id;
     return true;
   }
+  // The node is about to leave its document (deleted, or moved out by undo): the last
+  // moment its links still resolve.
+  virtual void Removing(Node& node, Document& document) {
+    (void)node;
+    (void)document;
+  }
   // Copies what the data keeps beside the parameters into a clone's data of the same type.
   virtual bool CopyTo(NodeData& destination) const {
     (void)destination;

@@ -30,6 +30,8 @@ enum ObjectInfo : UInt32 {
   OBJECT_FIELD = 2,  // a field object that field lists can link
   // Its children form a stack of terrain operators that it evaluates in order.
   OBJECT_OPERATOR_STACK = 4,
+  OBJECT_MATERIAL = 8,  // lives among the document's materials, not its objects
+  OBJECT_SHADER = 16,   // lives in a material's shader tree
 };
 
 // One 64 x 64 cell of an icon sheet, by its top-left pixel.

@@ -50,8 +50,11 @@ bool NodesEqual(const Node& a, const Node& b, const std::unordered_map<UInt64, I
                 const std::unordered_map<UInt64, Int>& indexB) {
   if (a.GetType() != b.GetType() || a.GetName() != b.GetName() || a.IsEnabled() != b.IsEnabled() ||
       a.GetEditorVisibility() != b.GetEditorVisibility() || a.GetRenderVisibility() != b.GetRenderVisibility() ||
-      a.GetMl() != b.GetMl())
+      a.GetMl() != b.GetMl() || a.IsInBranch() != b.IsInBranch() ||
+      a.GetTextureLinks().size() != b.GetTextureLinks().size())
     return false;
+  for (std::size_t k = 0; k < a.GetTextureLinks().size(); ++k)
+    if (PlaceOf(indexA, a.GetTextureLinks()[k].target) != PlaceOf(indexB, b.GetTextureLinks()[k].target)) return false;
   const Node* upA = a.GetUp();
   const Node* upB = b.GetUp();
   if (PlaceOf(indexA, upA != nullptr ? upA->Identity() : 0) != PlaceOf(indexB, upB != nullptr ? upB->Identity() : 0))
@@ -69,8 +72,12 @@ bool NodesEqual(const Node& a, const Node& b, const std::unordered_map<UInt64, I
 bool DocumentsEqual(const Document& a, const Document& b) {
   try {
     if (a.WorldOverrides() != b.WorldOverrides()) return false;
-    const std::vector<Node*> nodesA = a.AllNodes();
-    const std::vector<Node*> nodesB = b.AllNodes();
+    std::vector<Node*> nodesA = a.AllNodes();
+    std::vector<Node*> nodesB = b.AllNodes();
+    for (auto [document, nodes] : {std::pair{&a, &nodesA}, std::pair{&b, &nodesB}}) {
+      const std::vector<Node*> materials = document->AllMaterials();
+      nodes->insert(nodes->end(), materials.begin(), materials.end());
+    }
     if (nodesA.size() != nodesB.size()) return false;
     const auto indexA = IndexNodes(nodesA);
     const auto indexB = IndexNodes(nodesB);

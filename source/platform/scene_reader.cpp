@@ -36,7 +36,7 @@ class SceneReader {
   Result<std::unique_ptr<Document>> Read(std::string_view text) {
     VLGD_ASSIGN_OR_RETURN(const Json root, ParseStrictJson(text));
     if (!root.is_object()) return IllegalArgumentError("not a scene file: expected a JSON object, not " + KindOf(root));
-    VLGD_RETURN_IF_ERROR(OnlyKeys(root, {"vellgrund", "preferences", "objects"}));
+    VLGD_RETURN_IF_ERROR(OnlyKeys(root, {"vellgrund", "preferences", "objects", "materials"}));
 
     const Json* version = Member(root, "vellgrund");
     if (version == nullptr) return IllegalArgumentError("not a scene file: the format number 'vellgrund' is missing");
@@ -52,9 +52,15 @@ class SceneReader {
     if (const Json* preferences = Member(root, "preferences")) VLGD_RETURN_IF_ERROR(ReadPreferences(*preferences));
     if (const Json* objects = Member(root, "objects")) {
       if (!objects->is_array()) return IllegalArgumentError("'objects': expected an array, not " + KindOf(*objects));
-      VLGD_RETURN_IF_ERROR(ReadNodes(*objects, "objects", nullptr, 0));
+      VLGD_RETURN_IF_ERROR(ReadNodes(*objects, "objects", nullptr, 0, ListKind::OBJECTS));
+    }
+    if (const Json* materials = Member(root, "materials")) {
+      if (!materials->is_array())
+        return IllegalArgumentError("'materials': expected an array, not " + KindOf(*materials));
+      VLGD_RETURN_IF_ERROR(ReadNodes(*materials, "materials", nullptr, 0, ListKind::MATERIALS));
     }
     VLGD_RETURN_IF_ERROR(ResolveLinks());
+    VLGD_RETURN_IF_ERROR(ResolveTextureLinks());
     // Conversions run once the whole scene is there, links included.
     for (const PendingRead& read : reads_) {
       NodeData* data = read.node->GetNodeData();
@@ -85,6 +91,33 @@ class SceneReader {
     std::string where;
     std::vector<ParameterId> given;  // the parameters the file gave
   };
+
+  // Which node types a list holds: objects and their children, the document's materials,
+  // or a shader tree (a material's or shader's "shaders" and a shader's "children").
+  enum class ListKind { OBJECTS, MATERIALS, SHADERS };
+  static constexpr UInt32 kTreeKinds = OBJECT_MATERIAL | OBJECT_SHADER;
+  static bool Holds(ListKind kind, const PluginInfo& info) {
+    switch (kind) {
+      case ListKind::OBJECTS:
+        return (info.objectInfo & kTreeKinds) == 0;
+      case ListKind::MATERIALS:
+        return (info.objectInfo & OBJECT_MATERIAL) != 0;
+      case ListKind::SHADERS:
+        return (info.objectInfo & OBJECT_SHADER) != 0;
+    }
+    return false;
+  }
+  static const char* ExpectedType(ListKind kind) {
+    switch (kind) {
+      case ListKind::OBJECTS:
+        return "an object type (materials and shaders have lists of their own)";
+      case ListKind::MATERIALS:
+        return "a material type";
+      case ListKind::SHADERS:
+        return "a shader type";
+    }
+    return "";
+  }
 
   // {"<key>": value, ...} for the world preferences, and {"<container ID>": {...}} for
   // other containers; preference values are never objects, so the two cannot be confused.
@@ -156,16 +189,21 @@ class SceneReader {
     return value;
   }
 
-  Status ReadNodes(const Json& list, const std::string& path, Node* parent, Int depth) {
+  // `branch`: the list is the second branch of `parent` (of the document for materials).
+  Status ReadNodes(const Json& list, const std::string& path, Node* parent, Int depth, ListKind kind,
+                   bool branch = false) {
     Node* previous = nullptr;
+    branch = branch || kind == ListKind::MATERIALS;
     for (std::size_t i = 0; i < list.size(); ++i) {
-      VLGD_ASSIGN_OR_RETURN(previous, ReadNode(list[i], path + "[" + std::to_string(i) + "]", parent, previous, depth));
+      VLGD_ASSIGN_OR_RETURN(
+          previous, ReadNode(list[i], path + "[" + std::to_string(i) + "]", parent, previous, depth, kind, branch));
     }
     return Ok();
   }
 
-  // Inserts the node after `previous`, or as the first child of `parent` when that is nullptr.
-  Result<Node*> ReadNode(const Json& object, const std::string& path, Node* parent, Node* previous, Int depth) {
+  // Inserts the node after `previous`, or first in `parent`'s list when that is nullptr.
+  Result<Node*> ReadNode(const Json& object, const std::string& path, Node* parent, Node* previous, Int depth,
+                         ListKind kind, bool branch) {
     if (!object.is_object()) return Within<Node*>(Expected("an object", object), path);
     if (++nodeCount_ > kMaxNodes)
       return IllegalArgumentError(path + ": the scene has more than " + std::to_string(kMaxNodes) + " objects");
@@ -180,14 +218,17 @@ class SceneReader {
                                     " bytes long; names may be at most " + std::to_string(kMaxNameBytes) + " bytes");
       where += " '" + Excerpt(text) + "'";
     }
-    VLGD_RETURN_IF_ERROR(
-        Within<void>(OnlyKeys(object, {"type", "name", "id", "enabled", "editor_visible", "render_visible", "level",
-                                       "matrix", "position", "rotation", "scale", "params", "children"}),
-                     where));
+    VLGD_RETURN_IF_ERROR(Within<void>(
+        OnlyKeys(object, {"type", "name", "id", "enabled", "editor_visible", "render_visible", "level", "matrix",
+                          "position", "rotation", "scale", "params", "children", "shaders", "materials"}),
+        where));
 
     const Json* type = Member(object, "type");
     if (type == nullptr) return IllegalArgumentError(where + ": 'type' is missing");
     VLGD_ASSIGN_OR_RETURN(const PluginInfo* info, Within(FindType(*type), where + ": 'type'"));
+    if (!Holds(kind, *info))
+      return IllegalArgumentError(where + ": 'type': " + Excerpt(type->dump()) + " cannot stand here; expected " +
+                                  ExpectedType(kind));
     auto created = document_->CreateNode(info->id);
     if (!created) return Within<Node*>(std::unexpected(created.error()), where + ": 'type'");
     std::unique_ptr<Node> node = std::move(*created);
@@ -220,15 +261,35 @@ class SceneReader {
     }
 
     Node* inserted = previous != nullptr ? document_->InsertAfter(std::move(node), *previous)
+                     : branch            ? document_->InsertBranchLast(std::move(node), parent)
                                          : document_->InsertFirst(std::move(node), parent);
     reads_.push_back({inserted, level, where, std::move(given)});
 
-    if (const Json* children = Member(object, "children")) {
-      if (!children->is_array()) return Within<Node*>(Expected("an array", *children), where + ": 'children'");
-      if (!children->empty() && depth >= kMaxChildDepth)
-        return IllegalArgumentError(where + ": 'children': nested deeper than " + std::to_string(kMaxChildDepth) +
-                                    " levels");
-      VLGD_RETURN_IF_ERROR(ReadNodes(*children, path + ".children", inserted, depth + 1));
+    if (const Json* materials = Member(object, "materials")) {
+      if (kind != ListKind::OBJECTS)
+        return IllegalArgumentError(where + ": 'materials': only objects are textured with materials");
+      if (!materials->is_array()) return Within<Node*>(Expected("an array", *materials), where + ": 'materials'");
+      for (std::size_t i = 0; i < materials->size(); ++i) {
+        const std::string at = where + ": 'materials'[" + std::to_string(i) + "]";
+        VLGD_ASSIGN_OR_RETURN(std::string key, Within(ReadKey((*materials)[i]), at));
+        textureLinks_.push_back({inserted, 0, -1, std::move(key), at});
+      }
+    }
+    // A shader's inputs are shaders; an object's children objects; a material has shaders only.
+    const ListKind childKind = kind == ListKind::OBJECTS ? ListKind::OBJECTS : ListKind::SHADERS;
+    for (const auto& [key, inBranch] : {std::pair{"children", false}, std::pair{"shaders", true}}) {
+      const Json* list = Member(object, key);
+      if (list == nullptr) continue;
+      const std::string at = where + ": '" + key + "'";
+      if (!list->is_array()) return Within<Node*>(Expected("an array", *list), at);
+      if (list->empty()) continue;
+      if (inBranch ? kind == ListKind::OBJECTS : kind == ListKind::MATERIALS)
+        return IllegalArgumentError(
+            at + ": " +
+            (inBranch ? "only materials and shaders hold shaders" : "a material holds its shaders in 'shaders'"));
+      if (depth >= kMaxChildDepth)
+        return IllegalArgumentError(at + ": nested deeper than " + std::to_string(kMaxChildDepth) + " levels");
+      VLGD_RETURN_IF_ERROR(ReadNodes(*list, path + "." + key, inserted, depth + 1, childKind, inBranch));
     }
     return inserted;
   }
@@ -545,8 +606,25 @@ class SceneReader {
     return Ok();
   }
 
+  // Texture links name materials, in the order given.
+  Status ResolveTextureLinks() {
+    for (const PendingLink& link : textureLinks_) {
+      const auto found = keys_.find(link.key);
+      if (found == keys_.end())
+        return IllegalArgumentError(link.where + ": no object has the id '" + Excerpt(link.key) + "'");
+      if ((found->second->GetTypeInfo().objectInfo & OBJECT_MATERIAL) == 0)
+        return IllegalArgumentError(link.where + ": the object with the id '" + Excerpt(link.key) +
+                                    "' is not a material");
+      std::vector<NodeLink> links = link.node->GetTextureLinks();
+      links.push_back(NodeLink{found->second->Identity()});
+      link.node->SetTextureLinks(std::move(links));
+    }
+    return Ok();
+  }
+
   Host& host_;
   const Registry& registry_;
+  std::vector<PendingLink> textureLinks_;
   std::unique_ptr<Document> document_;
   std::unordered_map<std::string, Node*> keys_;
   std::vector<PendingLink> links_;

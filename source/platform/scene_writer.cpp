@@ -34,7 +34,9 @@ class SceneWriter {
   explicit SceneWriter(const Document& document) : document_(document), registry_(document.GetHost().GetRegistry()) {}
 
   Result<std::string> Write() {
-    const std::vector<Node*> nodes = document_.AllNodes();
+    std::vector<Node*> nodes = document_.AllNodes();
+    const std::vector<Node*> materials = document_.AllMaterials();
+    nodes.insert(nodes.end(), materials.begin(), materials.end());
     for (std::size_t i = 0; i < nodes.size(); ++i) indexOf_.emplace(nodes[i]->Identity(), static_cast<Int>(i));
     for (const Node* node : nodes) MarkTargets(*node);
 
@@ -48,6 +50,11 @@ class SceneWriter {
       objects.push_back(std::move(written));
     }
     root["objects"] = std::move(objects);
+    if (document_.GetFirstMaterial() != nullptr) {
+      OrderedJson written = OrderedJson::array();
+      VLGD_RETURN_IF_ERROR(WriteList(document_.GetFirstMaterial(), "materials", 0, written));
+      root["materials"] = std::move(written);
+    }
     std::string text;
     AppendPretty(root, 0, text);
     text += '\n';
@@ -57,6 +64,7 @@ class SceneWriter {
  private:
   // Nodes that links name get an "id": their depth-first index.
   void MarkTargets(const Node& node) {
+    for (const NodeLink& link : node.GetTextureLinks()) MarkTarget(link.target);
     for (const auto& [id, value] : node.GetData().Entries()) {
       const ParameterDescription* parameter = node.GetTypeInfo().description.Find(id);
       if (parameter == nullptr || !IsStored(*parameter)) continue;
@@ -124,20 +132,30 @@ class SceneWriter {
       VLGD_ASSIGN_OR_RETURN(params[key], Within(WriteValue(*parameter, value), where + ": parameter '" + key + "'"));
     }
     if (!params.empty()) out["params"] = std::move(params);
-    if (node.GetDown() != nullptr) {
+    if (!node.GetTextureLinks().empty()) {
+      OrderedJson materials = OrderedJson::array();
+      for (const NodeLink& link : node.GetTextureLinks()) materials.push_back(KeyOf(link.target));
+      out["materials"] = std::move(materials);
+    }
+    for (const auto& [first, key] : {std::pair{node.GetDown(), "children"}, std::pair{node.GetBranch(), "shaders"}}) {
+      if (first == nullptr) continue;
       if (depth >= kMaxChildDepth)
-        return IllegalArgumentError(where + ": children nested deeper than " + std::to_string(kMaxChildDepth) +
+        return IllegalArgumentError(where + ": " + key + " nested deeper than " + std::to_string(kMaxChildDepth) +
                                     " levels");
-      OrderedJson children = OrderedJson::array();
-      Int index = 0;
-      for (const Node* child = node.GetDown(); child != nullptr; child = child->GetNext(), ++index) {
-        VLGD_ASSIGN_OR_RETURN(OrderedJson written,
-                              WriteNode(*child, path + ".children[" + std::to_string(index) + "]", depth + 1));
-        children.push_back(std::move(written));
-      }
-      out["children"] = std::move(children);
+      OrderedJson list = OrderedJson::array();
+      VLGD_RETURN_IF_ERROR(WriteList(first, path + "." + key, depth + 1, list));
+      out[key] = std::move(list);
     }
     return out;
+  }
+
+  Status WriteList(const Node* first, const std::string& path, Int depth, OrderedJson& list) const {
+    Int index = 0;
+    for (const Node* node = first; node != nullptr; node = node->GetNext(), ++index) {
+      VLGD_ASSIGN_OR_RETURN(OrderedJson written, WriteNode(*node, path + "[" + std::to_string(index) + "]", depth));
+      list.push_back(std::move(written));
+    }
+    return Ok();
   }
 
  public:

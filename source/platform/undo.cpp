@@ -11,6 +11,7 @@ NodePlace PlaceOf(const Node& node) {
   NodePlace place;
   if (const Node* parent = node.GetUp()) place.parent = parent->Identity();
   if (const Node* pred = node.GetPred()) place.pred = pred->Identity();
+  place.branch = node.IsInBranch();
   return place;
 }
 
@@ -37,6 +38,7 @@ Status Document::AddUndo(UndoType type, Node& node) {
         step.state.editorVisibility = node.GetEditorVisibility();
         step.state.renderVisibility = node.GetRenderVisibility();
         step.state.localMatrix = node.GetMl();
+        step.state.textureLinks = node.GetTextureLinks();
         [[fallthrough]];
       case UNDOTYPE_CHANGE_SMALL:
         VLGD_RETURN_IF_ERROR(step.state.parameters.CopyFrom(node.GetData()));
@@ -94,8 +96,9 @@ void Document::ApplyUndo(UndoGroup& group, bool undo) {
   const auto putBack = [this](std::unique_ptr<Node> node, const NodePlace& place) {
     Node* parent = place.parent != 0 ? FindByIdentity(place.parent) : nullptr;
     Node* pred = place.pred != 0 ? FindByIdentity(place.pred) : nullptr;
-    if (pred != nullptr && pred->GetUp() == parent) return InsertAfter(std::move(node), *pred);
-    return InsertFirst(std::move(node), parent);
+    if (pred != nullptr && pred->GetUp() == parent && pred->IsInBranch() == place.branch)
+      return InsertAfter(std::move(node), *pred);
+    return Link(std::move(node), parent != nullptr ? *parent : *root_, nullptr, place.branch);
   };
   const auto apply = [&](UndoStep& step) {
     // A node is out of the document after undoing its creation or redoing its deletion.
@@ -121,9 +124,10 @@ void Document::ApplyUndo(UndoGroup& group, bool undo) {
     node->SetEnabled(std::exchange(step.state.enabled, node->IsEnabled()));
     node->SetEditorVisibility(std::exchange(step.state.editorVisibility, node->GetEditorVisibility()));
     node->SetRenderVisibility(std::exchange(step.state.renderVisibility, node->GetRenderVisibility()));
+    node->SetTextureLinks(std::exchange(step.state.textureLinks, node->GetTextureLinks()));
     node->SetMl(std::exchange(step.state.localMatrix, node->GetMl()));
     const NodePlace current = PlaceOf(*node);
-    if (current.parent != step.place.parent || current.pred != step.place.pred) {
+    if (current.parent != step.place.parent || current.pred != step.place.pred || current.branch != step.place.branch) {
       std::unique_ptr<Node> moved = Remove(*node);
       putBack(std::move(moved), step.place);
     }

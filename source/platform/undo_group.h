@@ -8,10 +8,12 @@
 
 namespace platform {
 
-// Where a node sits: under which parent (0: the top level), after which sibling (0: first).
+// Where a node sits: under which parent (0: the top level), after which sibling (0: first),
+// in which of the parent's lists.
 struct NodePlace {
   UInt64 parent = 0;
   UInt64 pred = 0;
+  bool branch = false;  // in the parent's second branch (the top level's: the materials)
 };
 
 // What a change step restores besides the place.
@@ -21,6 +23,7 @@ struct NodeState {
   Visibility editorVisibility = Visibility::DEFAULT;
   Visibility renderVisibility = Visibility::DEFAULT;
   ParameterContainer parameters;
+  std::vector<NodeLink> textureLinks;
   Matrix localMatrix;
 };
 

@@ -216,6 +216,11 @@ Result<EVALUATIONRESULT> BaseTerrainOperatorData::Evaluate(const Grid2D<Float>& 
   return evaluation;
 }
 
+void BaseTerrainOperatorData::Removing(Node& node, Document& doc) {
+  (void)node;
+  observers_.Notify(ID_TERRAINOPERATORSHADER_MESSAGE, doc, true);
+}
+
 Status BaseTerrainOperatorData::CombineIntoTerrain(Grid2D<Float>& terrain, Node& op, Document& doc,
                                                    const EvaluationContext& context) {
   const BlendSettings settings = ReadBlendSettings(op.GetData());

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <filesystem>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -12,6 +13,7 @@
 #include "platform/types.h"
 #include "vellgrund/blend.h"
 #include "vellgrund/grid2d.h"
+#include "vellgrund/observable.h"
 
 namespace VLGD {
 
@@ -62,6 +64,8 @@ enum class OPERATORDIRTY : UInt32 {
 enum PluginId : Int32 {
   ID_BASETERRAINOPERATOR = 1054564,  // the type every operator is an instance of
   ID_CUSTOMOUTPUT_CHANGEMAP = 1056542,
+  // The terrain operator shader; also the message that tells materials an operator changed.
+  ID_TERRAINOPERATORSHADER_MESSAGE = 1054655,
 };
 
 // Parameters every operator has.
@@ -210,6 +214,13 @@ class BaseTerrainOperatorData : public platform::ObjectData {
 
   [[nodiscard]] const Grid2D<Float>& GetResult() const { return result_; }
   [[nodiscard]] const Grid2D<Float>& GetChangeMap() const { return changeMap_; }
+  // The weight of the last combination per sample (fields, slope and height range); empty
+  // when the operator acted everywhere at full weight.
+  [[nodiscard]] std::span<const Float> GetMask() const { return mask_; }
+  // The materials whose shaders read this operator.
+  [[nodiscard]] ObserverList& Observers() { return observers_; }
+  // A freed operator tells its observers, which then read nothing from it.
+  void Removing(Node& node, Document& doc) override;
   [[nodiscard]] bool NeedsEvaluation() const { return needsEvaluation_; }
   void SetNeedsEvaluation() { needsEvaluation_ = true; }
 
@@ -226,6 +237,7 @@ class BaseTerrainOperatorData : public platform::ObjectData {
  private:
   Grid2D<Float> changeMap_;
   std::vector<Float> mask_;  // kept between builds to reuse its memory
+  ObserverList observers_;
   bool needsEvaluation_ = true;
 };
 

@@ -140,6 +140,7 @@ EvaluationQueue::STATUS EvaluationQueue::Check(const EvaluationQueue* previous, 
     const OPERATORDIRTY dirty = GetDirtyState(op, *item.object, doc, settings);
     const bool changedFromHere = firstDifference != kNone && i >= firstDifference;
     item.status = STATUS::OK;
+    item.changed = dirty != OPERATORDIRTY::CLEAN;
     if (dirty != OPERATORDIRTY::CLEAN) {
       item.status = STATUS::EVALUATE;
       anyDirty = true;
@@ -163,6 +164,8 @@ Status EvaluationQueue::Run(Grid2D<Float>& terrain, Document& doc, const Evaluat
   memory_ = 0;
   StatusText status(context.progress);
   const platform::StringTable& strings = doc.GetHost().GetStrings();
+  // Whether the terrain an operator combines into differs from the last run's.
+  bool upstreamChanged = false;
   for (Item& item : items_) {
     BaseTerrainOperatorData& op = *item.operatorData;
     item.result = EVALUATIONRESULT::CACHED;
@@ -186,6 +189,15 @@ Status EvaluationQueue::Run(Grid2D<Float>& terrain, Document& doc, const Evaluat
       status_ = STATUS::EVALUATE;
       return combined;
     }
+    // Every operator combines again on every run, but what materials read of it changes
+    // only when it was computed again, its own settings changed or, for masks that weigh
+    // by the terrain below, that terrain changed. Telling the materials only then re-bakes
+    // just those that read what changed.
+    const bool rebuilt = item.result == EVALUATIONRESULT::REBUILT;
+    const BlendSettings masks = ReadBlendSettings(item.object->GetData());
+    if (rebuilt || item.changed || (upstreamChanged && (masks.slopeMaskEnabled || masks.heightMaskEnabled)))
+      op.Observers().Notify(ID_TERRAINOPERATORSHADER_MESSAGE, doc, true);
+    upstreamChanged = upstreamChanged || rebuilt || item.changed;
   }
   status_ = STATUS::OK;
   return platform::Ok();

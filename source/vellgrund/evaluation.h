@@ -25,6 +25,8 @@ class EvaluationQueue {
     // What the last run did with the operator, and how long its evaluation took.
     EVALUATIONRESULT result = EVALUATIONRESULT::CACHED;
     Float seconds = 0.0;
+    // Its own parameters, fields or matrices changed since the last run.
+    bool changed = false;
   };
 
   // Fills the queue from the parent's children that are operators and active for the

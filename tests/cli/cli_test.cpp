@@ -91,7 +91,8 @@ TEST(Cli, RefusalsAndFailuresKeepEveryEarlierFile) {
            signal + " $pid 2>/dev/null; wait $pid";
   };
   const std::vector<Case> cases = {
-      {"height map in a missing folder", "\"$V\" build small.json -o out --heightmap nodir/h.png", 2, "\"nodir\" does not exist"},
+      {"height map in a missing folder", "\"$V\" build small.json -o out --heightmap nodir/h.png", 2,
+       "\"nodir\" does not exist"},
       {"height map ending", "\"$V\" build small.json -o out --heightmap h.jpg", 2, "\".jpg\" is not supported"},
       {"heights ending", "\"$V\" build small.json -o out --heights h.txt", 2, "(use .npy)"},
       {"output folder is a file", "\"$V\" build small.json -o small.json", 2, "is not a folder"},
@@ -117,8 +118,12 @@ TEST(Cli, RefusalsAndFailuresKeepEveryEarlierFile) {
        "Could not write \"h.png\": File too large"},
       {"full disk during .glb", "ulimit -f 20 && \"$V\" build small.json -o out", 1,
        "Could not write \"out/Terrain.glb\": File too large"},
-      {"plane beyond memory", "ulimit -v 4000000 && \"$V\" plane --segments 20000 20000 -o out/p.glb", 1, "20000 x 20000",
-       {}, {"out/p.glb"}},
+      {"plane beyond memory",
+       "ulimit -v 4000000 && \"$V\" plane --segments 20000 20000 -o out/p.glb",
+       1,
+       "20000 x 20000",
+       {},
+       {"out/p.glb"}},
       {"terrain beyond memory", "ulimit -v 4000000 && \"$V\" build vast.json -o out", 1,
        "'Vast' at 16385 x 16385 samples with 2 operators needs"},
       {"kernel beyond memory", "ulimit -v 4000000 && \"$V\" build clamped.json -o out/x", 0, "SHARPENOPERATOR_SIZE"},
@@ -126,31 +131,66 @@ TEST(Cli, RefusalsAndFailuresKeepEveryEarlierFile) {
        "cancelled"},
       {"terminated droplets", "\"$V\" build droplets.json -o out & pid=$!; sleep 1; kill -TERM $pid; wait $pid", 130,
        "cancelled"},
-      {"interrupted .glb", signalWhileWriting("build big.json -o out", ".Terrain.partial-*.glb*", "INT"), 130, "cancelled"},
+      {"interrupted .glb", signalWhileWriting("build big.json -o out", ".Terrain.partial-*.glb*", "INT"), 130,
+       "cancelled"},
       {"terminated .obj", signalWhileWriting("build big.json -o out --obj", ".Terrain.partial-*.obj*", "TERM"), 130,
        "cancelled"},
       {"hung up .ply", signalWhileWriting("build big.json -o out --ply", ".Terrain.partial-*.ply*", "HUP"), 130,
        "cancelled"},
-      {"interrupted .png", signalWhileWriting("build big.json -o out --heightmap out/h.png", ".h.partial-*", "INT"), 130,
-       "cancelled", {}, {"out/h.png"}},
-      {"interrupted .npy", signalWhileWriting("build big.json -o out --heights out/h.npy", ".h.partial-*", "INT"), 130,
-       "cancelled", {}, {"out/h.npy"}},
+      {"interrupted .png",
+       signalWhileWriting("build big.json -o out --heightmap out/h.png", ".h.partial-*", "INT"),
+       130,
+       "cancelled",
+       {},
+       {"out/h.png"}},
+      {"interrupted .npy",
+       signalWhileWriting("build big.json -o out --heights out/h.npy", ".h.partial-*", "INT"),
+       130,
+       "cancelled",
+       {},
+       {"out/h.npy"}},
       // Runs that succeed: names become safe file names inside the output folder, and
       // what was clamped, capped or skipped is said.
-      {"names", "\"$V\" build escape.json -o out/names", 0, "wrote out/names/_.._escaped.glb",
+      {"names",
+       "\"$V\" build escape.json -o out/names",
+       0,
+       "wrote out/names/_.._escaped.glb",
        {"out/names/_.._escaped.glb", "out/names/_tmp_vellgrund-absolute.glb", "out/names/line_break.glb",
         "out/names/Terrain.glb", "out/names/con_.glb"},
        {"escaped.glb", "../escaped.glb", "/tmp/vellgrund-absolute.glb"}},
-      {"skipped terrains", "\"$V\" build some-off.json -o out/some", 0, "skipping the terrain 'Hidden'",
-       {"out/some/On.glb"}, {"out/some/Off.glb", "out/some/Hidden.glb"}},
-      {"clamped values", "\"$V\" build clamped.json -o out/clamped", 0, "BLUROPERATOR_RADIUS: -3 is below the minimum",
+      {"skipped terrains",
+       "\"$V\" build some-off.json -o out/some",
+       0,
+       "skipping the terrain 'Hidden'",
+       {"out/some/On.glb"},
+       {"out/some/Off.glb", "out/some/Hidden.glb"}},
+      {"clamped values",
+       "\"$V\" build clamped.json -o out/clamped",
+       0,
+       "BLUROPERATOR_RADIUS: -3 is below the minimum",
        {"out/clamped/T.glb"}},
       {"capped resolution", "\"$V\" build capped.json -o out/wide --quiet", 0, "capped"},
-      {"raw heights in a PNG", "\"$V\" build small.json -o out/png --heightmap out/png/h.png", 0, "mapped to 0 .. 65535",
+      {"raw heights in a PNG",
+       "\"$V\" build small.json -o out/png --heightmap out/png/h.png",
+       0,
+       "mapped to 0 .. 65535",
        {"out/png/h.png"}},
-      {"scene from standard input, options after the command", "\"$V\" new | \"$V\" build - -o out/stdin --threads 1", 0,
-       "wrote out/stdin/Terrain.glb", {"out/stdin/Terrain.glb"}},
+      {"scene from standard input, options after the command",
+       "\"$V\" new | \"$V\" build - -o out/stdin --threads 1",
+       0,
+       "wrote out/stdin/Terrain.glb",
+       {"out/stdin/Terrain.glb"}},
       {"validate", "\"$V\" validate curve.json", 0, "valid (1 terrain"},
+      {"export preset", "\"$V\" build small.json -o out --export unreal,fbx", 2, "'fbx' is not a preset"},
+      {"export CRS", "\"$V\" build small.json -o out --export geotiff --crs EPSG:99999", 2,
+       "EPSG:99999 is not a known"},
+      {"export size",
+       "\"$V\" build small.json -o out --export unity --lod 0.5",
+       2,
+       "a Unity height map needs",
+       {},
+       {"out/Terrain.unity.raw", "out/Terrain.unity.json"}},
+      {"splat without mask materials", "\"$V\" build small.json -o out --export splat", 2, "no mask materials"},
   };
   for (const Case& test : cases) {
     SCOPED_TRACE(test.what);
@@ -193,6 +233,8 @@ TEST(Cli, HelpVersionAndPlanes) {
 #ifndef VELLGRUND_IMAGE_CODEC_LINKED
   // The image library loads when an image is read or written, not at every start.
   EXPECT_EQ(RunShell(dir.Path(), "ldd \"$V\" | grep -c OpenImageIO").output, "0\n");
+  // Nor GDAL, which only GeoTIFF exports and CRS checks load (sanitizer builds link both in).
+  EXPECT_EQ(RunShell(dir.Path(), "ldd \"$V\" | grep -c gdal").output, "0\n");
 #endif
   EXPECT_EQ(RunCli(dir, "").exitCode, 2);
 
@@ -240,6 +282,28 @@ TEST(Cli, BuildWritesEveryFileOfEveryTerrain) {
   for (const char* file : {"A.glb", "A.obj", "A.ply", "B.glb", "h_A.npy", "h_B.npy", "h_A.png", "h_B.png"})
     EXPECT_TRUE(std::filesystem::exists(dir.File(file))) << file;
   EXPECT_NE(ReadText(dir.File("h_A.npy")).find("'shape': (5, 5)"), std::string::npos);
+}
+
+TEST(Cli, ExportsWriteEachFileWithItsSidecar) {
+  testing_support::TempDir dir;
+  WriteText(dir.File("small.json"), Scenes().at("small.json"));
+  const Outcome run = RunCli(dir, "build small.json -o out --export unreal,unity");
+  ASSERT_EQ(run.exitCode, 0) << run.output;
+  EXPECT_NE(run.output.find("Unreal recommends"), std::string::npos) << "33 samples is no landscape size";
+  const std::vector<std::string> files = {"out/Terrain.unreal.png", "out/Terrain.unreal.json", "out/Terrain.unity.raw",
+                                          "out/Terrain.unity.json"};
+  for (const std::string& file : files) EXPECT_NE(run.output.find("wrote " + file), std::string::npos) << file;
+  EXPECT_EQ(testing_support::ReadFileBytes(dir.File("out/Terrain.unity.raw")).size(), 33u * 33u * 2u);
+  EXPECT_NE(ReadText(dir.File("out/Terrain.unity.json")).find("\"heightmap_resolution\": 33"), std::string::npos);
+  EXPECT_NE(ReadText(dir.File("out/Terrain.unreal.json")).find("\"file\": \"Terrain.unreal.png\""), std::string::npos);
+
+  // A run that Unity's sizes refuse leaves every file of the earlier one as it was.
+  std::vector<std::string> earlier;
+  for (const std::string& file : files) earlier.push_back(testing_support::ReadFileBytes(dir.File(file)));
+  const Outcome refused = RunCli(dir, "build small.json -o out --export unreal --export unity --lod 0.5");
+  EXPECT_EQ(refused.exitCode, 2) << refused.output;
+  for (std::size_t i = 0; i < files.size(); ++i)
+    EXPECT_EQ(testing_support::ReadFileBytes(dir.File(files[i])), earlier[i]) << files[i];
 }
 
 std::string NpyPayload(const std::filesystem::path& file) {

@@ -118,7 +118,7 @@ TEST_F(Described, DescribeShowsEveryParameterWithItsStateWithinOneHundredColumns
   }
 }
 
-TEST_F(Described, TheListNamesEveryTypeOnceAndTheFieldTypesUnderTheirOwnHeading) {
+TEST_F(Described, TheListNamesEveryTypeOnceAndFieldsAndShadersUnderTheirOwnHeadings) {
   testing_support::TempDir dir;
   const Outcome list = RunCli(dir, "describe");
   ASSERT_EQ(list.exitCode, 0) << list.output;
@@ -129,7 +129,9 @@ TEST_F(Described, TheListNamesEveryTypeOnceAndTheFieldTypesUnderTheirOwnHeading)
     const std::size_t found = list.output.find(entry);
     ASSERT_NE(found, std::string::npos) << info->resourceName;
     EXPECT_EQ(list.output.find(entry, found + 1), std::string::npos) << info->resourceName << " twice";
-    if ((info->objectInfo & platform::OBJECT_FIELD) != 0) {
+    if ((info->objectInfo & (platform::OBJECT_MATERIAL | platform::OBJECT_SHADER)) != 0) {
+      EXPECT_GT(found, list.output.find("Materials and shaders")) << info->resourceName;
+    } else if ((info->objectInfo & platform::OBJECT_FIELD) != 0) {
       EXPECT_GT(found, fieldHeading) << info->resourceName;
     } else if (info->SortNumber()) {
       EXPECT_LT(found, fieldHeading) << info->resourceName;

@@ -5,6 +5,7 @@
 #include <cmath>
 
 #include "platform/host.h"
+#include "platform/material.h"
 #include "support/test_node_types.h"
 
 namespace {
@@ -203,6 +204,64 @@ TEST_F(DocumentTest, PassesBuildGeneratorCachesOnlyWhenTheirDataChanged) {
   EXPECT_EQ(failed.error().message, "Test generator refuses values above 5!");
   EXPECT_EQ(console_.Lines().back(), "Test generator refuses values above 5!");
   EXPECT_EQ(generator->GetCache(), nullptr);
+}
+
+}  // namespace
+
+namespace {
+
+using namespace platform;
+using namespace testing_support;
+
+// Materials live in the document's second branch; a node's own list of shaders in its
+// second branch. Walks, removal, clones and undo keep the two lists apart.
+TEST_F(DocumentTest, SecondBranchesHoldMaterialsAndShadersApartFromChildren) {
+  const auto make = [&](const std::string& name, Int32 type = kTestObjectType) {
+    auto node = doc_.CreateNode(type);
+    EXPECT_TRUE(node) << node.error().message;
+    (*node)->SetName(name);
+    return std::move(*node);
+  };
+  Node* terrain = Add("terrain");
+  Node* m1 = doc_.InsertMaterial(make("m1", ID_BASE_MATERIAL));
+  Node* s1 = doc_.InsertBranchLast(make("s1"), m1);
+  doc_.InsertLast(make("c1"), s1);
+  Node* b1 = doc_.InsertBranchLast(make("b1"), s1);
+  doc_.InsertBranchLast(make("s2"), m1);
+  doc_.InsertMaterial(make("m2", ID_BASE_MATERIAL));
+  const auto materials = [&] {
+    std::string names;
+    for (const Node* node : doc_.AllMaterials()) names += node->GetName() + (node->IsInBranch() ? "' " : " ");
+    return names;
+  };
+  // Each shader, its inputs, its own branch, then the next.
+  EXPECT_EQ(materials(), "m1' s1' c1 b1' s2' m2' ");
+  EXPECT_EQ(Walk(), "terrain ");
+  EXPECT_EQ(b1->GetNextDepthFirst(s1), nullptr);
+  EXPECT_TRUE(m1->IsInstanceOf(ID_BASE_MATERIAL));
+  EXPECT_EQ(doc_.FindByIdentity(b1->Identity()), b1);
+
+  terrain->SetTextureLinks({NodeLink{m1->Identity()}});
+  auto clone = doc_.Clone(*m1);
+  ASSERT_TRUE(clone);
+  EXPECT_EQ((*clone)->GetBranch()->GetName(), "s1");
+  EXPECT_TRUE((*clone)->GetBranch()->GetBranch()->IsInBranch());
+
+  doc_.StartUndo();
+  ASSERT_TRUE(doc_.AddUndo(UNDOTYPE_DELETEOBJ, *s1));
+  ASSERT_TRUE(doc_.AddUndo(UNDOTYPE_CHANGE, *terrain));
+  std::unique_ptr<Node> removed = doc_.Remove(*s1);
+  terrain->SetTextureLinks({});
+  doc_.EndUndo();
+  EXPECT_EQ(materials(), "m1' s2' m2' ");
+  EXPECT_EQ(doc_.FindByIdentity(b1->Identity()), nullptr);
+  removed.reset();
+  ASSERT_TRUE(doc_.DoUndo());
+  EXPECT_EQ(materials(), "m1' s1' c1 b1' s2' m2' ");
+  EXPECT_EQ(terrain->GetTextureLinks(), (std::vector<NodeLink>{NodeLink{m1->Identity()}}));
+  ASSERT_TRUE(doc_.DoRedo());
+  EXPECT_EQ(materials(), "m1' s2' m2' ");
+  EXPECT_TRUE(terrain->GetTextureLinks().empty());
 }
 
 }  // namespace

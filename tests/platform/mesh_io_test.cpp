@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstdint>
 #include <cstring>
+#include <fstream>
 #include <iterator>
 #include <limits>
 #include <map>
@@ -16,7 +17,8 @@
 
 #include <gtest/gtest.h>
 
-// tinygltf reads the files back as an independent check; images are never involved.
+// tinygltf reads the files back as an independent check. Its PNG decoder is not part of
+// the build: embedded images go through DecodePng below.
 #define TINYGLTF_NO_STB_IMAGE
 #define TINYGLTF_NO_STB_IMAGE_WRITE
 #define TINYGLTF_NO_EXTERNAL_IMAGE
@@ -126,10 +128,32 @@ struct GltfMesh {
   std::vector<std::uint32_t> indices;
 };
 
-tinygltf::Model LoadGlb(const fs::path& path) {
+// Decodes an embedded image with the platform's reader, which reads files only: through a
+// file in the folder passed as `user`.
+bool DecodePng(tinygltf::Image* image, int index, std::string* error, std::string*, int, int,
+               const unsigned char* bytes, int size, void* user) {
+  const std::string data(reinterpret_cast<const char*>(bytes), std::size_t(size));
+  const fs::path file = static_cast<testing_support::TempDir*>(user)->File("image" + std::to_string(index));
+  std::ofstream(file, std::ios::binary) << data;
+  const Result<Image> decoded = data.starts_with("\x89PNG\r\n\x1a\n") ? ReadImage(file) : IoError("not a PNG");
+  if (!decoded || decoded->Type() != PixelType::UInt8) {
+    *error = "image " + std::to_string(index) + " is no 8-bit PNG";
+    return false;
+  }
+  image->width = int(decoded->Width());
+  image->height = int(decoded->Height());
+  image->component = decoded->Channels();
+  const auto* pixels = reinterpret_cast<const unsigned char*>(decoded->Bytes().data());
+  image->image.assign(pixels, pixels + decoded->Bytes().size());
+  return true;
+}
+
+tinygltf::Model LoadGlb(const fs::path& path, testing_support::TempDir* imageFolder = nullptr) {
   tinygltf::Model model;
   std::string error, warning;
-  EXPECT_TRUE(tinygltf::TinyGLTF().LoadBinaryFromFile(&model, &error, &warning, path.string())) << error;
+  tinygltf::TinyGLTF reader;
+  if (imageFolder != nullptr) reader.SetImageLoader(DecodePng, imageFolder);
+  EXPECT_TRUE(reader.LoadBinaryFromFile(&model, &error, &warning, path.string())) << error;
   EXPECT_EQ(warning, "");
   return model;
 }
@@ -420,6 +444,112 @@ TEST(MeshGltfTest, BinaryLayoutAndEmptyTrees) {
     ASSERT_EQ(mesh.normals.size(), 3u);
     for (const F3& normal : mesh.normals) EXPECT_NEAR(Length(V(normal)), 1.0, 1e-5);
   }
+}
+
+TEST(MeshGltfTest, EmbeddedMaterialAndTextures) {
+  testing_support::TempDir dir;
+  // Every channel value differs, so swapped channels, rows or images show.
+  auto color = std::move(*Image::Create(4, 3, 4, PixelType::UInt8));
+  for (std::size_t i = 0; i < color.Bytes().size(); ++i) color.Bytes()[i] = std::byte(i * 5 + 1);
+  auto normals = std::move(*Image::Create(2, 2, 3, PixelType::UInt8));
+  for (std::size_t i = 0; i < normals.Bytes().size(); ++i) normals.Bytes()[i] = std::byte(128 + i * 9);
+  auto ridge = MakeRidge(true, true);
+  ridge->isoparm = MakeLines();
+  const MeshMaterial material{
+      .name = "Rock", .baseColor = &color, .normalMap = &normals, .roughness = 0.25, .metallic = 0.5};
+  ASSERT_TRUE(WriteGlb(*ridge, dir.File("rock.glb"), {}, &material));
+  const tinygltf::Model model = LoadGlb(dir.File("rock.glb"), &dir);
+
+  ASSERT_EQ(model.materials.size(), 1u);
+  const tinygltf::Material& rock = model.materials[0];
+  EXPECT_EQ(rock.name, "Rock");
+  EXPECT_EQ(rock.pbrMetallicRoughness.roughnessFactor, 0.25);
+  EXPECT_EQ(rock.pbrMetallicRoughness.metallicFactor, 0.5);
+  // The polygons wear the material, the isoparm lines (node 1) keep the default.
+  ASSERT_EQ(model.nodes.size(), 2u);
+  EXPECT_EQ(model.meshes.at(std::size_t(model.nodes[0].mesh)).primitives.at(0).material, 0);
+  EXPECT_EQ(model.meshes.at(std::size_t(model.nodes[1].mesh)).primitives.at(0).material, -1);
+  EXPECT_EQ(ReadMesh(model, model.nodes[0].mesh).uvs.size(), 9u);
+
+  // Both images are PNG in the file's one buffer and decode to the pixels given.
+  ASSERT_EQ(model.buffers.size(), 1u);
+  EXPECT_TRUE(model.buffers[0].uri.empty());
+  const tinygltf::TextureInfo& base = rock.pbrMetallicRoughness.baseColorTexture;
+  for (const auto& [index, texCoord, expected] : {std::tuple{base.index, base.texCoord, &color},
+                                                  {rock.normalTexture.index, rock.normalTexture.texCoord, &normals}}) {
+    SCOPED_TRACE(expected == &color ? "base colour" : "normal map");
+    EXPECT_EQ(texCoord, 0);
+    const tinygltf::Texture& texture = model.textures.at(std::size_t(index));
+    EXPECT_EQ(texture.sampler, 0);
+    const tinygltf::Image& image = model.images.at(std::size_t(texture.source));
+    EXPECT_EQ(std::tuple(image.mimeType, image.uri), std::tuple("image/png", ""));
+    EXPECT_EQ(std::tuple(image.width, image.height, image.component),
+              std::tuple(int(expected->Width()), int(expected->Height()), expected->Channels()));
+    const auto* pixels = reinterpret_cast<const unsigned char*>(expected->Bytes().data());
+    EXPECT_EQ(image.image, std::vector<unsigned char>(pixels, pixels + expected->Bytes().size()));
+  }
+  ASSERT_EQ(model.samplers.size(), 1u);
+  const tinygltf::Sampler& sampler = model.samplers[0];
+  EXPECT_EQ(std::tuple(sampler.magFilter, sampler.minFilter, sampler.wrapS, sampler.wrapT),
+            std::tuple(TINYGLTF_TEXTURE_FILTER_LINEAR, TINYGLTF_TEXTURE_FILTER_LINEAR_MIPMAP_LINEAR,
+                       TINYGLTF_TEXTURE_WRAP_REPEAT, TINYGLTF_TEXTURE_WRAP_REPEAT));
+  for (const tinygltf::BufferView& view : model.bufferViews) EXPECT_EQ(view.byteOffset % 4, 0u);
+}
+
+TEST(MeshGltfTest, MaterialRefusals) {
+  testing_support::TempDir dir;
+  const auto image = [](Int width, int channels, PixelType type) {
+    return std::move(*Image::Create(width, 3, channels, type));
+  };
+  const Image color = image(4, 3, PixelType::UInt8), rgba = image(4, 4, PixelType::UInt8),
+              deep = image(4, 3, PixelType::UInt16), wide = image(16385, 3, PixelType::UInt8), empty;
+  Image movedFrom = image(4, 3, PixelType::UInt8);
+  [[maybe_unused]] const Image taken = std::move(movedFrom);  // keeps its size, loses its pixels
+  const auto ridge = MakeRidge(true, false), bare = MakeRidge(false, false, "Bare");
+  // A refusal of `kind` naming the file and `named`, leaving nothing behind.
+  const auto expectRefused = [&dir](const Status& status, ErrorKind kind, const std::string& named) {
+    ASSERT_FALSE(status);
+    EXPECT_EQ(status.error().kind, kind);
+    EXPECT_NE(status.error().message.find(named), std::string::npos) << status.error().message;
+    EXPECT_NE(status.error().message.find(dir.File("refused.glb").string()), std::string::npos);
+    EXPECT_TRUE(fs::is_empty(dir.Path()));
+  };
+  struct Case {
+    const char* what;
+    const PolygonObject* object;
+    const Image* baseColor;
+    const Image* normalMap;
+    double roughness, metallic;
+    const char* named;
+  };
+  const double nan = std::numeric_limits<double>::quiet_NaN();
+  for (const Case& refused : {
+           Case{"no UVs", bare.get(), &color, nullptr, 1, 0, "\"Bare\" has no texture coordinates"},
+           Case{"no base colour", ridge.get(), nullptr, nullptr, 1, 0, "no base colour texture"},
+           Case{"empty image", ridge.get(), &empty, nullptr, 1, 0, "base colour texture is empty"},
+           Case{"moved-from image", ridge.get(), &movedFrom, nullptr, 1, 0, "fewer pixels"},
+           Case{"too wide", ridge.get(), &wide, nullptr, 1, 0, "16385 x 3 pixels"},
+           Case{"16-bit", ridge.get(), &deep, nullptr, 1, 0, "must hold 8-bit"},
+           Case{"RGBA normals", ridge.get(), &color, &rgba, 1, 0, "normal map has 4 channels"},
+           Case{"roughness", ridge.get(), &color, nullptr, 1.5, 0, "roughness 1.5 lies outside"},
+           Case{"metallic", ridge.get(), &color, nullptr, 1, nan, "metallic factor nan"},
+       }) {
+    SCOPED_TRACE(refused.what);
+    const MeshMaterial material{.baseColor = refused.baseColor,
+                                .normalMap = refused.normalMap,
+                                .roughness = refused.roughness,
+                                .metallic = refused.metallic};
+    expectRefused(WriteGeometry(*refused.object, dir.File("refused.glb"), {}, &material), ErrorKind::IllegalArgument,
+                  refused.named);
+  }
+  // A break stops the write before the textures are encoded.
+  CancellationToken cancelled;
+  cancelled.Cancel();
+  const MeshMaterial material{.baseColor = &color};
+  expectRefused(WriteGlb(*ridge, dir.File("refused.glb"), {&cancelled, nullptr}, &material), ErrorKind::Cancelled, "");
+
+  // Formats without materials leave it out.
+  EXPECT_TRUE(WriteGeometry(*bare, dir.File("bare.obj"), {}, &material));
 }
 
 // ---------------------------------------------------------------------------------------

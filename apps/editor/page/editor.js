@@ -77,7 +77,27 @@ function find(nodes, id) {
   return null;
 }
 
-async function refresh() {
+// Pushes can come faster than a refresh completes, and replies over separate connections can
+// arrive out of order: one refresh runs at a time and reruns once if asked for meanwhile, so
+// an older state never paints over a newer one.
+let refreshing = null;
+let refreshAgain = false;
+
+function refresh() {
+  if (refreshing) {
+    refreshAgain = true;
+    return refreshing;
+  }
+  refreshing = (async () => {
+    do {
+      refreshAgain = false;
+      await refreshOnce();
+    } while (refreshAgain);
+  })().finally(() => { refreshing = null; });
+  return refreshing;
+}
+
+async function refreshOnce() {
   state = await api.get('/api/state');
   tree.render(state);
   const active = state.selection.at(-1);
