@@ -415,10 +415,16 @@ Status WriteFiles(const std::vector<TerrainFiles>& plan, const BuildOptions& opt
     // The first colour material goes into the .glb.
     platform::MeshMaterial meshMaterial;
     const platform::MeshMaterial* material = nullptr;
+    platform::Image normalMap;
     for (const VLGD::BakeReport& bake : files.bakes) {
-      if (bake.image->Channels() != 3) continue;
+      if (bake.image->Channels() != 3 || files.meshes.empty()) continue;
       const platform::ParameterReader values(*bake.material);
-      meshMaterial = {bake.material->GetName(), bake.image.get(), nullptr,
+      const platform::ParameterReader terrainValues(*files.terrain);
+      VLGD_ASSIGN_OR_RETURN(normalMap, VLGD::BakeNormalMap(files.terrain->GetNodeData<VLGD::TerrainObject>()->GetGrid(),
+                                                           terrainValues.GetFloat(VLGD::TERRAINOBJECT_SIZE_X),
+                                                           terrainValues.GetFloat(VLGD::TERRAINOBJECT_SIZE_Z),
+                                                           bake.image->Width(), bake.image->Height(), &cancel));
+      meshMaterial = {bake.material->GetName(), bake.image.get(), &normalMap,
                       values.GetFloat(platform::MATERIAL_ROUGHNESS), values.GetFloat(platform::MATERIAL_METALLIC)};
       material = &meshMaterial;
       break;

@@ -59,14 +59,110 @@ void TextureSize(const Grid2D<Float>& grid, Int size, Int& width, Int& height) {
   height = std::max<Int>(1, std::llround(static_cast<Float>(size) * static_cast<Float>(height) / longer));
 }
 
-}  // namespace
-
-Result<platform::Image> BakeMaterial(Node& material, platform::Document& doc, const Grid2D<Float>& heights, Float sizeX,
-                                     Float sizeZ, Int width, Int height, const platform::CancellationToken* cancel) {
+Status CheckTextureSize(Int width, Int height) {
   constexpr Int kMaxSide = 16384;
   if (width <= 0 || height <= 0 || width > kMaxSide || height > kMaxSide)
     return platform::IllegalArgumentError("A texture of " + std::to_string(width) + " x " + std::to_string(height) +
                                           " pixels cannot be baked (1 .. " + std::to_string(kMaxSide) + " per side)!");
+  return platform::Ok();
+}
+
+// The slope along columns and rows of the Catmull-Rom surface through the samples, which is
+// the central difference on a sample; continued linearly past the edges, so that there it is
+// one-sided and a plane stays a plane up to its border.
+std::pair<Float, Float> SmoothGradient(const Grid2D<Float>& heights, Float x, Float y) {
+  const Int width = heights.Width(), height = heights.Height();
+  const Int x0 = std::min(static_cast<Int>(x), width - 2), y0 = std::min(static_cast<Int>(y), height - 2);
+  const Float fx = x - static_cast<Float>(x0), fy = y - static_cast<Float>(y0);
+  const auto extend = [](Int i, Int count, auto&& read) {
+    if (i < 0) return 2.0 * read(0) - read(1);
+    if (i >= count) return 2.0 * read(count - 1) - read(count - 2);
+    return read(i);
+  };
+  const auto at = [&](Int column, Int row) {
+    return extend(row, height, [&](Int r) { return extend(column, width, [&](Int c) { return heights.Get(c, r); }); });
+  };
+  const auto spline = [](const Float(&p)[4], Float t) {
+    return p[1] + 0.5 * t *
+                      (p[2] - p[0] +
+                       t * (2.0 * p[0] - 5.0 * p[1] + 4.0 * p[2] - p[3] + t * (3.0 * (p[1] - p[2]) + p[3] - p[0])));
+  };
+  const auto slope = [](const Float(&p)[4], Float t) {
+    return 0.5 * (p[2] - p[0] + 2.0 * t * (2.0 * p[0] - 5.0 * p[1] + 4.0 * p[2] - p[3]) +
+                  3.0 * t * t * (3.0 * (p[1] - p[2]) + p[3] - p[0]));
+  };
+  Float values[4], slopes[4];
+  for (Int i = 0; i < 4; ++i) {
+    const Float row[4] = {at(x0 - 1, y0 - 1 + i), at(x0, y0 - 1 + i), at(x0 + 1, y0 - 1 + i), at(x0 + 2, y0 - 1 + i)};
+    values[i] = spline(row, fx);
+    slopes[i] = slope(row, fx);
+  }
+  return {spline(slopes, fy), slope(values, fy)};
+}
+
+// The surface normal in world units at a fractional grid position; grid rows run towards -Z.
+Vector WorldNormal(const Grid2D<Float>& heights, Float x, Float y, Float spacingX, Float spacingZ) {
+  const auto [alongColumns, alongRows] = SmoothGradient(heights, x, y);
+  return Normalized(Vector(-alongColumns / spacingX, 1.0, alongRows / spacingZ));
+}
+
+}  // namespace
+
+Result<platform::Image> BakeNormalMap(const Grid2D<Float>& heights, Float sizeX, Float sizeZ, Int width, Int height,
+                                      const platform::CancellationToken* cancel) {
+  VLGD_RETURN_IF_ERROR(CheckTextureSize(width, height));
+  VLGD_ASSIGN_OR_RETURN(platform::Image image, platform::Image::Create(width, height, 3, platform::PixelType::UInt8));
+  const Int columns = heights.Width(), rows = heights.Height();
+  if (columns < 2 || rows < 2) {  // no surface between samples: the map is flat
+    auto* pixels = reinterpret_cast<std::uint8_t*>(image.Bytes().data());
+    for (Int i = 0; i < width * height; ++i) std::memcpy(pixels + 3 * i, "\x80\x80\xff", 3);
+    return image;
+  }
+  const Float spacingX = sizeX / static_cast<Float>(columns - 1), spacingZ = sizeZ / static_cast<Float>(rows - 1);
+  ShadeContext context;
+  context.width = width;
+  context.height = height;
+  std::byte* bytes = image.Bytes().data();
+  const platform::ParallelOptions options{.granularity = 16, .singleThreadBelow = 0, .cancel = cancel};
+  VLGD_RETURN_IF_ERROR(platform::ParallelForRange(0, height, options, [&](Int begin, Int end) -> Status {
+    for (Int y = begin; y < end; ++y) {
+      const Float gridY = context.GridRow(y, rows);
+      const Float y0 = std::floor(gridY), fy = gridY - y0;
+      const Float y1 = std::min(y0 + 1.0, static_cast<Float>(rows - 1));
+      auto* out = reinterpret_cast<std::uint8_t*>(bytes) + y * width * 3;
+      for (Int x = 0; x < width; ++x) {
+        const Float gridX =
+            width > 1 ? static_cast<Float>(x) * static_cast<Float>(columns - 1) / static_cast<Float>(width - 1) : 0.0;
+        const Float x0 = std::floor(gridX), fx = gridX - x0;
+        const Float x1 = std::min(x0 + 1.0, static_cast<Float>(columns - 1));
+        // The mesh interpolates its vertex normals across a cell; the map holds what the
+        // surface between them adds, in the frame a viewer derives from the UVs (u along +X,
+        // the image's top towards -Z).
+        const Vector reference = Normalized((WorldNormal(heights, x0, y0, spacingX, spacingZ) * (1.0 - fx) +
+                                             WorldNormal(heights, x1, y0, spacingX, spacingZ) * fx) *
+                                                (1.0 - fy) +
+                                            (WorldNormal(heights, x0, y1, spacingX, spacingZ) * (1.0 - fx) +
+                                             WorldNormal(heights, x1, y1, spacingX, spacingZ) * fx) *
+                                                fy);
+        const Vector tangent = Normalized(Vector(1.0, 0.0, 0.0) - reference * reference.x);
+        const Vector bitangent = Cross(reference, tangent);
+        const Vector surface = WorldNormal(heights, gridX, gridY, spacingX, spacingZ);
+        const auto encode = [](Float component) {
+          return static_cast<std::uint8_t>(std::lround((std::clamp(component, -1.0, 1.0) * 0.5 + 0.5) * 255.0));
+        };
+        out[3 * x] = encode(Dot(surface, tangent));
+        out[3 * x + 1] = encode(Dot(surface, bitangent));
+        out[3 * x + 2] = encode(Dot(surface, reference));
+      }
+    }
+    return platform::Ok();
+  }));
+  return image;
+}
+
+Result<platform::Image> BakeMaterial(Node& material, platform::Document& doc, const Grid2D<Float>& heights, Float sizeX,
+                                     Float sizeZ, Int width, Int height, const platform::CancellationToken* cancel) {
+  VLGD_RETURN_IF_ERROR(CheckTextureSize(width, height));
   const bool mask = material.GetData().GetBool(platform::MATERIAL_MASK, false);
   VLGD_ASSIGN_OR_RETURN(platform::Image image,
                         platform::Image::Create(width, height, mask ? 1 : 3,

@@ -34,4 +34,10 @@ Result<platform::Image> BakeMaterial(Node& material, platform::Document& doc, co
                                      Float sizeZ, Int width, Int height,
                                      const platform::CancellationToken* cancel = nullptr);
 
+// A tangent-space normal map (8-bit, OpenGL green) of what the surface between the mesh's
+// vertices adds to the normals the mesh interpolates: flat at one pixel per grid sample,
+// detail where the texture is finer than the grid. Rows as in BakeMaterials.
+Result<platform::Image> BakeNormalMap(const Grid2D<Float>& heights, Float sizeX, Float sizeZ, Int width, Int height,
+                                      const platform::CancellationToken* cancel = nullptr);
+
 }  // namespace VLGD

@@ -19,8 +19,9 @@ writeFileSync(scene, JSON.stringify({
   vellgrund: 1,
   objects: [
     { type: 'fspherical', name: 'Spot', params: { FIELD_RADIUS: 80.0 } },
+    // At least 350 samples a side, so that the menu's decrease (by 250) has room to act.
     { type: 'oterrain', name: 'Hills',
-      params: { TERRAINOBJECT_RESOLUTION_X: 220, TERRAINOBJECT_RESOLUTION_Z: 200, TERRAINOBJECT_HULL: true },
+      params: { TERRAINOBJECT_RESOLUTION_X: 370, TERRAINOBJECT_RESOLUTION_Z: 350, TERRAINOBJECT_HULL: true },
       children: [
         { type: 'onoiseoperator', name: 'Base', params: { NOISEOPERATOR_SEED: 7, TERRAINOPERATOR_HEIGHTSCALE: 40 } },
         { type: 'ogroupoperator', name: 'Group', children: [{ type: 'onoiseoperator', name: 'Inner' }] },
@@ -59,10 +60,17 @@ try {
     return { status: response.status, body: await response.text() };
   }, [path, init, editor.token]);
   const state = async () => JSON.parse((await api('/api/state')).body);
-  const undoDepth = (depth, what) => page.waitForFunction(async ([token, depth]) => {
-    const response = await fetch('/api/state', { headers: { 'X-Vellgrund-Token': token } });
-    return (await response.json()).undo === depth;
-  }, [editor.token, depth], { timeout: 10000 }).catch(() => { throw new Error(`${what}: the undo depth never reached ${depth}`); });
+  const read = async (path) => JSON.parse((await api(path)).body);
+  // Polls the server until `check` holds. (page.waitForFunction takes a promise for a truthy
+  // answer, so it cannot wait on a fetch.)
+  const until = async (check, what, timeout = 10000) => {
+    for (const end = Date.now() + timeout; !(await check());) {
+      if (Date.now() > end) throw new Error(`${what}: not within ${timeout} ms`);
+      await new Promise((resolve) => setTimeout(resolve, 50));
+    }
+  };
+  const undoDepth = (depth, what) => until(async () => (await state()).undo === depth, `${what}: undo depth ${depth}`)
+    .catch(async (error) => { throw new Error(`${error.message} (it is ${(await state()).undo})`); });
   const idOf = async (name) => {
     const find = (nodes) => nodes.flatMap((n) => (n.name === name ? [n.id] : find(n.children)));
     return find((await state()).tree)[0];
@@ -95,10 +103,10 @@ try {
   const scale = page.locator('.lil-gui .controller', { hasText: 'Height scale' }).locator('input').first();
   await scale.fill('80');
   await scale.press('Enter');
-  await page.waitForFunction(async ([token, highest]) => {
-    const response = await fetch('/api/build', { headers: { 'X-Vellgrund-Token': token } });
-    return (await response.json()).terrains[0].maximum > highest + 1;
-  }, [editor.token, before.terrains[0].maximum], { timeout: 10000 });
+  await until(async () => {
+    const now = (await read('/api/build')).terrains[0];
+    return now.maximum !== before.terrains[0].maximum || now.minimum !== before.terrains[0].minimum;
+  }, 'the scale edit changes the terrain');
   const after = JSON.parse((await api('/api/build')).body);
   assert.equal(after.terrains[0].operators.find((o) => o.name === 'Base').rebuilt, false, 'a scale edit recombines only');
 
@@ -113,31 +121,26 @@ try {
   await page.mouse.down();
   await page.mouse.move(box.x + box.width - 10, box.y + box.height / 2, { steps: 5 });
   await page.mouse.up();
-  await page.waitForFunction(async ([token, id]) => {
-    const response = await fetch(`/api/node?id=${id}`, { headers: { 'X-Vellgrund-Token': token } });
-    const knots = (await response.json()).values['10001'].value.knots;
-    return Math.abs(knots.at(-1).position[1] - 0.5) < 0.1;
-  }, [editor.token, await idOf('Shape')], { timeout: 10000 });
+  const shapeId = await idOf('Shape');
+  await until(async () => Math.abs((await read(`/api/node?id=${shapeId}`)).values['10001'].value.knots.at(-1).position[1] - 0.5) < 0.1,
+    'the dragged knot');
   assert.ok((await state()).undo > edits, 'the drag was undoable');
 
   // A field dropped from the tree onto an operator's field list becomes its first layer.
   await page.click(`.row[data-id="${base}"]`);
   await page.waitForSelector('.fieldlist');
   await page.dragAndDrop(`.row[data-id="${await idOf('Spot')}"]`, '.fieldlist');
-  await page.waitForFunction(async ([token, id, spot]) => {
-    const response = await fetch(`/api/node?id=${id}`, { headers: { 'X-Vellgrund-Token': token } });
-    return (await response.json()).values['3001'].value.layers[0]?.field === spot;
-  }, [editor.token, base, await idOf('Spot')], { timeout: 10000 });
+  const spot = await idOf('Spot');
+  await until(async () => (await read(`/api/node?id=${base}`)).values['3001'].value.layers[0]?.field === spot,
+    'the dropped field');
 
   // Every command that edits runs from the menu, with what it acts on selected, and one
   // undo takes it back.
   for (const [name, selected] of [['Increase resolution', 'Hills'], ['Decrease resolution', 'Hills'],
     ['Next blend mode', 'Base'], ['Previous blend mode', 'Base'], ['Group operators', 'Base'], ['Ungroup operators', 'Group']]) {
     await page.click(`.row[data-id="${await idOf(selected)}"]`);
-    await page.waitForFunction(async ([token, id]) => {
-      const response = await fetch('/api/state', { headers: { 'X-Vellgrund-Token': token } });
-      return (await response.json()).selection.at(-1) === id;
-    }, [editor.token, await idOf(selected)]);
+    const id = await idOf(selected);
+    await until(async () => (await state()).selection.at(-1) === id, `${selected} selected`);
     const snapshot = await state();
     await page.click('#menu-commands > button');
     await page.locator('#menu-commands .items button:not([disabled])', { hasText: name }).first().click({ timeout: 5000 });
@@ -150,12 +153,9 @@ try {
   // Drag an operator into the group.
   const group = await idOf('Group');
   await page.dragAndDrop(`.row[data-id="${base}"]`, `.row[data-id="${group}"]`, { targetPosition: { x: 60, y: 14 } });
-  await page.waitForFunction(async ([token, base, group]) => {
-    const response = await fetch('/api/state', { headers: { 'X-Vellgrund-Token': token } });
-    const tree = (await response.json()).tree;
-    const find = (nodes, id) => nodes.flatMap((n) => (n.id === id ? [n] : find(n.children, id)));
-    return find(tree, group)[0].children.some((c) => c.id === base);
-  }, [editor.token, base, group], { timeout: 10000 });
+  const findNode = (nodes, id) => nodes.flatMap((n) => (n.id === id ? [n] : findNode(n.children, id)));
+  await until(async () => findNode((await state()).tree, group)[0].children.some((c) => c.id === base),
+    'the operator dragged into the group');
 
   // The about command answers in a dialog of the page.
   await page.click('#menu-commands > button');
@@ -185,10 +185,7 @@ try {
   await page.fill('dialog[open] input[name=maxResolution]', '50');
   await page.uncheck('dialog[open] input[name=showOverlay]');
   await page.click('dialog[open] button:has-text("Save")');
-  await page.waitForFunction(async ([token]) => {
-    const response = await fetch('/api/build', { headers: { 'X-Vellgrund-Token': token } });
-    return (await response.json()).terrains?.[0]?.columns === 51;
-  }, [editor.token], { timeout: 10000 });
+  await until(async () => (await read('/api/build')).terrains?.[0]?.columns === 51, 'the resolution cap');
   const stored = JSON.parse(readFileSync(join(work, 'vellgrund', 'preferences.json'), 'utf8'));
   assert.equal(stored['1055624']['1000'], 50);
   await page.waitForFunction(() => document.querySelector('#overlay').textContent === '');

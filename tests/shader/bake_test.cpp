@@ -2,6 +2,8 @@
 
 #include "platform/scene_file.h"
 
+#include <array>
+
 #include <gtest/gtest.h>
 
 #include "shader/shader_colour.h"
@@ -144,6 +146,43 @@ TEST(ShadeContext, ImageRowZeroIsTheFarEdgeOfTheGrid) {
     VLGD::SampleGridRow(rows.data(), 2, 3, context, y, out);
     EXPECT_EQ(out[0], expected) << "image row " << y;
   }
+}
+
+// Pixels of the normal map along the first image row, as (red, green, blue).
+std::vector<std::array<int, 3>> NormalRow(const std::vector<Float>& profile, Int textureWidth) {
+  VLGD::Grid2D<Float> grid;
+  const Int columns = static_cast<Int>(profile.size());
+  EXPECT_TRUE(grid.Init(columns, 3, 40.0, 20.0).has_value());
+  for (Int y = 0; y < 3; ++y)
+    for (Int x = 0; x < columns; ++x) grid.Set(x, y, profile[static_cast<size_t>(x)]);
+  const Result<Image> map = VLGD::BakeNormalMap(grid, 40.0, 20.0, textureWidth, 3);
+  EXPECT_TRUE(map.has_value());
+  std::vector<std::array<int, 3>> row;
+  const auto* pixels = reinterpret_cast<const std::uint8_t*>(map->Bytes().data());
+  for (Int x = 0; x < textureWidth; ++x) row.push_back({pixels[3 * x], pixels[3 * x + 1], pixels[3 * x + 2]});
+  return row;
+}
+
+TEST(NormalMap, FlatWhereTheMeshNormalsAreExactAndTiltedWhereTheSurfaceBendsBetweenThem) {
+  // A plane, at one pixel per sample and finer: the interpolated normals are the surface's.
+  for (const Int width : {5, 17})
+    for (const auto& pixel : NormalRow({0.0, 10.0, 20.0, 30.0, 40.0}, width)) {
+      EXPECT_NEAR(pixel[0], 128, 1);
+      EXPECT_NEAR(pixel[1], 128, 1);
+      EXPECT_GE(pixel[2], 254);
+    }
+  // Ridges: flat on the vertices, where the mesh's normals are exact; halfway up the first
+  // flank the surface is steeper than the blend of its ends, so the normal leans towards -X.
+  const auto ridges = NormalRow({0.0, 10.0, 0.0, 10.0, 0.0}, 9);
+  EXPECT_NEAR(ridges[2][0], 128, 1);
+  EXPECT_NEAR(ridges[4][0], 128, 1);
+  EXPECT_LT(ridges[1][0], 110);
+  EXPECT_NEAR(ridges[1][1], 128, 1);
+  // A grid too small to have a surface between samples, and a refused size.
+  EXPECT_EQ(NormalRow({5.0}, 2)[1], (std::array<int, 3>{128, 128, 255}));
+  VLGD::Grid2D<Float> grid;
+  ASSERT_TRUE(grid.Init(2, 2, 1.0, 1.0).has_value());
+  EXPECT_FALSE(VLGD::BakeNormalMap(grid, 1.0, 1.0, 0, 4).has_value());
 }
 
 }  // namespace
