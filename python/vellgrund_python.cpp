@@ -28,9 +28,11 @@
 #include "platform/command.h"
 #include "platform/document.h"
 #include "platform/host.h"
+#include "platform/material.h"
 #include "platform/noise.h"
 #include "platform/parallel.h"
 #include "platform/scene_file.h"
+#include "shader/bake.h"
 #include "vellgrund/baseterrainoperator.h"
 
 namespace py = pybind11;
@@ -297,8 +299,21 @@ class SharedProgress final : public platform::ProgressSink {
   std::atomic<double> fraction_{0.0};
 };
 
-py::list Build(const DocumentRef& owner, std::optional<int> threads, double lod, bool editor, const py::object& progress) {
+// A baked texture as an array over the bake: (rows, columns, 3) uint8 sRGB colour or
+// (rows, columns) uint16 linear mask, row 0 the terrain's far edge.
+py::object TextureOf(const std::shared_ptr<const platform::Image>& image) {
+  const py::ssize_t rows = image->Height(), columns = image->Width();
+  const void* data = image->Bytes().data();
+  if (image->Type() == platform::PixelType::UInt16)
+    return SharedArray(image, static_cast<const std::uint16_t*>(data), {rows, columns});
+  return SharedArray(image, static_cast<const std::uint8_t*>(data), {rows, columns, py::ssize_t{image->Channels()}});
+}
+
+py::list Build(const DocumentRef& owner, std::optional<int> threads, double lod, bool editor,
+               const py::object& progress, std::optional<long long> textureSize) {
   if (!(lod > 0.0 && lod <= 1.0)) throw py::value_error("lod must lie in (0, 1].");
+  if (textureSize && (*textureSize < 1 || *textureSize > 16384))
+    throw py::value_error("texture_size must lie in 1 .. 16384.");
   if (threads && *threads < 1) throw py::value_error("threads must be at least 1.");
   platform::CancellationToken cancel;
   SharedProgress shared;
@@ -308,6 +323,8 @@ py::list Build(const DocumentRef& owner, std::optional<int> threads, double lod,
   help.cancel = &cancel;
   help.progress = &shared;
   platform::Status status = platform::Ok();
+  // Per terrain, its materials as baked after the build (kept or baked again).
+  std::vector<std::pair<const Node*, std::vector<VLGD::BakeReport>>> bakes;
   std::mutex doneMutex;
   std::condition_variable doneSignal;
   bool done = false;
@@ -319,6 +336,18 @@ py::list Build(const DocumentRef& owner, std::optional<int> threads, double lod,
         std::optional<platform::ScopedThreadLimit> limit;
         if (threads) limit.emplace(*threads);
         status = owner->doc->ExecutePasses(help);
+        for (Node* node : owner->doc->AllNodes()) {
+          if (!status) break;
+          if (node->GetType() != VLGD::ID_TERRAINOBJECT || !node->IsActiveFor(help.purpose) ||
+              node->GetTextureLinks().empty())
+            continue;
+          auto baked = VLGD::BakeMaterials(
+              *node, *owner->doc, {.textureSize = textureSize.value_or(0), .cancel = &cancel, .progress = &shared});
+          if (baked)
+            bakes.emplace_back(node, std::move(*baked));
+          else
+            status = std::unexpected(baked.error());
+        }
       }
       const std::lock_guard lock(doneMutex);
       done = true;
@@ -381,6 +410,20 @@ py::list Build(const DocumentRef& owner, std::optional<int> threads, double lod,
       operators.append(op);
     }
     out["operators"] = operators;
+    py::list materials;
+    for (const auto& [baked, reports] : bakes) {
+      if (baked != node) continue;
+      for (const VLGD::BakeReport& report : reports) {
+        py::dict material;
+        material["node"] = *Wrap(owner, report.material);
+        material["name"] = report.material->GetName();
+        material["baked"] = report.baked;
+        material["seconds"] = report.seconds;
+        material["texture"] = TextureOf(report.image);
+        materials.append(material);
+      }
+    }
+    out["materials"] = materials;
     terrains.append(out);
   }
   return terrains;
@@ -453,8 +496,9 @@ PYBIND11_MODULE(vellgrund, m) {
       .def_property(
           "name", [](const PyNode& n) { return n.Get().GetName(); },
           [](const PyNode& n, const std::string& name) { n.Get().SetName(name); })
-      .def_property_readonly("type", [](const PyNode& n) { return n.Get().GetTypeInfo().resourceName; },
-                             "The type's resource name, such as 'oterrain'.")
+      .def_property_readonly(
+          "type", [](const PyNode& n) { return n.Get().GetTypeInfo().resourceName; },
+          "The type's resource name, such as 'oterrain'.")
       .def_property_readonly("parent", [](const PyNode& n) { return Wrap(n.owner, n.Get().GetUp()); })
       .def_property_readonly("children",
                              [](const PyNode& n) {
@@ -463,6 +507,34 @@ PYBIND11_MODULE(vellgrund, m) {
                                  children.push_back(*Wrap(n.owner, c));
                                return children;
                              })
+      .def_property_readonly(
+          "shaders",
+          [](const PyNode& n) {
+            std::vector<PyNode> shaders;
+            for (const Node* s = n.Get().GetBranch(); s != nullptr; s = s->GetNext())
+              shaders.push_back(*Wrap(n.owner, s));
+            return shaders;
+          },
+          "A material's shaders, bottom layer first.")
+      .def_property(
+          "materials",
+          [](const PyNode& n) {
+            std::vector<PyNode> materials;
+            for (const platform::NodeLink& link : n.Get().GetTextureLinks())
+              if (const Node* material = n.owner->doc->Resolve(link)) materials.push_back(*Wrap(n.owner, material));
+            return materials;
+          },
+          [](const PyNode& n, const std::vector<PyNode>& materials) {
+            std::vector<platform::NodeLink> links;
+            for (const PyNode& material : materials) {
+              if (material.owner != n.owner) throw py::value_error("A material must be of the terrain's document.");
+              if ((material.Get().GetTypeInfo().objectInfo & platform::OBJECT_MATERIAL) == 0)
+                throw py::value_error("'" + material.Get().GetName() + "' is not a material.");
+              links.push_back(platform::NodeLink{material.identity});
+            }
+            n.Get().SetTextureLinks(std::move(links));
+          },
+          "The materials a terrain wears, in order; the first colour one textures its mesh.")
       .def_property(
           "enabled", [](const PyNode& n) { return n.Get().IsEnabled(); },
           [](const PyNode& n, bool on) { n.Get().SetEnabled(on); })
@@ -513,8 +585,32 @@ PYBIND11_MODULE(vellgrund, m) {
           [](const DocumentRef& d, const std::string& type, const std::optional<PyNode>& parent,
              const std::optional<PyNode>& before) {
             auto created = Check(d->doc->CreateNode(type));
-            Node* node = before ? d->doc->InsertBefore(std::move(created), before->Get())
-                                : d->doc->InsertLast(std::move(created), parent ? &parent->Get() : nullptr);
+            const platform::UInt32 kind = created->GetTypeInfo().objectInfo;
+            const auto kindOf = [](const std::optional<PyNode>& n) {
+              return n ? n->Get().GetTypeInfo().objectInfo & (platform::OBJECT_MATERIAL | platform::OBJECT_SHADER) : 0u;
+            };
+            Node* node = nullptr;
+            if ((kind & platform::OBJECT_MATERIAL) != 0) {
+              if (parent || before)
+                throw py::value_error("A material goes among the document's materials, not under a node.");
+              node = d->doc->InsertMaterial(std::move(created));
+            } else if ((kind & platform::OBJECT_SHADER) != 0) {
+              if (before) {
+                if (kindOf(before) != platform::OBJECT_SHADER) throw py::value_error("A shader goes before a shader.");
+                node = d->doc->InsertBefore(std::move(created), before->Get());
+              } else if (kindOf(parent) == platform::OBJECT_MATERIAL) {
+                node = d->doc->InsertBranchLast(std::move(created), &parent->Get());
+              } else if (kindOf(parent) == platform::OBJECT_SHADER) {
+                node = d->doc->InsertLast(std::move(created), &parent->Get());  // an input of that shader
+              } else {
+                throw py::value_error("A shader goes into a material or under a shader as its input.");
+              }
+            } else {
+              if (kindOf(parent) != 0 || kindOf(before) != 0)
+                throw py::value_error("'" + type + "' is an object; it cannot go into a material.");
+              node = before ? d->doc->InsertBefore(std::move(created), before->Get())
+                            : d->doc->InsertLast(std::move(created), parent ? &parent->Get() : nullptr);
+            }
             return *Wrap(d, node);
           },
           py::arg("type"), py::arg("parent") = py::none(), py::arg("before") = py::none())
@@ -542,10 +638,20 @@ PYBIND11_MODULE(vellgrund, m) {
            })
       .def("undo", [](const DocumentRef& d) { return d->doc->DoUndo(); })
       .def("redo", [](const DocumentRef& d) { return d->doc->DoRedo(); })
+      .def(
+          "materials",
+          [](const DocumentRef& d) {
+            std::vector<PyNode> materials;
+            for (const Node* material = d->doc->GetFirstMaterial(); material != nullptr; material = material->GetNext())
+              materials.push_back(*Wrap(d, material));
+            return materials;
+          },
+          "The document's materials, in order.")
       .def("build", &Build, py::arg("threads") = py::none(), py::arg("lod") = 1.0, py::arg("editor") = false,
-           py::arg("progress") = py::none(),
-           "Rebuilds what changed since the last build; per terrain its heights, mesh and operators.\n"
-           "Heights and mesh arrays are read-only views without a copy; later builds leave them unchanged.");
+           py::arg("progress") = py::none(), py::arg("texture_size") = py::none(),
+           "Rebuilds what changed since the last build; per terrain its heights, mesh, operators and\n"
+           "materials (baked again only when what they read changed).\n"
+           "Heights, mesh and texture arrays are read-only views without a copy; later builds leave them unchanged.");
 
   m.def("commands", [] {
     std::vector<std::string> names;

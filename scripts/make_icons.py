@@ -239,12 +239,14 @@ def gradient(g):
 
 
 def shader(g):
-    def lit(x, y):  # a lit sphere: diffuse light from the upper left and a highlight
-        nx, ny = (x - 32) / 25, (y - 32) / 25
-        d = max(0.0, -0.45 * nx - 0.6 * ny + 0.66 * math.sqrt(max(0.0, 1 - nx * nx - ny * ny)))
-        return ramp(0.1 + 0.7 * d + 0.5 * d ** 24)
-    g.paint(Mask().circle(32, 32, 25), lit)
-    g.paint(Mask().circle(32, 32, 26.2) - Mask().circle(32, 32, 24.8), DARK)
+    # A picture whose brightness is height: a range lit at its summits, under a sun.
+    frame = rrect(6, 10, 58, 54, 5)
+    inside = Mask().poly(frame)
+    g.paint(inside, WHITE)
+    g.paint(sun(48, 20) & inside, MID)
+    ridge = [(4, 56), (4, 42), (18, 26), (27, 36), (39, 21), (60, 46), (60, 56)]
+    g.paint(Mask().poly(ridge) & inside, lambda x, y: ramp(0.9 - 0.8 * (y - 21) / 33))
+    g.paint(Mask().line(frame, 2.5, closed=True), DARK)
 
 
 def spline(g):

@@ -453,7 +453,9 @@ platform::Result<std::unique_ptr<platform::Document>> LoadDocument(platform::Hos
   const std::string source = scene.empty()  ? std::string("default scene")
                              : scene == "-" ? std::string("standard input")
                                             : scene.string();
-  return platform::LoadScene(host, text, Excerpt(source, 200));
+  VLGD_ASSIGN_OR_RETURN(std::unique_ptr<platform::Document> doc, platform::LoadScene(host, text, Excerpt(source, 200)));
+  if (!scene.empty() && scene != "-") doc->SetFolder(scene.parent_path());
+  return doc;
 }
 
 Status StartHost(platform::Host& host, platform::CollectingConsole& console) {

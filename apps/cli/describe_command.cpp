@@ -29,8 +29,8 @@ using platform::PluginInfo;
 constexpr std::size_t kWidth = 100;
 
 const char* TypeName(platform::ValueType type) {
-  static const char* const names[] = {"none",   "Bool",  "Int32", "Int64",  "Float",    "Vector",
-                                      "String", "Curve", "Link",  "Matrix", "FieldList"};
+  static const char* const names[] = {"none",  "Bool", "Int32",  "Int64",     "Float",    "Vector",      "String",
+                                      "Curve", "Link", "Matrix", "FieldList", "LinkList", "SplinePoints"};
   const auto index = static_cast<std::size_t>(type);
   return index < std::size(names) ? names[index] : "?";
 }
@@ -82,6 +82,14 @@ std::string ValueText(const platform::Value& value, const platform::Enumeration*
     }
     case platform::ValueType::LINK:
       return "null";
+    case platform::ValueType::LINKLIST: {
+      const std::size_t links = std::get<platform::NodeLinkList>(value.Data()).targets.size();
+      return links == 0 ? std::string("(no links)") : Join({"(", std::to_string(links), " links)"});
+    }
+    case platform::ValueType::SPLINEPATH: {
+      const std::size_t points = std::get<platform::SplinePath>(value.Data()).points.size();
+      return points == 0 ? std::string("(no points)") : Join({"(", std::to_string(points), " points)"});
+    }
     default:
       return Join({"(", TypeName(value.Type()), ")"});
   }

@@ -1,9 +1,5 @@
 #include "common/vlgd_export.h"
 
-#include "platform/module_loader.h"
-
-#include <dlfcn.h>
-
 #include <algorithm>
 #include <array>
 #include <cctype>
@@ -14,29 +10,17 @@
 #include <cstring>
 #include <limits>
 #include <memory>
-#include <mutex>
 #include <new>
 #include <optional>
 #include <vector>
 
 #include <nlohmann/json.hpp>
 
-#include "common/vlgd_geotiff_abi.h"
+#include "common/vlgd_geotiff.h"
 #include "platform/image.h"
 #include "platform/memory.h"
 #include "platform/parallel.h"
 #include "platform/strings.h"
-
-#ifdef VELLGRUND_GEOTIFF_CODEC_LINKED
-extern "C" {
-int vlgd_geotiff_check_crs(int epsg, char* error, std::size_t errorSize);
-int vlgd_geotiff_encode(const float* values, std::int64_t width, std::int64_t height, const double* geotransform,
-                        int epsg, const char* const* metadataNames, const char* const* metadataValues,
-                        int metadataCount, VlgdGeoProgress progress, void* user, unsigned char** encoded,
-                        std::size_t* encodedSize, char* error, std::size_t errorSize);
-void vlgd_geotiff_free(unsigned char* encoded);
-}
-#endif
 
 namespace VLGD {
 namespace {
@@ -62,43 +46,6 @@ std::string Quoted(const std::filesystem::path& path) {
   text += platform::Excerpt(path.string(), 200);
   text += '"';
   return text;
-}
-
-// ---- The GeoTIFF codec module, loaded on first use.
-
-struct GeoCodec {
-  VlgdGeoCheckCrs checkCrs = nullptr;
-  VlgdGeoEncode encode = nullptr;
-  VlgdGeoFree release = nullptr;
-};
-
-// Beside the running program first (an installed tool), then where the build put it;
-// VELLGRUND_GEOTIFF_CODEC names another.
-Result<const GeoCodec*> LoadGeoCodec() {
-#ifdef VELLGRUND_GEOTIFF_CODEC_LINKED
-  // Sanitizer builds link the codec in: LeakSanitizer cannot scan a library loaded later.
-  static const GeoCodec linked{vlgd_geotiff_check_crs, vlgd_geotiff_encode, vlgd_geotiff_free};
-  return &linked;
-#else
-  static std::once_flag once;
-  static GeoCodec codec;
-  static std::string failure;
-  std::call_once(once, [] {
-    const Result<void*> handle = platform::OpenModule("VELLGRUND_GEOTIFF_CODEC", VELLGRUND_GEOTIFF_CODEC_NAME,
-                                                      VELLGRUND_GEOTIFF_CODEC_PATH, "The GeoTIFF codec");
-    if (!handle) {
-      failure = handle.error().message;
-      return;
-    }
-    codec.checkCrs = reinterpret_cast<VlgdGeoCheckCrs>(::dlsym(*handle, "vlgd_geotiff_check_crs"));
-    codec.encode = reinterpret_cast<VlgdGeoEncode>(::dlsym(*handle, "vlgd_geotiff_encode"));
-    codec.release = reinterpret_cast<VlgdGeoFree>(::dlsym(*handle, "vlgd_geotiff_free"));
-    if (codec.checkCrs == nullptr || codec.encode == nullptr || codec.release == nullptr)
-      failure = "The GeoTIFF codec lacks its entry points";
-  });
-  if (!failure.empty()) return platform::GenericError(failure + "!");
-  return &codec;
-#endif
 }
 
 // ---- What every preset checks and records.

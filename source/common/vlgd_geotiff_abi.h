@@ -1,9 +1,9 @@
 #pragma once
 
-// The boundary between the export unit and its GeoTIFF codec module, the only code that
-// uses GDAL. GDAL brings over a hundred libraries; loading them only when a GeoTIFF is
-// written or a CRS is checked keeps every other start of a tool fast. Plain C types only:
-// the two sides are built apart.
+// The boundary between the engine and its GeoTIFF codec module, the only code that uses
+// GDAL. GDAL brings over a hundred libraries; loading them only when a GeoTIFF is written,
+// an elevation model is read or a CRS is checked keeps every other start of a tool fast.
+// Plain C types only: the two sides are built apart.
 
 #include <cstddef>
 #include <cstdint>
@@ -26,5 +26,13 @@ using VlgdGeoEncode = int (*)(const float* values, std::int64_t width, std::int6
                               int metadataCount, VlgdGeoProgress progress, void* user, unsigned char** encoded,
                               std::size_t* encodedSize, char* error, std::size_t errorSize);
 using VlgdGeoFree = void (*)(unsigned char* encoded);
+
+// Reads a raster that GDAL opens (GeoTIFF, ESRI ASCII grid, SRTM .hgt, ...). With `values`
+// null only the shape and the band count come back. Otherwise band `band` (from 1) is read
+// into `values` (width x height 32-bit floats) with row 0 the northern edge, and NoData and
+// non-finite samples become NaN. 0 on success, 1 on a failure described in `error`, 2 when
+// the progress callback stopped it.
+using VlgdGeoRead = int (*)(const char* path, int band, float* values, std::int64_t* width, std::int64_t* height,
+                            int* bands, VlgdGeoProgress progress, void* user, char* error, std::size_t errorSize);
 
 }  // extern "C"

@@ -1,11 +1,14 @@
-// The GeoTIFF codec module: the only code that uses GDAL. Loaded by the export unit on first
-// use (see vlgd_geotiff_abi.h); errors come back as text, never as exceptions.
+// The GeoTIFF codec module: the only code that uses GDAL. Loaded by the engine on first use
+// (see vlgd_geotiff_abi.h); errors come back as text, never as exceptions.
 
 #include <algorithm>
 #include <atomic>
+#include <cmath>
 #include <cstdint>
 #include <cstdio>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include <cpl_conv.h>
 #include <cpl_error.h>
@@ -145,6 +148,53 @@ __attribute__((visibility("default"))) int vlgd_geotiff_encode(
 
 __attribute__((visibility("default"))) void vlgd_geotiff_free(unsigned char* encoded) {
   VSIFree(encoded);
+}
+
+__attribute__((visibility("default"))) int vlgd_geotiff_read(const char* path, int band, float* values,
+                                                             std::int64_t* width, std::int64_t* height, int* bands,
+                                                             VlgdGeoProgress progress, void* user, char* error,
+                                                             std::size_t errorSize) {
+  QuietErrors quiet;
+  RegisterOnce();
+  GDALDatasetH dataset = GDALOpenEx(path, GDAL_OF_RASTER | GDAL_OF_READONLY, nullptr, nullptr, nullptr);
+  if (dataset == nullptr) return Fail(LastGdalMessage("GDAL cannot read this file"), error, errorSize);
+  const auto finish = [&](int code, std::string message) {
+    GDALClose(dataset);
+    return code == 1 ? Fail(std::move(message), error, errorSize) : code;
+  };
+  *width = GDALGetRasterXSize(dataset);
+  *height = GDALGetRasterYSize(dataset);
+  *bands = GDALGetRasterCount(dataset);
+  if (*bands <= 0) return finish(1, "the file holds no raster bands");
+  if (*width <= 0 || *height <= 0) return finish(1, "the raster is empty");
+  if (values == nullptr) return finish(0, {});
+  if (band < 1 || band > *bands) return finish(1, "there is no band " + std::to_string(band));
+
+  GDALRasterBandH raster = GDALGetRasterBand(dataset, band);
+  int hasNoData = 0;
+  const double noData = GDALGetRasterNoDataValue(raster, &hasNoData);
+  const auto noDataFloat = static_cast<float>(noData);
+  const auto columns = static_cast<int>(*width);
+  const auto rows = static_cast<int>(*height);
+  // Bands of rows, so that the break test runs between them.
+  const int rowsPerBlock = std::max(1, (1 << 20) / columns);
+  for (int row = 0; row < rows; row += rowsPerBlock) {
+    const int count = std::min(rowsPerBlock, rows - row);
+    float* block = values + static_cast<std::int64_t>(row) * columns;
+    if (GDALRasterIO(raster, GF_Read, 0, row, columns, count, block, columns, count, GDT_Float32, 0, 0) != CE_None)
+      return finish(1, LastGdalMessage("GDAL could not read the samples"));
+    for (std::int64_t i = 0; i < static_cast<std::int64_t>(count) * columns; ++i)
+      if (!std::isfinite(block[i]) || (hasNoData != 0 && block[i] == noDataFloat)) block[i] = NAN;
+    if (progress != nullptr && progress(user, static_cast<double>(row + count) / static_cast<double>(rows)))
+      return finish(2, {});
+  }
+  // Rasters stored south-up (a positive row step) are turned north-up.
+  double transform[6] = {0.0, 1.0, 0.0, 0.0, 0.0, -1.0};
+  if (GDALGetGeoTransform(dataset, transform) == CE_None && transform[5] > 0.0) {
+    for (std::int64_t top = 0, bottom = *height - 1; top < bottom; ++top, --bottom)
+      std::swap_ranges(values + top * *width, values + (top + 1) * *width, values + bottom * *width);
+  }
+  return finish(0, {});
 }
 
 }  // extern "C"

@@ -21,7 +21,9 @@
 #include "object/operator_mirror.h"
 #include "object/operator_noise.h"
 #include "object/operator_quantize.h"
+#include "object/operator_shader.h"
 #include "object/operator_sharpen.h"
+#include "object/operator_spline.h"
 #include "object/terrainobject.h"
 #include "platform/image.h"
 #include "shader/shader_colour.h"
@@ -118,7 +120,7 @@ std::span<const platform::TypeDescriptor* const> RegisteredTypes() {
   // the menu's entries.
   static const std::array<platform::TypeDescriptor, 4> separators = {Separator(1054692, 20), Separator(1054745, 30),
                                                                      Separator(1054746, 40), Separator(1054804, 50)};
-  static const std::array<const platform::TypeDescriptor*, 36> types = {
+  static const std::array<const platform::TypeDescriptor*, 38> types = {
       &TerrainDistortionType(),
       &AddOperatorDescription(),
       &BaseTerrainOperatorType(),
@@ -155,6 +157,8 @@ std::span<const platform::TypeDescriptor* const> RegisteredTypes() {
       &ColourRampShaderType(),
       &ImageShaderType(),
       &LayerShaderType(),
+      &SplineOperatorType(),
+      &ShaderOperatorType(),
   };
   return types;
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <filesystem>
 #include <memory>
 #include <string_view>
 #include <unordered_map>
@@ -108,6 +109,14 @@ class Document {
   [[nodiscard]] Int UndoCount() const { return static_cast<Int>(undoStack_.size()); }
   [[nodiscard]] Int RedoCount() const { return static_cast<Int>(redoStack_.size()); }
 
+  // The folder of the scene file the document was read from (empty: none, or the working
+  // folder), where files that nodes name by relative paths are looked for, so that a scene
+  // and its images move together.
+  void SetFolder(std::filesystem::path folder) { folder_ = std::move(folder); }
+  [[nodiscard]] std::filesystem::path ResolveFile(const std::filesystem::path& file) const {
+    return file.empty() || file.is_absolute() || folder_.empty() ? file : folder_ / file;
+  }
+
  private:
   friend class Node;
   void Attach(Node& node);
@@ -123,6 +132,7 @@ class Document {
   std::unordered_map<Int32, ParameterContainer> worldOverrides_;
   std::vector<std::unique_ptr<UndoGroup>> undoStack_;
   std::vector<std::unique_ptr<UndoGroup>> redoStack_;
+  std::filesystem::path folder_;
   std::unique_ptr<UndoGroup> openGroup_;
   Int32 undoDepth_ = 0;
 };

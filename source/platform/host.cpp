@@ -4,6 +4,7 @@
 
 #include "platform/field_objects.h"
 #include "platform/material.h"
+#include "platform/spline_objects.h"
 
 #include <array>
 #include <cstdlib>
@@ -12,10 +13,11 @@
 namespace platform {
 
 Host::Host() {
-  // Field objects and materials are the application's own node types, there for every
+  // Field objects, splines and materials are the application's own node types, there for every
   // document. A fresh registry cannot refuse them.
   (void)RegisterFieldTypes(registry_);
   (void)RegisterMaterialType(registry_);
+  (void)RegisterSplineTypes(registry_);
 }
 
 UInt64 Host::TimerValue() {

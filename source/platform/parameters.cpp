@@ -149,6 +149,16 @@ const FieldList* ParameterContainer::GetFieldList(ParameterId id) const {
   return value != nullptr ? std::get_if<FieldList>(&value->Data()) : nullptr;
 }
 
+const NodeLinkList* ParameterContainer::GetLinkList(ParameterId id) const {
+  const Value* value = Find(id);
+  return value != nullptr ? std::get_if<NodeLinkList>(&value->Data()) : nullptr;
+}
+
+const SplinePath* ParameterContainer::GetSplinePath(ParameterId id) const {
+  const Value* value = Find(id);
+  return value != nullptr ? std::get_if<SplinePath>(&value->Data()) : nullptr;
+}
+
 FieldList* ParameterContainer::GetFieldList(ParameterId id) {
   return const_cast<FieldList*>(std::as_const(*this).GetFieldList(id));
 }

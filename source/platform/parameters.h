@@ -10,6 +10,7 @@
 #include "platform/matrix.h"
 #include "platform/result.h"
 #include "platform/spline_data.h"
+#include "platform/spline_path.h"
 #include "platform/types.h"
 #include "platform/vector.h"
 
@@ -37,13 +38,15 @@ enum class ValueType : Int32 {
   LINK = 8,
   MATRIX = 9,
   FIELDLIST = 10,
+  LINKLIST = 11,
+  SPLINEPATH = 12,
 };
 
 // One typed parameter value. Copies are deep.
 class Value {
  public:
-  using Storage = std::variant<std::monostate, bool, Int32, Int, Float, Vector, std::string, SplineData, NodeLink, Matrix,
-                               FieldList>;
+  using Storage = std::variant<std::monostate, bool, Int32, Int, Float, Vector, std::string, SplineData, NodeLink,
+                               Matrix, FieldList, NodeLinkList, SplinePath>;
 
   Value() = default;
   Value(bool value) : storage_(value) {}                  // NOLINT(google-explicit-constructor)
@@ -57,6 +60,8 @@ class Value {
   Value(NodeLink value) : storage_(value) {}              // NOLINT(google-explicit-constructor)
   Value(const Matrix& value) : storage_(value) {}         // NOLINT(google-explicit-constructor)
   Value(FieldList value) : storage_(std::move(value)) {}  // NOLINT(google-explicit-constructor)
+  Value(NodeLinkList value) : storage_(std::move(value)) {}  // NOLINT(google-explicit-constructor)
+  Value(SplinePath value) : storage_(std::move(value)) {}    // NOLINT(google-explicit-constructor)
 
   [[nodiscard]] ValueType Type() const { return static_cast<ValueType>(storage_.index()); }
   [[nodiscard]] const Storage& Data() const { return storage_; }
@@ -99,6 +104,9 @@ class ParameterContainer {
   // The field list stored under the ID, or nullptr when there is none.
   [[nodiscard]] const FieldList* GetFieldList(ParameterId id) const;
   [[nodiscard]] FieldList* GetFieldList(ParameterId id);
+  // The link list or spline points stored under the ID, or nullptr when there are none.
+  [[nodiscard]] const NodeLinkList* GetLinkList(ParameterId id) const;
+  [[nodiscard]] const SplinePath* GetSplinePath(ParameterId id) const;
 
   // Stores a value, replacing what the ID held, whatever its type.
   Status Set(ParameterId id, Value value);

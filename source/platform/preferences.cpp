@@ -57,6 +57,10 @@ const char* TypeName(ValueType type) {
       return "a Matrix";
     case ValueType::FIELDLIST:
       return "a field list";
+    case ValueType::LINKLIST:
+      return "a link list";
+    case ValueType::SPLINEPATH:
+      return "spline points";
   }
   return "an unknown value";
 }

@@ -34,6 +34,11 @@ inline constexpr Int kFormatVersion = 1;
 inline constexpr Int kMaxChildDepth = 64;
 inline constexpr Int kMaxNodes = 1'000'000;
 inline constexpr std::size_t kMaxJsonDepth = 256;
+// Spline points lie within the world distances parameters take; longer lists than these
+// are refused rather than loaded.
+inline constexpr Float kMaxSplineCoordinate = 1.0e6;
+inline constexpr std::size_t kMaxSplinePoints = 1'000'000;
+inline constexpr std::size_t kMaxLinkListEntries = 10'000;
 
 // Parses JSON as nlohmann's parser does, but refuses duplicate keys (the parser would
 // silently keep the last one) and absurd nesting, naming the place of the fault.

@@ -31,6 +31,13 @@ bool ValuesEqual(const Value* a, const Value* b, const std::unordered_map<UInt64
   if (a->Type() != b->Type()) return false;
   if (const auto* link = std::get_if<NodeLink>(&a->Data()))
     return PlaceOf(indexA, link->target) == PlaceOf(indexB, std::get<NodeLink>(b->Data()).target);
+  if (const auto* list = std::get_if<NodeLinkList>(&a->Data())) {
+    const auto& targetsB = std::get<NodeLinkList>(b->Data()).targets;
+    if (list->targets.size() != targetsB.size()) return false;
+    for (std::size_t i = 0; i < targetsB.size(); ++i)
+      if (PlaceOf(indexA, list->targets[i]) != PlaceOf(indexB, targetsB[i])) return false;
+    return true;
+  }
   if (const auto* list = std::get_if<FieldList>(&a->Data())) {
     const auto layersA = list->Layers();
     const auto layersB = std::get<FieldList>(b->Data()).Layers();

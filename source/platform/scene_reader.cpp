@@ -81,9 +81,10 @@ class SceneReader {
   struct PendingLink {
     Node* node;
     ParameterId parameter;
-    Int layer;  // the field list layer, or -1 for a link parameter
+    Int layer;  // the field list layer or link list entry, or -1 for a link parameter
     std::string key;
     std::string where;
+    bool linkList = false;  // `layer` is an entry of a link list
   };
   struct PendingRead {
     Node* node;
@@ -395,7 +396,8 @@ class SceneReader {
   // A value outside a file: nothing to link to.
  public:
   Result<Value> ReadLooseValue(const ParameterDescription& parameter, const Json& json, Node& node) {
-    if (parameter.type == ValueType::LINK || parameter.type == ValueType::FIELDLIST)
+    if (parameter.type == ValueType::LINK || parameter.type == ValueType::FIELDLIST ||
+        parameter.type == ValueType::LINKLIST)
       return IllegalArgumentError(std::string("a ") + TypeName(parameter.type) + " is only read within a scene file");
     std::vector<PendingLink> links;
     return ReadValue(parameter, json, node, parameter.symbol, links);
@@ -475,6 +477,14 @@ class SceneReader {
         VLGD_ASSIGN_OR_RETURN(const Matrix value, ReadMatrix(json));
         return Value(value);
       }
+      case ValueType::LINKLIST: {
+        VLGD_ASSIGN_OR_RETURN(NodeLinkList value, ReadLinkList(json, node, parameter.id, where, links));
+        return Value(std::move(value));
+      }
+      case ValueType::SPLINEPATH: {
+        VLGD_ASSIGN_OR_RETURN(SplinePath value, ReadSplinePath(json));
+        return Value(std::move(value));
+      }
       default:
         return IllegalArgumentError("has no value");
     }
@@ -543,6 +553,64 @@ class SceneReader {
     return curve;
   }
 
+  // {"links": [<id> or null, ...]}; the entries resolve once every node exists.
+  static Result<NodeLinkList> ReadLinkList(const Json& json, Node& node, ParameterId parameter,
+                                           const std::string& where, std::vector<PendingLink>& links) {
+    if (!json.is_object()) return Expected("{\"links\": [...]}", json);
+    VLGD_RETURN_IF_ERROR(OnlyKeys(json, {"links"}));
+    NodeLinkList list;
+    const Json* entries = Member(json, "links");
+    if (entries == nullptr) return list;
+    if (!entries->is_array()) return Within<NodeLinkList>(Expected("an array", *entries), "'links'");
+    if (entries->size() > kMaxLinkListEntries)
+      return IllegalArgumentError("'links': " + std::to_string(entries->size()) +
+                                  " entries; a link list holds at most " + std::to_string(kMaxLinkListEntries));
+    list.targets.assign(entries->size(), 0);
+    for (std::size_t i = 0; i < entries->size(); ++i) {
+      const Json& entry = (*entries)[i];
+      if (entry.is_null()) continue;
+      const std::string at = "'links'[" + std::to_string(i) + "]";
+      VLGD_ASSIGN_OR_RETURN(std::string key, Within(ReadKey(entry), at));
+      links.push_back({&node, parameter, static_cast<Int>(i), std::move(key), where + ": " + at, true});
+    }
+    return list;
+  }
+
+  // {"points": [{"position": [x, y, z], "left": [x, y, z], "right": [x, y, z]}, ...]};
+  // missing tangents are zero.
+  static Result<SplinePath> ReadSplinePath(const Json& json) {
+    if (!json.is_object()) return Expected("{\"points\": [...]}", json);
+    VLGD_RETURN_IF_ERROR(OnlyKeys(json, {"points"}));
+    SplinePath path;
+    const Json* points = Member(json, "points");
+    if (points == nullptr) return path;
+    if (!points->is_array()) return Within<SplinePath>(Expected("an array", *points), "'points'");
+    if (points->size() > kMaxSplinePoints)
+      return IllegalArgumentError("'points': " + std::to_string(points->size()) + " points; a spline holds at most " +
+                                  std::to_string(kMaxSplinePoints));
+    path.points.reserve(points->size());
+    for (std::size_t i = 0; i < points->size(); ++i) {
+      const Json& point = (*points)[i];
+      const std::string at = "point " + std::to_string(i);
+      if (!point.is_object()) return Within<SplinePath>(Expected("an object", point), at);
+      VLGD_RETURN_IF_ERROR(Within<void>(OnlyKeys(point, {"position", "left", "right"}), at));
+      SplinePoint& read = path.points.emplace_back();
+      const Json* position = Member(point, "position");
+      if (position == nullptr) return IllegalArgumentError(at + ": 'position' is missing");
+      for (auto [key, target] :
+           {std::pair{"position", &read.position}, std::pair{"left", &read.left}, std::pair{"right", &read.right}}) {
+        const Json* part = Member(point, key);
+        if (part == nullptr) continue;
+        VLGD_ASSIGN_OR_RETURN(*target, Within(ReadVector(*part, 3), at + ": '" + key + "'"));
+        if (std::fabs(target->x) > kMaxSplineCoordinate || std::fabs(target->y) > kMaxSplineCoordinate ||
+            std::fabs(target->z) > kMaxSplineCoordinate)
+          return IllegalArgumentError(at + ": '" + key + "': " + Excerpt(part->dump()) + " lies beyond " +
+                                      NumberText(kMaxSplineCoordinate) + " units");
+      }
+    }
+    return path;
+  }
+
   // {"layers": [{"field": <id>, "opacity": 0 .. 1, "blend": "NORMAL", "enabled": true}, ...]}
   Result<FieldList> ReadFieldList(const Json& json, Node& node, ParameterId parameter, const std::string& where,
                                   std::vector<PendingLink>& links) const {
@@ -591,6 +659,14 @@ class SceneReader {
         return IllegalArgumentError(link.where + ": no object has the id '" + Excerpt(link.key) + "'");
       const Node& target = *found->second;
       ParameterContainer& parameters = link.node->GetDataInstance();
+      if (link.linkList) {
+        const Value* held = parameters.Find(link.parameter);
+        if (held == nullptr || held->Type() != ValueType::LINKLIST) continue;
+        NodeLinkList list = std::get<NodeLinkList>(held->Data());
+        list.targets[static_cast<std::size_t>(link.layer)] = target.Identity();
+        VLGD_RETURN_IF_ERROR(parameters.Set(link.parameter, std::move(list)));
+        continue;
+      }
       if (link.layer < 0) {
         VLGD_RETURN_IF_ERROR(parameters.Set(link.parameter, NodeLink{target.Identity()}));
         continue;
@@ -685,7 +761,9 @@ Result<std::unique_ptr<Document>> LoadSceneFile(Host& host, const std::filesyste
   } catch (const std::length_error&) {
     return OutOfMemoryError();
   }
-  return LoadScene(host, text, file.string());
+  VLGD_ASSIGN_OR_RETURN(std::unique_ptr<Document> doc, LoadScene(host, text, file.string()));
+  doc->SetFolder(file.parent_path());
+  return doc;
 }
 
 }  // namespace platform

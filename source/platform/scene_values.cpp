@@ -245,6 +245,10 @@ const char* TypeName(ValueType type) {
       return "Matrix";
     case ValueType::FIELDLIST:
       return "field list";
+    case ValueType::LINKLIST:
+      return "link list";
+    case ValueType::SPLINEPATH:
+      return "spline points";
     default:
       return "empty";
   }

@@ -71,6 +71,8 @@ class SceneWriter {
       if (const auto* link = std::get_if<NodeLink>(&value.Data())) MarkTarget(link->target);
       if (const auto* list = std::get_if<FieldList>(&value.Data()))
         for (const FieldLayer& layer : list->Layers()) MarkTarget(layer.field);
+      if (const auto* list = std::get_if<NodeLinkList>(&value.Data()))
+        for (const UInt64 target : list->targets) MarkTarget(target);
     }
   }
   void MarkTarget(UInt64 identity) {
@@ -202,6 +204,15 @@ class SceneWriter {
       }
       case ValueType::MATRIX:
         return WriteMatrix(std::get<Matrix>(value.Data()));
+      case ValueType::LINKLIST: {
+        OrderedJson entries = OrderedJson::array();
+        for (const UInt64 target : std::get<NodeLinkList>(value.Data()).targets) entries.push_back(KeyOf(target));
+        OrderedJson out = OrderedJson::object();
+        out["links"] = std::move(entries);
+        return out;
+      }
+      case ValueType::SPLINEPATH:
+        return WriteSplinePath(std::get<SplinePath>(value.Data()));
       default:
         return IllegalArgumentError("has no value");
     }
@@ -224,6 +235,22 @@ class SceneWriter {
     }
     OrderedJson out = OrderedJson::object();
     out["knots"] = std::move(knots);
+    return out;
+  }
+
+  static Result<OrderedJson> WriteSplinePath(const SplinePath& path) {
+    OrderedJson points = OrderedJson::array();
+    for (const SplinePoint& point : path.points) {
+      if (!IsFinite(point.position) || !IsFinite(point.left) || !IsFinite(point.right))
+        return IllegalArgumentError("point " + std::to_string(points.size()) + " is not finite");
+      OrderedJson out = OrderedJson::object();
+      out["position"] = OrderedJson::array({point.position.x, point.position.y, point.position.z});
+      out["left"] = OrderedJson::array({point.left.x, point.left.y, point.left.z});
+      out["right"] = OrderedJson::array({point.right.x, point.right.y, point.right.z});
+      points.push_back(std::move(out));
+    }
+    OrderedJson out = OrderedJson::object();
+    out["points"] = std::move(points);
     return out;
   }
 
@@ -268,7 +295,8 @@ Result<std::string> SaveScene(const Document& document) {
 
 Result<std::string> WriteParameterValue(const Node& node, const ParameterDescription& parameter) {
   if (node.GetDocument() == nullptr) return IllegalArgumentError("The node is not in a document!");
-  if (parameter.type == ValueType::LINK || parameter.type == ValueType::FIELDLIST)
+  if (parameter.type == ValueType::LINK || parameter.type == ValueType::FIELDLIST ||
+      parameter.type == ValueType::LINKLIST)
     return IllegalArgumentError(std::string("a ") + TypeName(parameter.type) + " is only written within a scene file");
   const Value* value = node.GetData().Find(parameter.id);
   if (value == nullptr) return std::string("null");

@@ -167,8 +167,10 @@ Result<platform::Image> BakeMaterial(Node& material, platform::Document& doc, co
   VLGD_ASSIGN_OR_RETURN(platform::Image image,
                         platform::Image::Create(width, height, mask ? 1 : 3,
                                                 mask ? platform::PixelType::UInt16 : platform::PixelType::UInt8));
-  std::vector<float> slopes;
-  if (UsesType(material, ID_SLOPESHADER)) VLGD_RETURN_IF_ERROR(ComputeSlopes(heights, sizeX, sizeZ, slopes, cancel));
+  std::vector<float> slopes;  // for resampling; at a pixel per sample the shader makes its rows
+  const bool oneToOne = width == heights.Width() && height == heights.Height();
+  if (!oneToOne && UsesType(material, ID_SLOPESHADER))
+    VLGD_RETURN_IF_ERROR(ComputeSlopes(heights, sizeX, sizeZ, slopes, cancel));
 
   ShadeContext context;
   context.width = width;
@@ -178,11 +180,12 @@ Result<platform::Image> BakeMaterial(Node& material, platform::Document& doc, co
   context.sizeZ = sizeZ;
   context.doc = &doc;
   context.material = &material;
-  context.slopes = &slopes;
+  context.slopes = oneToOne ? nullptr : &slopes;
   context.cancel = cancel;
   VLGD_ASSIGN_OR_RETURN(std::unique_ptr<ShaderProgram> program, CompileLayers(material.GetBranch(), context));
 
   std::byte* bytes = image.Bytes().data();
+  const SrgbByteEncoder& srgb = SrgbByteEncoder::Get();
   const platform::ParallelOptions options{.granularity = 16, .singleThreadBelow = 0, .cancel = cancel};
   VLGD_RETURN_IF_ERROR(platform::ParallelForRange(0, height, options, [&](Int begin, Int end) -> Status {
     try {
@@ -192,16 +195,17 @@ Result<platform::Image> BakeMaterial(Node& material, platform::Document& doc, co
         program->ShadeRow(y, row, scratch);
         if (mask) {
           auto* out = reinterpret_cast<std::uint16_t*>(bytes) + y * width;
-          for (Int x = 0; x < width; ++x)
-            out[x] = static_cast<std::uint16_t>(
-                std::lround(std::clamp(row[static_cast<size_t>(x)].r, 0.0f, 1.0f) * 65535.0f));
+          for (Int x = 0; x < width; ++x) {
+            const float v = row[static_cast<size_t>(x)].r;
+            out[x] = static_cast<std::uint16_t>((v > 0.0f ? std::min(v, 1.0f) : 0.0f) * 65535.0f + 0.5f);
+          }
         } else {
           auto* out = reinterpret_cast<std::uint8_t*>(bytes) + y * width * 3;
           for (Int x = 0; x < width; ++x) {
             const Colour& c = row[static_cast<size_t>(x)];
-            out[3 * x] = static_cast<std::uint8_t>(std::lround(LinearToSrgb(c.r) * 255.0f));
-            out[3 * x + 1] = static_cast<std::uint8_t>(std::lround(LinearToSrgb(c.g) * 255.0f));
-            out[3 * x + 2] = static_cast<std::uint8_t>(std::lround(LinearToSrgb(c.b) * 255.0f));
+            out[3 * x] = srgb(c.r);
+            out[3 * x + 1] = srgb(c.g);
+            out[3 * x + 2] = srgb(c.b);
           }
         }
       }

@@ -57,6 +57,11 @@ void SampleGridRow(const Float* grid, Int gridWidth, Int gridHeight, const Shade
     std::fill(out.begin(), out.end(), 0.0f);
     return;
   }
+  if (gridWidth == context.width && gridHeight == context.height) {
+    const Float* line = grid + (gridHeight - 1 - y) * gridWidth;
+    for (size_t x = 0; x < out.size(); ++x) out[x] = static_cast<float>(line[x]);
+    return;
+  }
   const Float row = context.GridRow(y, gridHeight);
   const Int j0 = std::clamp<Int>(static_cast<Int>(row), 0, gridHeight - 1);
   const Int j1 = std::min(j0 + 1, gridHeight - 1);
@@ -79,8 +84,9 @@ void SampleGridRow(const Float* grid, Int gridWidth, Int gridHeight, const Shade
 
 namespace {
 
-float BlendChannel(float a, float b, Int32 mode) {
-  switch (static_cast<BLENDMODE>(mode)) {
+template <BLENDMODE kMode>
+float BlendChannel(float a, float b) {
+  switch (kMode) {
     case BLENDMODE::NORMAL:
       return b;
     case BLENDMODE::ADD:
@@ -118,23 +124,34 @@ float BlendChannel(float a, float b, Int32 mode) {
   }
 }
 
+template <BLENDMODE kMode>
+void BlendLoop(std::span<Colour> base, std::span<const Colour> top, std::span<const float> weights, float opacity) {
+  for (size_t x = 0; x < base.size(); ++x) {
+    Colour& b = base[x];
+    const Colour& t = top[x];
+    const float w = std::clamp(opacity * weights[x] * t.a, 0.0f, 1.0f);
+    const auto mix = [w](float under, float over) {
+      return under + (std::clamp(BlendChannel<kMode>(under, over), 0.0f, 1.0f) - under) * w;
+    };
+    b = {mix(b.r, t.r), mix(b.g, t.g), mix(b.b, t.b), std::max(b.a, w)};
+  }
+}
+
 }  // namespace
 
-Colour BlendColours(const Colour& base, const Colour& top, Int32 mode, float weight) {
-  const float w = std::clamp(weight * top.a, 0.0f, 1.0f);
-  const auto mix = [&](float a, float b) { return a + (std::clamp(BlendChannel(a, b, mode), 0.0f, 1.0f) - a) * w; };
-  return {mix(base.r, top.r), mix(base.g, top.g), mix(base.b, top.b), std::max(base.a, w)};
-}
-
-float Smoothstep(float edge0, float edge1, float x) {
-  if (!(edge1 > edge0)) return x < edge0 ? 0.0f : 1.0f;
-  const float t = std::clamp((x - edge0) / (edge1 - edge0), 0.0f, 1.0f);
-  return t * t * (3.0f - 2.0f * t);
-}
-
-float RangeWeight(float value, float low, float high, float smooth) {
-  const float half = std::max(smooth, 0.0f) * 0.5f;
-  return Smoothstep(low - half, low + half, value) * (1.0f - Smoothstep(high - half, high + half, value));
+void BlendColourRow(std::span<Colour> base, std::span<const Colour> top, std::span<const float> weights, Int32 mode,
+                    float opacity) {
+  using Loop = void (*)(std::span<Colour>, std::span<const Colour>, std::span<const float>, float);
+  // In the stored order of the modes.
+  static constexpr Loop kLoops[] = {
+      BlendLoop<BLENDMODE::NORMAL>,         BlendLoop<BLENDMODE::ADD>,        BlendLoop<BLENDMODE::SUBTRACT>,
+      BlendLoop<BLENDMODE::MULTIPLY>,       BlendLoop<BLENDMODE::DIVIDE>,     BlendLoop<BLENDMODE::LOWEST>,
+      BlendLoop<BLENDMODE::HIGHEST>,        BlendLoop<BLENDMODE::DIFFERENCE>, BlendLoop<BLENDMODE::PHOENIX>,
+      BlendLoop<BLENDMODE::PHOENIXINVERSE>, BlendLoop<BLENDMODE::OVERLAY>,    BlendLoop<BLENDMODE::NEGATION>,
+      BlendLoop<BLENDMODE::SCREEN>,         BlendLoop<BLENDMODE::SOFTLIGHT>,  BlendLoop<BLENDMODE::HARDLIGHT>};
+  static_assert(std::size(kLoops) == static_cast<size_t>(BLENDMODE::HARDLIGHT) + 1);
+  // An unknown mode leaves the layers below as they are.
+  if (mode >= 0 && static_cast<size_t>(mode) < std::size(kLoops)) kLoops[mode](base, top, weights, opacity);
 }
 
 namespace {

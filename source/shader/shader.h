@@ -1,5 +1,7 @@
 #pragma once
 
+#include <algorithm>
+
 #include <memory>
 #include <span>
 #include <vector>
@@ -47,6 +49,10 @@ struct ShadeContext {
 
   // The fractional row of a grid of `rows` rows that image row y samples.
   [[nodiscard]] Float GridRow(Int y, Int rows) const;
+  // Whether every pixel lies on a sample of the terrain's grid, so no sampling is needed.
+  [[nodiscard]] bool OneToOne() const {
+    return heights != nullptr && width == heights->Width() && height == heights->Height();
+  }
 };
 
 // Rows of colours a worker lends to the inputs of the shader it runs, so that nothing is
@@ -97,12 +103,22 @@ void ShadeInputRow(const ShaderProgram* input, Int y, std::span<float> out, RowS
 void SampleGridRow(const Float* grid, Int gridWidth, Int gridHeight, const ShadeContext& context, Int y,
                    std::span<float> out);
 
-// Blends `top` over `base` with a stored blend mode and a weight of 0 .. 1.
-Colour BlendColours(const Colour& base, const Colour& top, Int32 mode, float weight);
+// Blends a row of `top` over `base` with a stored blend mode, each pixel weighed by
+// opacity x weights[x] (0 .. 1). The mode is chosen once per row, not per pixel.
+void BlendColourRow(std::span<Colour> base, std::span<const Colour> top, std::span<const float> weights, Int32 mode,
+                    float opacity);
 
-float Smoothstep(float edge0, float edge1, float x);
+inline float Smoothstep(float edge0, float edge1, float x) {
+  if (!(edge1 > edge0)) return x < edge0 ? 0.0f : 1.0f;
+  const float t = std::clamp((x - edge0) / (edge1 - edge0), 0.0f, 1.0f);
+  return t * t * (3.0f - 2.0f * t);
+}
+
 // 1 from low up to high, changing smoothly over `smooth` centred on each bound.
-float RangeWeight(float value, float low, float high, float smooth);
+inline float RangeWeight(float value, float low, float high, float smooth) {
+  const float half = std::max(smooth, 0.0f) * 0.5f;
+  return Smoothstep(low - half, low + half, value) * (1.0f - Smoothstep(high - half, high + half, value));
+}
 
 // The description every shader's description includes.
 const platform::TypeDescriptor& BaseShaderType();

@@ -2,7 +2,10 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cmath>
+#include <cstdint>
+#include <limits>
 
 #include "platform/description.h"
 
@@ -106,6 +109,36 @@ float SrgbToLinear(float value) {
 float LinearToSrgb(float value) {
   const float v = std::clamp(value, 0.0f, 1.0f);
   return v <= 0.0031308f ? v * 12.92f : 1.055f * std::pow(v, 1.0f / 2.4f) - 0.055f;
+}
+
+namespace {
+
+std::uint8_t ExactSrgbByte(float linear) {
+  return static_cast<std::uint8_t>(std::lround(LinearToSrgb(linear) * 255.0f));
+}
+
+}  // namespace
+
+SrgbByteEncoder::SrgbByteEncoder() {
+  // Positive floats order as their bit patterns, so each threshold is found exactly by
+  // bisecting the patterns between 0 and 1.
+  const auto bits = [](float f) { return std::bit_cast<std::uint32_t>(f); };
+  for (std::size_t k = 0; k < 255; ++k) {
+    std::uint32_t low = bits(0.0f), high = bits(1.0f);  // byte(low) <= k < byte(high)
+    while (high - low > 1) {
+      const std::uint32_t middle = low + (high - low) / 2;
+      (ExactSrgbByte(std::bit_cast<float>(middle)) > k ? high : low) = middle;
+    }
+    thresholds_[k] = std::bit_cast<float>(high);
+  }
+  thresholds_[255] = std::numeric_limits<float>::infinity();
+  for (std::size_t i = 0; i <= kBuckets; ++i)
+    start_[i] = ExactSrgbByte(static_cast<float>(i) / static_cast<float>(kBuckets));
+}
+
+const SrgbByteEncoder& SrgbByteEncoder::Get() {
+  static const SrgbByteEncoder encoder;
+  return encoder;
 }
 
 Result<std::unique_ptr<ShaderProgram>> ColourShader::Compile(Node& shader, const ShadeContext& context) {

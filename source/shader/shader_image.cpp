@@ -121,7 +121,8 @@ class BlackProgram final : public ShaderProgram {
 
 Result<std::unique_ptr<ShaderProgram>> ImageShader::Compile(Node& shader, const ShadeContext& context) {
   const platform::ParameterContainer& data = shader.GetData();
-  const std::filesystem::path file = data.GetString(IMAGESHADER_FILE, "");
+  const std::filesystem::path named = data.GetString(IMAGESHADER_FILE, "");
+  const std::filesystem::path file = context.doc != nullptr ? context.doc->ResolveFile(named) : named;
   if (file.empty()) return std::make_unique<BlackProgram>();
   if (file != loadedPath_ || pixels_ == nullptr) {
     auto image = platform::ReadImage(file);

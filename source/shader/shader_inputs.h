@@ -37,5 +37,7 @@ const platform::TypeDescriptor& SlopeShaderType();
 // from central differences (one-sided at the borders).
 Status ComputeSlopes(const Grid2D<Float>& heights, Float sizeX, Float sizeZ, std::vector<float>& slopes,
                      const platform::CancellationToken* cancel);
+// The same for row j alone.
+void SlopeRow(const Grid2D<Float>& heights, Float sizeX, Float sizeZ, Int j, std::span<float> out);
 
 }  // namespace VLGD

@@ -25,8 +25,7 @@ class LayerProgram final : public ShaderProgram {
     for (const Layer& layer : layers_) {
       layer.colour->ShadeRow(y, top, scratch);
       ShadeInputRow(layer.mask.get(), y, weights, scratch, 1.0f);
-      for (size_t x = 0; x < out.size(); ++x)
-        out[x] = BlendColours(out[x], top[x], layer.mode, layer.opacity * weights[x]);
+      BlendColourRow(out, top, weights, layer.mode, layer.opacity);
     }
     scratch.ReleaseValues();
     scratch.Release();

@@ -87,6 +87,10 @@ std::string FormatMemory(const platform::StringTable& strings, Int bytes) {
   return strings.Format(STRING_MEMORY, {text});
 }
 
+BlendSettings BaseTerrainOperatorData::GetBlendSettings(const Node& op) const {
+  return ReadBlendSettings(op.GetData());
+}
+
 Int BaseTerrainOperatorData::GetMemoryUsage() const {
   return (changeMap_.Count() + result_.Count()) * 8 + 576;
 }
@@ -223,7 +227,7 @@ void BaseTerrainOperatorData::Removing(Node& node, Document& doc) {
 
 Status BaseTerrainOperatorData::CombineIntoTerrain(Grid2D<Float>& terrain, Node& op, Document& doc,
                                                    const EvaluationContext& context) {
-  const BlendSettings settings = ReadBlendSettings(op.GetData());
+  const BlendSettings settings = GetBlendSettings(op);
   const platform::Value* fieldsValue = op.GetData().Find(TERRAINOPERATOR_MASKING_FIELDS_LIST);
   const platform::FieldList* fields = op.GetData().GetFieldList(TERRAINOPERATOR_MASKING_FIELDS_LIST);
   if (fieldsValue != nullptr && fields == nullptr)
@@ -248,6 +252,17 @@ Status BaseTerrainOperatorData::CombineIntoTerrain(Grid2D<Float>& terrain, Node&
     options.singleThreadBelow = platform::kSingleThreadBelowSamples;
     options.cancel = context.thread;
     VLGD_RETURN_IF_ERROR(fields->Sample(doc, positions, mask_, options));
+  }
+
+  if (const std::span<const Float> own = GetResultMask(); !own.empty()) {
+    if (static_cast<Int>(own.size()) != result_.Count())
+      return platform::GenericError("FieldOutput and _size are different!");
+    if (mask_.empty()) {
+      VLGD_RETURN_IF_ERROR(platform::TryResize(mask_, static_cast<size_t>(own.size())));
+      std::copy(own.begin(), own.end(), mask_.begin());
+    } else {
+      for (size_t i = 0; i < own.size(); ++i) mask_[i] *= own[i];
+    }
   }
 
   const Node* previous = op.GetPred();

@@ -183,6 +183,9 @@ class BaseTerrainOperatorData : public platform::ObjectData {
   // Writes result from the incoming grid (the terrain made by the operators before).
   virtual Status Compute(const Grid2D<Float>& incoming, Node& op, Document& doc, const EvaluationContext& context) = 0;
   virtual Status CombineIntoTerrain(Grid2D<Float>& terrain, Node& op, Document& doc, const EvaluationContext& context);
+  // The blend settings the combination reads from the operator's parameters. An operator
+  // whose result already holds scene heights leaves out the height scale.
+  [[nodiscard]] virtual BlendSettings GetBlendSettings(const Node& op) const;
   // True forces a rebuild in the dirty check.
   virtual bool NeedsRebuild(Node& op, Document& doc, const EvaluationContext& context) {
     (void)op;
@@ -191,6 +194,9 @@ class BaseTerrainOperatorData : public platform::ObjectData {
     return false;
   }
   [[nodiscard]] virtual Int GetMemoryUsage() const;
+  // A weight per sample of the result that the operator's own computation decided, 0 where
+  // it leaves the terrain as it is; multiplied into the masks. Empty: full weight.
+  [[nodiscard]] virtual std::span<const Float> GetResultMask() const { return {}; }
   // True when only the listed parameters (all, when the list stays empty) decide a
   // rebuild; changes of the others then only recombine.
   virtual bool GetRebuildParameters(std::vector<ParameterId>& ids, const ParameterContainer& data) const {

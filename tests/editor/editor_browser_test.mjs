@@ -1,6 +1,6 @@
 // The editor end to end in Debian's Chromium: the terrain drawn, an edit in the panel
 // rebuilding it, a curve knot dragged, a field dropped into a mask, every command undone,
-// an operator dragged into a group, the about dialog, a mesh exported, the preferences, a
+// an operator dragged into a group, a material worn and shown, the about dialog, a mesh exported, the preferences, a
 // save that reloads to the same scene, and requests without the token or with bad bodies
 // refused.
 import { spawn } from 'node:child_process';
@@ -79,20 +79,25 @@ try {
   await page.goto(editor.address);
   await page.waitForSelector('body[data-build]', { timeout: 20000 });
 
-  // The terrain is drawn: the viewport's pixels are not all the background.
-  await page.screenshot({ path: join(work, 'editor.png') });
-  const coloured = await page.evaluate(() => {
+  // The share of the viewport's pixels that are not the background, or that are magenta.
+  const viewShare = (magenta) => page.evaluate((magenta) => {
     const view = document.querySelector('#view');
     const copy = document.createElement('canvas');
     copy.width = view.width; copy.height = view.height;
     const context = copy.getContext('2d');
     context.drawImage(view, 0, 0);
     const pixels = context.getImageData(0, 0, copy.width, copy.height).data;
-    let differing = 0;
-    for (let i = 0; i < pixels.length; i += 4)
-      if (Math.abs(pixels[i] - 0x2b) + Math.abs(pixels[i + 1] - 0x2f) + Math.abs(pixels[i + 2] - 0x36) > 12) ++differing;
-    return differing / (pixels.length / 4);
-  });
+    let counted = 0;
+    for (let i = 0; i < pixels.length; i += 4) {
+      const [r, g, b] = [pixels[i], pixels[i + 1], pixels[i + 2]];
+      if (magenta ? r > g + 60 && b > g + 60 : Math.abs(r - 0x2b) + Math.abs(g - 0x2f) + Math.abs(b - 0x36) > 12) ++counted;
+    }
+    return counted / (pixels.length / 4);
+  }, magenta);
+
+  // The terrain is drawn: the viewport's pixels are not all the background.
+  await page.screenshot({ path: join(work, 'editor.png') });
+  const coloured = await viewShare(false);
   assert.ok(coloured > 0.05, `the terrain covers ${coloured} of the view`);
 
   // An edit in the panel rebuilds the heights.
@@ -156,6 +161,27 @@ try {
   const findNode = (nodes, id) => nodes.flatMap((n) => (n.id === id ? [n] : findNode(n.children, id)));
   await until(async () => findNode((await state()).tree, group)[0].children.some((c) => c.id === base),
     'the operator dragged into the group');
+
+  // A material with a colour shader from the add menu, dropped into the terrain's materials:
+  // the mesh wears its bake.
+  const add = async (name) => {
+    await page.click('#menu-add > button');
+    await page.locator('#menu-add .items button:not([disabled])', { hasText: name }).first().click({ timeout: 10000 });
+  };
+  await add(/^Material$/);
+  await until(async () => (await state()).materials.length === 1, 'the new material');
+  const material = (await state()).materials[0].id;
+  await add(/^Colour$/);
+  await until(async () => (await state()).materials[0].children.length === 1, 'the colour shader in the material');
+  const paint = (await state()).materials[0].children[0].id;
+  await api('/api/edit', { method: 'POST', body: JSON.stringify({ action: 'set', node: paint, parameter: 10001, value: [1, 0, 1] }) });
+  const hills = await idOf('Hills');
+  await page.click(`.row[data-id="${hills}"]`);
+  await page.waitForSelector('#panel .materials');
+  await page.dragAndDrop(`.row[data-id="${material}"]`, '#panel .materials');
+  await until(async () => (await read(`/api/node?id=${hills}`)).materials[0]?.id === material, 'the material on the terrain');
+  await until(async () => (await viewShare(true)) > 0.05, 'the terrain painted magenta', 20000)
+    .catch(async (error) => { await page.screenshot({ path: join(work, 'material.png') }); throw error; });
 
   // The about command answers in a dialog of the page.
   await page.click('#menu-commands > button');

@@ -149,6 +149,112 @@ TEST_F(EditorServerTest, EditsUndoAndHeightsTravelAsFloats) {
   EXPECT_EQ(client_->Get("/api/node?id=nothing")->status, 404);
 }
 
+// Materials and shaders in the tree, placed only where they belong; the terrain's bake served
+// as bytes and baked again only when what it reads changed.
+TEST_F(EditorServerTest, MaterialsShadersAndBakes) {
+  Built();
+  const auto edit = [&](const Json& request) {
+    const auto reply = Edit(request.dump());
+    EXPECT_TRUE(reply && reply->status == 200) << request.dump() << ": " << (reply ? reply->body : "");
+    return reply ? Json::parse(reply->body, nullptr, false) : Json();
+  };
+  // The first build that has every edit so far in it.
+  const auto rebuilt = [&] {
+    const int edits = Get("/api/state")["version"];
+    for (int i = 0; i < 1000; ++i) {
+      Json build = Get("/api/build");
+      if (build.value("document", 0) >= edits) return build["terrains"][0];
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    return Json();
+  };
+  const Json tree = Get("/api/state")["tree"];
+  const std::uint64_t terrain = tree[0]["id"], hills = tree[0]["children"][0]["id"];
+  const std::uint64_t paint = edit({{"action", "insert"}, {"type", "Mmaterial"}})["id"];
+  const std::uint64_t snow = edit({{"action", "insert"}, {"type", "Mmaterial"}})["id"];
+  const std::uint64_t colour = edit({{"action", "insert"}, {"type", "xcolourshader"}, {"parent", paint}})["id"];
+  const std::uint64_t white = edit({{"action", "insert"}, {"type", "xcolourshader"}, {"parent", snow}})["id"];
+  const std::uint64_t high =
+      edit({{"action", "insert"}, {"type", "xheightshader"}, {"parent", white}, {"mask", true}})["id"];
+  const std::uint64_t reader = edit({{"action", "insert"}, {"type", "xterrainoperatorshader"}, {"parent", snow}})["id"];
+  edit({{"action", "set"}, {"node", colour}, {"parameter", 10001}, {"value", {1.0, 0.5, 0.0}}});
+  edit({{"action", "set"}, {"node", reader}, {"parameter", 10001}, {"value", hills}});
+  edit({{"action", "set"}, {"node", snow}, {"parameter", 2003}, {"value", true}});  // a mask
+
+  const Json materials = Get("/api/state")["materials"];
+  ASSERT_EQ(materials.size(), 2u);
+  EXPECT_EQ(materials[0]["children"][0]["id"], colour);
+  EXPECT_EQ(materials[1]["children"][0]["children"][0]["id"], high);
+  EXPECT_EQ(materials[1]["children"][0]["children"][0]["mask"], true);
+  EXPECT_EQ(Get("/api/types")["nodeTypes"]["xcolourshader"]["name"], "Colour");
+
+  for (const Json& request : std::vector<Json>{
+           {{"action", "insert"}, {"type", "xcolourshader"}},
+           {{"action", "insert"}, {"type", "xcolourshader"}, {"parent", terrain}},
+           {{"action", "insert"}, {"type", "Mmaterial"}, {"parent", terrain}},
+           {{"action", "insert"}, {"type", "Mmaterial"}, {"before", colour}},
+           {{"action", "insert"}, {"type", "onoiseoperator"}, {"parent", paint}},
+           {{"action", "move"}, {"node", colour}, {"parent", terrain}},
+           {{"action", "move"}, {"node", hills}, {"before", colour}},
+           {{"action", "move"}, {"node", snow}, {"parent", paint}},
+           {{"action", "materials"}, {"node", terrain}, {"nodes", {paint, colour}}},
+           {{"action", "materials"}, {"node", terrain}, {"nodes", {paint, paint}}},
+           {{"action", "materials"}, {"node", hills}, {"nodes", Json::array({paint})}},
+           {{"action", "set"}, {"node", reader}, {"parameter", 10001}, {"value", terrain}},
+           {{"action", "set"}, {"node", reader}, {"parameter", 10001}, {"value", paint}},
+       }) {
+    const auto reply = Edit(request.dump());
+    ASSERT_TRUE(reply);
+    EXPECT_EQ(reply->status, 400) << request.dump();
+  }
+  // A command that does not apply to a selected shader is refused, not run there.
+  edit({{"action", "select"}, {"nodes", Json::array({colour})}});
+  EXPECT_EQ(Edit(R"({"action": "command", "command": 1054797})")->status, 400);
+  EXPECT_EQ(Get("/api/state")["materials"], materials);
+
+  // Shaders move within the materials; a material moves before another.
+  edit({{"action", "move"}, {"node", snow}, {"before", paint}});
+  EXPECT_EQ(Get("/api/state")["materials"][0]["id"], snow);
+
+  const int undo = Get("/api/state")["undo"];
+  edit({{"action", "materials"}, {"node", terrain}, {"nodes", {paint, snow}}});
+  EXPECT_EQ(Get("/api/state")["undo"], undo + 1);
+  EXPECT_EQ(Get("/api/node?id=" + std::to_string(terrain))["materials"][1]["id"], snow);
+  const auto bakes = [](const Json& built) {
+    std::vector<bool> baked;
+    for (const Json& material : built["materials"]) baked.push_back(material["baked"]);
+    return baked;
+  };
+  Json built = rebuilt();
+  EXPECT_EQ(bakes(built), (std::vector<bool>{true, true}));
+  ASSERT_TRUE(built["texture"].is_object());
+  const auto texture = client_->Get("/api/texture?terrain=" + std::to_string(terrain));
+  ASSERT_TRUE(texture && texture->status == 200);
+  EXPECT_EQ(texture->body.size(), 41u * 31u * 3u);
+  EXPECT_EQ(texture->get_header_value("X-Version"), std::to_string(built["texture"]["version"].get<int>()));
+  for (std::size_t i = 0; i < texture->body.size(); i += 3) {
+    const auto byte = [&](std::size_t k) { return static_cast<unsigned char>(texture->body[i + k]); };
+    ASSERT_TRUE(byte(0) == 255 && std::abs(byte(1) - 128) <= 1 && byte(2) == 0) << i;
+  }
+  const Json version = built["texture"]["version"];
+
+  // What each material reads decides which one bakes again: the heights and the operator for
+  // the snow, its own colour for the paint.
+  edit({{"action", "set"}, {"node", hills}, {"parameter", 1001}, {"value", 0.3}});
+  built = rebuilt();
+  EXPECT_EQ(bakes(built), (std::vector<bool>{false, true}));
+  EXPECT_EQ(built["texture"]["version"], version);
+  edit({{"action", "set"}, {"node", colour}, {"parameter", 10001}, {"value", {0.2, 0.5, 0.0}}});
+  built = rebuilt();
+  EXPECT_EQ(bakes(built), (std::vector<bool>{true, false}));
+  EXPECT_NE(built["texture"]["version"], version);
+
+  // With only a mask the mesh has no texture to fetch.
+  edit({{"action", "materials"}, {"node", terrain}, {"nodes", Json::array({snow})}});
+  EXPECT_TRUE(rebuilt()["texture"].is_null());
+  EXPECT_EQ(client_->Get("/api/texture?terrain=" + std::to_string(terrain))->status, 404);
+}
+
 }  // namespace
 
 namespace {

@@ -152,7 +152,8 @@ TEST(EveryOperator, AMissingParameterReadsAsItsDefault) {
   const std::set<std::string, std::less<>> deliberate = {"BLUROPERATOR_RADIUS", "SHARPENOPERATOR_SIZE",
                                                          "CLAMPOPERATOR_MAX", "EROSIONOPERATOR_THERMAL_ITERATIONS",
                                                          "EROSIONOPERATOR_THERMAL_NEIGHBOURHOOD"};
-  const std::set<std::string, std::less<>> refused = {"CURVEOPERATOR_CURVE", "GRADIENTOPERATOR_PROFILE"};
+  const std::set<std::string, std::less<>> refused = {"CURVEOPERATOR_CURVE", "GRADIENTOPERATOR_PROFILE",
+                                                      "SPLINEOPERATOR_PROFILE"};
   std::set<std::string, std::less<>> deliberateSeen;
   const ScopedThreadLimit one(1);
   for (const TypeDescriptor* type : Operators()) {

@@ -84,6 +84,45 @@ def test_second_build_is_cached_and_heights_match_the_tool(tmp_path):
     assert np.array_equal(np.load(tmp_path / "h.npy"), heights)
 
 
+def test_materials_bake_into_arrays_and_only_what_changed_is_baked_again():
+    doc = vellgrund.Document.from_json(SCENE)
+    terrain, base = doc.find("Hills"), doc.find("Base")
+    ground = doc.insert("Mmaterial")
+    ground.name = "Ground"
+    colour = doc.insert("xcolourshader", parent=ground)
+    colour["COLOURSHADER_COLOUR"] = (1.0, 0.5, 0.0)
+    reader = doc.insert("Mmaterial")
+    reader["MATERIAL_MASK"] = True
+    operator_shader = doc.insert("xterrainoperatorshader", parent=reader)
+    operator_shader["TERRAINOPERATORSHADER_OPERATOR"] = base
+    terrain.materials = [ground, reader]
+    assert doc.materials() == [ground, reader] and ground.shaders == [colour]
+    assert terrain.materials == [ground, reader]
+
+    first = doc.build(texture_size=64)[0]["materials"]
+    assert [(m["name"], m["baked"]) for m in first] == [("Ground", True), (reader.name, True)]
+    texture, mask = first[0]["texture"], first[1]["texture"]
+    assert texture.shape == (64, 64, 3) and texture.dtype == np.uint8 and not texture.flags.writeable
+    assert tuple(texture[10, 10]) == (255, 128, 0)  # colours are given in sRGB and stored so
+    assert mask.shape == (64, 64) and mask.dtype == np.uint16 and mask.min() < 6000 and mask.max() > 59000
+
+    # The blend of another operator reaches no material; the read operator's own edit reaches
+    # the material that reads it and no other.
+    doc.find("Soften")["TERRAINOPERATOR_STRENGTH"] = 0.5
+    assert [m["baked"] for m in doc.build(texture_size=64)[0]["materials"]] == [False, False]
+    base["TERRAINOPERATOR_STRENGTH"] = 0.5
+    again = doc.build(texture_size=64)[0]["materials"]
+    assert [m["baked"] for m in again] == [False, True]
+    assert np.array_equal(again[0]["texture"], texture)
+
+    with pytest.raises(ValueError, match="goes into a material"):
+        doc.insert("xcolourshader", parent=terrain)
+    with pytest.raises(ValueError, match="among the document's materials"):
+        doc.insert("Mmaterial", parent=terrain)
+    with pytest.raises(ValueError, match="is not a material"):
+        terrain.materials = [base]
+
+
 def test_errors_are_python_exceptions():
     doc = vellgrund.Document.from_json(SCENE)
     base = doc.find("Base")

@@ -31,6 +31,15 @@ export async function heights(terrain) {
   return new Float32Array(await response.arrayBuffer());
 }
 
+// The bake of a terrain's first colour material: 8-bit sRGB RGB, row 0 at the grid's last row.
+export async function texture(terrain) {
+  const response = await fetch(`/api/texture?terrain=${terrain}`, { headers: { 'X-Vellgrund-Token': token } });
+  if (response.status === 404) return null;  // a newer build took it off
+  if (!response.ok) throw new Error(`texture: ${response.status}`);
+  const number = (name) => Number(response.headers.get(name));
+  return { width: number('X-Width'), height: number('X-Height'), version: number('X-Version'), data: new Uint8Array(await response.arrayBuffer()) };
+}
+
 export function events(handlers) {
   const source = new EventSource(`/api/events?token=${encodeURIComponent(token)}`);
   for (const [name, handler] of Object.entries(handlers))

@@ -18,10 +18,10 @@ async function start() {
   await loadSheets(new Set([...types.menu, ...Object.values(types.nodeTypes)]
     .filter((entry) => entry.icon).map((entry) => entry.icon.sheet.replace(/\.[^.]+$/, '.png'))));
   viewport = new Viewport($('#view'));
-  panel = new Panel($('#panel'), types, send, (id) => (state ? find(state.tree, id) : null));
+  panel = new Panel($('#panel'), types, send, (id) => (state ? find(everything(), id) : null));
   tree = new Tree($('#tree'), types, {
     select: (nodes) => send({ action: 'select', nodes }),
-    move: (node, parent, before) => send({ action: 'move', node, parent, before }),
+    move: (node, parent, before, mask = false) => send({ action: 'move', node, parent, before, mask }),
     enable: (node, enabled) => send({ action: 'enable', node, enabled }),
     rename: (node, name) => send({ action: 'rename', node, name }),
   });
@@ -67,6 +67,9 @@ async function answerDialogs(request, reply) {
 }
 
 const sceneFolder = () => (state?.scene ? dialogs.folderOf(state.scene) : '');
+
+// The objects and the materials with their shaders.
+const everything = () => [...state.tree, ...(state.materials ?? [])];
 
 function find(nodes, id) {
   for (const node of nodes) {
@@ -168,6 +171,11 @@ function renderMenus() {
   }
   while (objects.at(-1) === null) objects.pop();
   while (commands[0] === null) commands.shift();
+  // Then a material, and the shaders, which go into the selected material or shader.
+  const selected = state.selection.length ? find(state.materials ?? [], state.selection.at(-1)) : null;
+  objects.push(null);
+  for (const entry of types.shading ?? [])
+    objects.push(item(entry.name, () => insert(entry.type), { icon: entry.icon, enabled: entry.kind === 'material' || !!selected }));
   fill('#menu-add', objects);
   fill('#menu-commands', commands);
   const overlay = state.preferences.showOverlay;
@@ -189,8 +197,15 @@ document.querySelectorAll('.menu > button').forEach((button) => button.addEventL
 document.addEventListener('click', closeMenus);
 
 // New nodes go into the selected terrain or group, beside a selected operator, or into the
-// first terrain; a terrain goes to the top level.
+// first terrain; a terrain goes to the top level. A material goes among the materials, a
+// shader into the selected material or under the selected shader as its input.
 function insert(type) {
+  const shading = types.shading?.find((entry) => entry.type === type);
+  if (shading) {
+    const parent = shading.kind === 'shader' ? state.selection.at(-1) : null;
+    send({ action: 'insert', type, parent }).catch(() => {});
+    return;
+  }
   const selected = state.selection.length ? find(state.tree, state.selection.at(-1)) : null;
   let parent = null;
   if (type !== 'oterrain') {
@@ -308,6 +323,10 @@ async function showBuild(summary) {
       for (const terrain of shown.terrains ?? []) {
         ids.add(terrain.id);
         viewport.show(terrain, await api.heights(terrain.id));
+        // The bake of its first colour material, fetched only when it was baked anew.
+        const wanted = terrain.texture;
+        if (!wanted) viewport.paint(terrain.id, null);
+        else if (viewport.textureVersion(terrain.id) !== wanted.version) viewport.paint(terrain.id, await api.texture(terrain.id));
       }
       viewport.forget(ids);
       drawOverlay();
@@ -324,8 +343,11 @@ function drawOverlay() {
     lines.push(`${t.name}: ${t.columns - 1} x ${t.rows - 1} segments, ${(t.columns * t.rows).toLocaleString()} samples, ${t.memory}`);
     for (const op of t.operators)
       lines.push(`  ${op.rebuilt ? 'rebuilt' : 'cached '} ${(op.seconds * 1000).toFixed(1).padStart(7)} ms  ${op.name}`);
+    for (const m of t.materials ?? [])
+      lines.push(`  ${m.baked ? 'baked  ' : 'cached '} ${(m.seconds * 1000).toFixed(1).padStart(7)} ms  ${m.name} (material, ${m.width} x ${m.height})`);
   }
-  lines.push(`build ${(lastBuild.seconds * 1000).toFixed(1)} ms${lastBuild.error ? `: ${lastBuild.error}` : ''}`);
+  const bake = lastBuild.bakeSeconds ? `, bake ${(lastBuild.bakeSeconds * 1000).toFixed(1)} ms` : '';
+  lines.push(`build ${(lastBuild.seconds * 1000).toFixed(1)} ms${bake}${lastBuild.error ? `: ${lastBuild.error}` : ''}`);
   overlay.textContent = lines.join('\n');
 }
 

@@ -4,6 +4,7 @@
 import GUI from '/page/lil-gui/lil-gui.esm.js';
 import { CurveEditor } from '/page/curve.js';
 import { FieldListEditor, dropTarget } from '/page/fieldlist.js';
+import { MaterialListEditor } from '/page/materiallist.js';
 import { iconStyle } from '/page/tree.js';
 
 const SLIDER_SPAN = 100000;  // wider ranges get a plain number field
@@ -47,11 +48,21 @@ export class Panel {
       controller.domElement.title = parameter.help;
       if (!state.enabled || parameter.readOnly) controller.disable();
     }
+    if (values.materials) {
+      // A terrain's materials, beside its parameters.
+      const folder = this.gui.addFolder('Materials');
+      this.materials = new MaterialListEditor(folder.$children, this.nameOf,
+        (ids) => this.send({ action: 'materials', node: this.node.id, nodes: ids }).catch(() => {}));
+      this.materials.set(values.materials);
+    }
     this.element.scrollTop = scroll;
   }
 
   add(parent, parameter, state) {
-    const holder = { value: state.value };
+    // A parameter without a stored value (a switch that is off until set) shows its type's
+    // empty value: lil-gui cannot make a control for undefined.
+    const empty = { bool: false, int: parameter.minimum ?? 0, float: parameter.minimum ?? 0, string: '' }[parameter.type];
+    const holder = { value: state.value ?? empty };
     const key = 'value';
     const remember = (controller, shown = holder) => {
       this.controllers.set(parameter.id, { controller, holder: shown, parameter });
@@ -144,6 +155,7 @@ export class Panel {
   // New values and enabled states in place, so that a slider being dragged stays put.
   update(values) {
     this.node = values;
+    this.materials?.set(values.materials);
     for (const [id, entry] of this.controllers) {
       const state = values.values[id];
       if (!state) continue;
@@ -172,6 +184,7 @@ export class Panel {
     this.gui?.destroy();
     this.gui = null;
     this.node = null;
+    this.materials = null;
     this.controllers.clear();
   }
 }

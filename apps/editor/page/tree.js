@@ -1,5 +1,6 @@
-// The object tree: the document's nodes with their icons, selection in the order of the
-// clicks, drag and drop to reorder and reparent, enable toggles and rename.
+// The object tree: the document's nodes with their icons, then its materials with their
+// shaders; selection in the order of the clicks, drag and drop to reorder and reparent,
+// enable toggles and rename.
 // The icon sheets' sizes, known once loadSheets has run.
 const sheets = new Map();
 
@@ -26,8 +27,14 @@ export class Tree {
   constructor(element, types, actions) {
     this.element = element;
     this.types = types;
-    this.actions = actions;  // select(ids), move(id, parent, before), enable(id, on), rename(id, name)
+    this.actions = actions;  // select(ids), move(id, parent, before, mask), enable(id, on), rename(id, name)
     this.selection = [];
+    this.dragging = null;  // the node being dragged, whose kind decides where it may drop
+  }
+
+  kindOf(node) {
+    if (node.type === 'Mmaterial') return 'material';
+    return this.types.shading?.some((entry) => entry.type === node.type) ? 'shader' : 'object';
   }
 
   render(state) {
@@ -35,18 +42,22 @@ export class Tree {
     this.element.replaceChildren();
     const add = (nodes, depth, parent) => {
       for (const node of nodes) {
+        const kind = this.kindOf(node);
         const row = document.createElement('div');
         row.className = 'row' + (state.selection.includes(node.id) ? ' selected' : '') + (node.enabled ? '' : ' disabled');
         row.style.paddingLeft = `${4 + depth * 14}px`;
         row.dataset.id = node.id;
+        row.dataset.kind = kind;
         row.draggable = true;
         const type = this.types.nodeTypes[node.type];
         const icon = document.createElement('span');
-        icon.className = 'icon';
+        // Types without a cell of the sheets get a drawn glyph of their kind.
+        icon.className = type?.icon ? 'icon' : `icon ${kind}`;
         icon.style.cssText = iconStyle(type?.icon);
         const name = document.createElement('span');
         name.className = 'name';
-        name.textContent = node.name || type?.name || node.type;
+        const label = node.name && node.name !== node.type ? node.name : (type?.name || node.type);
+        name.textContent = label + (node.mask ? ' (mask)' : '');
         name.title = type?.name ?? node.type;
         const toggle = document.createElement('input');
         toggle.type = 'checkbox';
@@ -56,12 +67,23 @@ export class Tree {
         row.append(icon, name, toggle);
         row.addEventListener('click', (event) => this.click(node.id, event));
         name.addEventListener('dblclick', () => this.rename(node, name));
-        this.dragAndDrop(row, node, parent);
+        this.dragAndDrop(row, node, kind);
         this.element.append(row);
         add(node.children, depth + 1, node);
       }
     };
     add(state.tree, 0, null);
+    // The materials after the objects; a material dropped on the heading goes last.
+    const heading = document.createElement('div');
+    heading.className = 'heading';
+    heading.textContent = 'Materials';
+    heading.addEventListener('dragover', (event) => { if (this.dragging?.kind === 'material') event.preventDefault(); });
+    heading.addEventListener('drop', (event) => {
+      event.preventDefault();
+      if (this.dragging?.kind === 'material') this.actions.move(this.dragging.id, null, null);
+    });
+    this.element.append(heading);
+    add(state.materials ?? [], 0, null);
   }
 
   click(id, event) {
@@ -90,10 +112,17 @@ export class Tree {
     input.addEventListener('blur', () => done(true));
   }
 
-  // Dropping on the upper quarter of a row places before it, elsewhere inside it.
-  dragAndDrop(row, node) {
-    row.addEventListener('dragstart', (event) => event.dataTransfer.setData('text/vellgrund-node', String(node.id)));
-    const where = (event) => (event.offsetY < row.clientHeight / 4 ? 'before' : 'into');
+  // Dropping on the upper quarter of a row places before it, elsewhere inside it; a material
+  // only goes before another, and a shader dropped into a shader with Alt held becomes its
+  // mask rather than an input.
+  dragAndDrop(row, node, kind) {
+    row.addEventListener('dragstart', (event) => {
+      this.dragging = { id: node.id, kind };
+      event.dataTransfer.setData('text/vellgrund-node', String(node.id));
+    });
+    row.addEventListener('dragend', () => { this.dragging = null; });
+    const where = (event) => (event.offsetY < row.clientHeight / 4 || (kind === 'material' && this.dragging?.kind === 'material')
+      ? 'before' : 'into');
     row.addEventListener('dragover', (event) => {
       if (!event.dataTransfer.types.includes('text/vellgrund-node')) return;
       event.preventDefault();
@@ -107,7 +136,7 @@ export class Tree {
       const moved = Number(event.dataTransfer.getData('text/vellgrund-node'));
       if (moved === node.id) return;
       if (where(event) === 'before') this.actions.move(moved, null, node.id);
-      else this.actions.move(moved, node.id, null);
+      else this.actions.move(moved, node.id, null, event.altKey && kind === 'shader');
     });
   }
 }

@@ -1,5 +1,6 @@
 // The 3-D view: each terrain's mesh made here from its heights, coloured by height and
-// slope, drawn on demand only (an idle editor draws nothing).
+// slope or wearing the bake of its first colour material, drawn on demand only (an idle
+// editor draws nothing).
 import * as THREE from 'three';
 import { OrbitControls } from '/page/three/OrbitControls.js';
 
@@ -22,6 +23,7 @@ export class Viewport {
     this.hullMaterial = new THREE.MeshStandardMaterial({ color: 0x6b625a, roughness: 1, side: THREE.DoubleSide });
     this.lineMaterial = new THREE.LineBasicMaterial({ color: 0xf0c040 });
     this.terrains = new Map();  // terrain id -> mesh, with its hull and isoparms as children
+    this.textures = new Map();  // terrain id -> { version, texture, material } of its bake
     this.showIsoparms = true;
     this.framed = false;
     new ResizeObserver(() => this.resize()).observe(canvas);
@@ -45,7 +47,11 @@ export class Viewport {
     });
   }
 
-  set wireframe(on) { this.material.wireframe = on; this.draw(); }
+  set wireframe(on) {
+    this.material.wireframe = on;
+    for (const { material } of this.textures.values()) material.wireframe = on;
+    this.draw();
+  }
   get wireframe() { return this.material.wireframe; }
 
   // Replaces a terrain's mesh: columns x rows heights over sizeX x sizeZ, row 0 at the far
@@ -60,6 +66,15 @@ export class Viewport {
       geometry.setAttribute('position', new THREE.BufferAttribute(new Float32Array(count * 3), 3));
       geometry.setAttribute('normal', new THREE.BufferAttribute(new Float32Array(count * 3), 3));
       geometry.setAttribute('color', new THREE.BufferAttribute(new Float32Array(count * 3), 3));
+      // Where a bake lies: u along the columns, v = 0 on the grid's last row, which is the
+      // bake's first.
+      const uv = new Float32Array(count * 2);
+      for (let y = 0, i = 0; y < rows; ++y)
+        for (let x = 0; x < columns; ++x, i += 2) {
+          uv[i] = columns > 1 ? x / (columns - 1) : 0;
+          uv[i + 1] = rows > 1 ? (rows - 1 - y) / (rows - 1) : 0;
+        }
+      geometry.setAttribute('uv', new THREE.BufferAttribute(uv, 2));
       const index = new Uint32Array((columns - 1) * (rows - 1) * 6);
       let k = 0;
       for (let y = 0; y + 1 < rows; ++y)
@@ -69,7 +84,7 @@ export class Viewport {
           k += 6;
         }
       geometry.setIndex(new THREE.BufferAttribute(index, 1));
-      mesh = new THREE.Mesh(geometry, this.material);
+      mesh = new THREE.Mesh(geometry, this.textures.get(terrain.id)?.material ?? this.material);
       mesh.userData = { columns, rows };
       this.scene.add(mesh);
       this.terrains.set(terrain.id, mesh);
@@ -176,6 +191,38 @@ export class Viewport {
     }
   }
 
+  textureVersion(id) { return this.textures.get(id)?.version; }
+
+  // Puts a terrain's bake on its mesh ({ width, height, version, data: sRGB RGB bytes }), or
+  // takes it off (null) for the height-and-slope colours.
+  paint(id, bake) {
+    const old = this.textures.get(id);
+    if (!bake && !old) return;
+    if (old) { old.texture.dispose(); old.material.dispose(); this.textures.delete(id); }
+    if (bake) {
+      const { width, height, data } = bake;
+      const rgba = new Uint8Array(width * height * 4);
+      for (let i = 0, j = 0; i < rgba.length; i += 4, j += 3) {
+        rgba[i] = data[j]; rgba[i + 1] = data[j + 1]; rgba[i + 2] = data[j + 2]; rgba[i + 3] = 255;
+      }
+      const texture = new THREE.DataTexture(rgba, width, height, THREE.RGBAFormat);
+      texture.colorSpace = THREE.SRGBColorSpace;
+      texture.magFilter = THREE.LinearFilter;
+      texture.minFilter = THREE.LinearMipmapLinearFilter;
+      texture.generateMipmaps = true;
+      texture.anisotropy = this.renderer.capabilities.getMaxAnisotropy();
+      // Pixel k of n samples the mesh at k / (n - 1): texel centres on the grid's border.
+      texture.repeat.set(width > 1 ? (width - 1) / width : 0, height > 1 ? (height - 1) / height : 0);
+      texture.offset.set(0.5 / width, 0.5 / height);
+      texture.needsUpdate = true;
+      const material = new THREE.MeshStandardMaterial({ map: texture, roughness: 0.9, wireframe: this.material.wireframe });
+      this.textures.set(id, { version: bake.version, texture, material });
+    }
+    const mesh = this.terrains.get(id);
+    if (mesh) mesh.material = this.textures.get(id)?.material ?? this.material;
+    this.draw();
+  }
+
   forgetAll() { this.forget(new Set()); this.framed = false; }
 
   forget(ids) {
@@ -184,6 +231,7 @@ export class Viewport {
         this.scene.remove(mesh);
         mesh.traverse((object) => object.geometry.dispose());
         this.terrains.delete(id);
+        this.paint(id, null);
       }
     this.draw();
   }

@@ -197,6 +197,22 @@ struct EditorServer::Impl {
       }
       Fail(response, 404, "No built terrain " + id.substr(0, 40) + ".");
     });
+    // The bake of a terrain's first colour material as 8-bit sRGB RGB, row 0 at the grid's
+    // last row; the build summary gives its version, which X-Version repeats.
+    http.Get("/api/texture", [this](const httplib::Request& request, httplib::Response& response) {
+      const std::string id = request.get_param_value("terrain");
+      for (const BuiltTerrain& terrain : session->Built()) {
+        if (std::to_string(terrain.node) != id) continue;
+        if (terrain.texture == nullptr) break;
+        const auto bytes = terrain.texture->Bytes();
+        response.set_header("X-Width", std::to_string(terrain.texture->Width()));
+        response.set_header("X-Height", std::to_string(terrain.texture->Height()));
+        response.set_header("X-Version", std::to_string(terrain.textureVersion));
+        response.set_content(reinterpret_cast<const char*>(bytes.data()), bytes.size(), "application/octet-stream");
+        return;
+      }
+      Fail(response, 404, "No baked colour material for terrain " + id.substr(0, 40) + ".");
+    });
     http.Post("/api/edit", [this](const httplib::Request& request, httplib::Response& response) {
       if (request.get_header_value("Content-Type").rfind("application/json", 0) != 0)
         return Fail(response, 415, "Edits are sent as application/json.");

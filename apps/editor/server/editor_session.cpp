@@ -8,10 +8,14 @@
 #include "platform/command.h"
 #include "platform/description.h"
 #include "platform/field_list.h"
+#include "platform/material.h"
 #include "platform/mesh_io.h"
 #include "platform/progress.h"
 #include "platform/scene_codec.h"
 #include "platform/scene_file.h"
+#include "shader/bake.h"
+#include "shader/shader_terrainoperator.h"
+#include "vellgrund/baseterrainoperator.h"
 
 namespace editor {
 
@@ -43,6 +47,10 @@ const char* TypeName(ValueType type) {
       return "matrix";
     case ValueType::FIELDLIST:
       return "fieldlist";
+    case ValueType::LINKLIST:
+      return "linklist";
+    case ValueType::SPLINEPATH:
+      return "splinepath";
     case ValueType::NONE:
       break;
   }
@@ -91,15 +99,80 @@ Json IconOf(const platform::PluginInfo& info) {
   return IconOf(info.icon ? &*info.icon : nullptr);
 }
 
+// Where a node lives: among the objects, the document's materials, or a material's shaders.
+enum class Kind { OBJECT, MATERIAL, SHADER };
+
+Kind KindOf(const Node& node) {
+  const platform::UInt32 info = node.GetTypeInfo().objectInfo;
+  return (info & platform::OBJECT_MATERIAL) != 0 ? Kind::MATERIAL
+         : (info & platform::OBJECT_SHADER) != 0 ? Kind::SHADER
+                                                 : Kind::OBJECT;
+}
+
+// A node's children as the tree shows them. A material's are its shaders (its second
+// branch); a shader's are its inputs, then the shaders of its own second branch (its mask),
+// marked as such.
 Json TreeOf(const Node* first) {
   Json nodes = Json::array();
-  for (const Node* node = first; node != nullptr; node = node->GetNext())
+  for (const Node* node = first; node != nullptr; node = node->GetNext()) {
+    const Kind kind = KindOf(*node);
+    Json children = TreeOf(kind == Kind::MATERIAL ? node->GetBranch() : node->GetDown());
+    if (kind == Kind::SHADER)
+      for (Json& mask : TreeOf(node->GetBranch())) {
+        mask["mask"] = true;
+        children.push_back(std::move(mask));
+      }
     nodes.push_back({{"id", node->Identity()},
                      {"name", node->GetName()},
                      {"type", node->GetTypeInfo().resourceName},
                      {"enabled", node->IsEnabled()},
-                     {"children", TreeOf(node->GetDown())}});
+                     {"children", std::move(children)}});
+  }
   return nodes;
+}
+
+std::string Quoted(const Node& node) {
+  return "'" + (node.GetName().empty() ? node.GetTypeInfo().resourceName : node.GetName()) + "'";
+}
+
+// Whether a node of `kind` may go under `parent` or before `before` (either may be null):
+// objects among objects, materials among the materials, shaders into a material or under a
+// shader.
+platform::Status CheckPlace(Kind kind, const Node* parent, const Node* before) {
+  const Node* at = before != nullptr ? before : parent;
+  switch (kind) {
+    case Kind::OBJECT:
+      if (at != nullptr && KindOf(*at) != Kind::OBJECT)
+        return Refused("An object cannot go among the materials and shaders (" + Quoted(*at) + ").");
+      return platform::Ok();
+    case Kind::MATERIAL:
+      if (parent != nullptr && before == nullptr)
+        return Refused("A material goes among the materials, not under " + Quoted(*parent) + ".");
+      if (before != nullptr && KindOf(*before) != Kind::MATERIAL)
+        return Refused("A material goes among the materials, not before " + Quoted(*before) + ".");
+      return platform::Ok();
+    case Kind::SHADER:
+      if (at == nullptr || KindOf(*at) == Kind::OBJECT || (before != nullptr && KindOf(*before) != Kind::SHADER))
+        return Refused("A shader goes into a material, or under a shader as its input.");
+      return platform::Ok();
+  }
+  return platform::Ok();
+}
+
+// Puts a detached node where CheckPlace allowed it; `mask` puts a shader under a shader into
+// its second branch instead of among its inputs.
+Node* Place(platform::Document& doc, std::unique_ptr<Node> node, Node* parent, Node* before, bool mask) {
+  if (before != nullptr) return doc.InsertBefore(std::move(node), *before);
+  switch (KindOf(*node)) {
+    case Kind::MATERIAL:
+      return doc.InsertMaterial(std::move(node));
+    case Kind::SHADER:
+      return KindOf(*parent) == Kind::MATERIAL || mask ? doc.InsertBranchLast(std::move(node), parent)
+                                                       : doc.InsertLast(std::move(node), parent);
+    case Kind::OBJECT:
+      break;
+  }
+  return doc.InsertLast(std::move(node), parent);
 }
 
 const char* BlendName(platform::FieldBlend blend) {
@@ -290,9 +363,18 @@ bool EditorSession::Closing() {
   return closing_;
 }
 
+std::string EditorSession::TypeLabel(const platform::PluginInfo& info) const {
+  // Materials and shaders have no name string; their help gives the name people know.
+  const platform::StringTable& strings = host_.GetStrings();
+  if (info.nameStringId != 0 && strings.Contains(info.nameStringId)) return strings.Get(info.nameStringId);
+  const platform::HelpText* text = help_ ? help_->Find(info.resourceName) : nullptr;
+  return text != nullptr ? text->label : info.resourceName;
+}
+
 Json EditorSession::Types() const {
   const platform::Registry& registry = host_.GetRegistry();
   const platform::StringTable& strings = host_.GetStrings();
+  const auto nameOf = [&](const platform::PluginInfo& info) { return TypeLabel(info); };
   Json types = Json::array();
   for (const platform::PluginInfo* info : registry.MenuOrder()) {
     Json type = {{"id", info->id}, {"type", info->resourceName}};
@@ -309,8 +391,14 @@ Json EditorSession::Types() const {
   }
   // Every node type, in the menu or not (field objects), with its parameters.
   Json described = Json::object();
+  Json shading = Json::array();  // what the add menu offers after the objects
   for (const auto& info : registry.All()) {
     if (!info->allocate) continue;
+    if ((info->objectInfo & (platform::OBJECT_MATERIAL | platform::OBJECT_SHADER)) != 0)
+      shading.push_back({{"type", info->resourceName},
+                         {"kind", (info->objectInfo & platform::OBJECT_MATERIAL) != 0 ? "material" : "shader"},
+                         {"name", nameOf(*info)},
+                         {"icon", IconOf(*info)}});
     Json parameters = Json::array();
     for (const ParameterDescription& parameter : info->description.Parameters()) {
       const platform::HelpText* text = help_ ? help_->Find(parameter.symbol) : nullptr;
@@ -339,7 +427,7 @@ Json EditorSession::Types() const {
     }
     const platform::HelpText* text = help_ ? help_->Find(info->resourceName) : nullptr;
     described[info->resourceName] = {{"id", info->id},
-                                     {"name", strings.Get(info->nameStringId)},
+                                     {"name", nameOf(*info)},
                                      {"help", text ? text->help : ""},
                                      {"icon", IconOf(*info)},
                                      {"parameters", std::move(parameters)}};
@@ -347,7 +435,10 @@ Json EditorSession::Types() const {
   Json presets = Json::array();
   if (const platform::Enumeration* curves = registry.Enumerations().Find("SPLINEDATAPRESET"))
     for (const platform::EnumMember& member : curves->members) presets.push_back(member.name);
-  return {{"menu", std::move(types)}, {"nodeTypes", std::move(described)}, {"curvePresets", std::move(presets)}};
+  return {{"menu", std::move(types)},
+          {"shading", std::move(shading)},
+          {"nodeTypes", std::move(described)},
+          {"curvePresets", std::move(presets)}};
 }
 
 Json EditorSession::State() {
@@ -377,6 +468,7 @@ Json EditorSession::State() {
             {"showOverlay", preferences.GetBool(VLGD::PREFS_SHOW_OVERLAY, true)},
             {"fromScene", doc.WorldOverrides().contains(VLGD::ID_PREFERENCES)}}},
           {"tree", TreeOf(first)},
+          {"materials", TreeOf(doc.GetFirstMaterial())},
           {"selection", std::move(selection)},
           {"commands", std::move(commands)},
           {"undo", doc.UndoCount()},
@@ -404,10 +496,19 @@ Json EditorSession::NodeValues(std::uint64_t identity) {
     }
     values[std::to_string(parameter.id)] = std::move(entry);
   }
-  return {{"id", identity},
-          {"name", node->GetName()},
-          {"type", node->GetTypeInfo().resourceName},
-          {"values", std::move(values)}};
+  Json reply = {{"id", identity},
+                {"name", node->GetName()},
+                {"type", node->GetTypeInfo().resourceName},
+                {"values", std::move(values)}};
+  if (node->GetType() == VLGD::ID_TERRAINOBJECT) {
+    // Deleted materials drop out; their links stay for undo to bring them back.
+    Json materials = Json::array();
+    for (const platform::NodeLink& link : node->GetTextureLinks())
+      if (const Node* material = document_->Resolve(link))
+        materials.push_back({{"id", material->Identity()}, {"name", material->GetName()}});
+    reply["materials"] = std::move(materials);
+  }
+  return reply;
 }
 
 Result<Json> EditorSession::Apply(const Json& request) {
@@ -570,6 +671,13 @@ Result<Json> EditorSession::ApplyLocked(const Json& request) {
       platform::NodeLink link;
       if (!json.is_null()) {
         VLGD_ASSIGN_OR_RETURN(Node * linked, node("value"));
+        // Links read objects; the terrain operator shader reads an operator.
+        if (KindOf(*linked) != Kind::OBJECT)
+          return std::unexpected(Refused(parameter->symbol + " links an object, not " + Quoted(*linked) + ".").error());
+        if (target->GetType() == VLGD::ID_TERRAINOPERATORSHADER &&
+            parameter->id == VLGD::TERRAINOPERATORSHADER_OPERATOR &&
+            !linked->IsInstanceOf(VLGD::ID_BASETERRAINOPERATOR))
+          return std::unexpected(Refused(Quoted(*linked) + " is no terrain operator.").error());
         link.target = linked->Identity();
       }
       value = platform::Value(link);
@@ -603,9 +711,10 @@ Result<Json> EditorSession::ApplyLocked(const Json& request) {
     VLGD_ASSIGN_OR_RETURN(Node * parent, node("parent", true));
     VLGD_ASSIGN_OR_RETURN(Node * before, node("before", true));
     VLGD_ASSIGN_OR_RETURN(std::unique_ptr<Node> created, doc.CreateNode(type));
+    VLGD_RETURN_IF_ERROR(CheckPlace(KindOf(*created), parent, before));
+    if (created->GetName() == type) created->SetName(TypeLabel(created->GetTypeInfo()));
     doc.StartUndo();
-    Node* inserted =
-        before ? doc.InsertBefore(std::move(created), *before) : doc.InsertLast(std::move(created), parent);
+    Node* inserted = Place(doc, std::move(created), parent, before, Flag(request, "mask"));
     (void)doc.AddUndo(platform::UNDOTYPE_NEWOBJ, *inserted);
     doc.SetActiveObject(inserted);
     doc.EndUndo();
@@ -632,13 +741,30 @@ Result<Json> EditorSession::ApplyLocked(const Json& request) {
     if (before != nullptr) parent = before->GetUp();
     if (before == moved || (parent != nullptr && (parent == moved || moved->IsAncestorOf(*parent))))
       return std::unexpected(Refused("A node cannot move into itself.").error());
+    VLGD_RETURN_IF_ERROR(CheckPlace(KindOf(*moved), parent, before));
     doc.StartUndo();
     (void)doc.AddUndo(platform::UNDOTYPE_CHANGE, *moved);
-    std::unique_ptr<Node> detached = doc.Remove(*moved);
-    if (before != nullptr)
-      doc.InsertBefore(std::move(detached), *before);
-    else
-      doc.InsertLast(std::move(detached), parent);
+    Place(doc, doc.Remove(*moved), parent, before, Flag(request, "mask"));
+    doc.EndUndo();
+    return changed();
+  }
+  if (action == "materials") {
+    // The materials a terrain wears, in order: the whole list at once, one undo step.
+    VLGD_ASSIGN_OR_RETURN(Node * terrain, node("node"));
+    if (terrain->GetType() != VLGD::ID_TERRAINOBJECT)
+      return std::unexpected(Refused("Only terrains wear materials, not " + Quoted(*terrain) + ".").error());
+    VLGD_ASSIGN_OR_RETURN(const std::vector<Node*> materials, nodeList());
+    std::vector<platform::NodeLink> links;
+    for (const Node* material : materials) {
+      if (KindOf(*material) != Kind::MATERIAL)
+        return std::unexpected(Refused(Quoted(*material) + " is no material.").error());
+      if (std::ranges::find(links, material->Identity(), &platform::NodeLink::target) != links.end())
+        return std::unexpected(Refused(Quoted(*material) + " is listed twice.").error());
+      links.push_back({material->Identity()});
+    }
+    doc.StartUndo();
+    (void)doc.AddUndo(platform::UNDOTYPE_CHANGE, *terrain);
+    terrain->SetTextureLinks(std::move(links));
     doc.EndUndo();
     return changed();
   }
@@ -671,6 +797,11 @@ Result<Json> EditorSession::ApplyLocked(const Json& request) {
     const platform::PluginInfo* command = platform::FindCommand(host_.GetRegistry(), id);
     if (command == nullptr) return std::unexpected(Refused("No command " + std::to_string(id) + ".").error());
     const bool modifier = Flag(request, "modifier");
+    // A command acts on what it finds selected; one that does not apply would misplace nodes
+    // (a group among a material's shaders).
+    if (!platform::IsCommandEnabled(doc, *command, {.modifier = modifier}))
+      return std::unexpected(
+          Refused("'" + host_.GetStrings().Get(command->nameStringId) + "' does not apply to the selection.").error());
     VLGD_ASSIGN_OR_RETURN(const bool done, platform::ExecuteCommand(doc, *command, {.modifier = modifier}));
     return changed({{"done", done}});
   }
@@ -723,6 +854,7 @@ void EditorSession::BuildLoop() {
     std::vector<BuiltTerrain> terrains;
     Json summary;
     platform::Status status = platform::Ok();
+    std::uint64_t documentVersion = 0;
     {
       const std::lock_guard lock(documentMutex_);
       {
@@ -730,6 +862,7 @@ void EditorSession::BuildLoop() {
         const std::lock_guard versions(versionMutex_);
         if (wantedBuild_ != wanted) continue;
         cancel_.Reset();
+        documentVersion = versions_.document;  // every edit up to this one is in the build
       }
       platform::HierarchyHelp help;
       help.purpose = platform::BuildPurpose::EDITOR;
@@ -766,7 +899,8 @@ void EditorSession::BuildLoop() {
                              {"mesh", MeshOptions(data)},
                              {"operators", std::move(operators)}}});
       }
-      summary = {{"seconds", seconds}, {"error", status ? "" : status.error().message}};
+      summary = {{"seconds", seconds}, {"error", status ? "" : status.error().message}, {"document", documentVersion}};
+      if (status && !Bake(terrains, summary)) continue;  // a newer edit is waiting
     }
     const std::lock_guard lock(versionMutex_);
     done = wanted;
@@ -780,6 +914,47 @@ void EditorSession::BuildLoop() {
     ++versions_.build;
     changed_.notify_all();
   }
+}
+
+bool EditorSession::Bake(std::vector<BuiltTerrain>& terrains, Json& summary) {
+  std::vector<BuiltTerrain> before = Built();
+  const auto start = std::chrono::steady_clock::now();
+  for (BuiltTerrain& built : terrains) {
+    Node* terrain = document_->FindByIdentity(built.node);
+    if (terrain == nullptr) continue;
+    auto reports = VLGD::BakeMaterials(*terrain, *document_, {.cancel = &cancel_, .progress = progress_.get()});
+    if (cancel_.IsCancelled()) return false;
+    Json materials = Json::array();
+    if (!reports) {
+      if (summary["error"] == "") summary["error"] = "'" + built.name + "': " + reports.error().message;
+      reports = std::vector<VLGD::BakeReport>();
+    }
+    for (const VLGD::BakeReport& report : *reports) {
+      const bool colour = report.image->Channels() == 3 && report.image->Type() == platform::PixelType::UInt8;
+      materials.push_back({{"id", report.material->Identity()},
+                           {"name", report.material->GetName()},
+                           {"baked", report.baked},
+                           {"seconds", report.seconds},
+                           {"colour", colour},
+                           {"width", report.image->Width()},
+                           {"height", report.image->Height()}});
+      if (colour && built.texture == nullptr) built.texture = report.image;
+    }
+    // The page fetches a texture again only when its version moved: when it was baked anew.
+    if (built.texture != nullptr) {
+      const auto earlier = std::ranges::find(before, built.node, &BuiltTerrain::node);
+      const std::lock_guard lock(versionMutex_);
+      built.textureVersion =
+          earlier != before.end() && earlier->texture == built.texture ? earlier->textureVersion : ++textureVersion_;
+    }
+    built.overlay["materials"] = std::move(materials);
+    built.overlay["texture"] = built.texture == nullptr ? Json()
+                                                        : Json{{"version", built.textureVersion},
+                                                               {"width", built.texture->Width()},
+                                                               {"height", built.texture->Height()}};
+  }
+  summary["bakeSeconds"] = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+  return true;
 }
 
 std::vector<BuiltTerrain> EditorSession::Built() {

@@ -16,6 +16,7 @@
 #include "platform/cancellation.h"
 #include "platform/document.h"
 #include "platform/host.h"
+#include "platform/image.h"
 #include "platform/parameter_help.h"
 #include "vellgrund/grid2d.h"
 
@@ -23,13 +24,16 @@ namespace editor {
 
 using Json = nlohmann::json;
 
-// A terrain as the last finished build left it: its heights, shared without a copy (a build
-// makes new grids instead of writing into these), and what the overlay shows.
+// A terrain as the last finished build left it: its heights and the bake of its first colour
+// material, shared without a copy (a build makes new ones instead of writing into these),
+// and what the overlay shows.
 struct BuiltTerrain {
   std::uint64_t node = 0;
   std::string name;
   std::shared_ptr<const VLGD::Grid2D<double>> heights;
   Json overlay;
+  std::shared_ptr<const platform::Image> texture;  // 8-bit sRGB RGB, or none
+  std::uint64_t textureVersion = 0;                // changes only when the texture was baked again
 };
 
 // Where the page learns that something changed. Versions only grow; a reader waits for a
@@ -55,6 +59,8 @@ class EditorSession {
   // The registered node types and commands in menu order, with their parameters as the
   // attribute panel draws them.
   [[nodiscard]] Json Types() const;
+  // The name people know a node type by.
+  [[nodiscard]] std::string TypeLabel(const platform::PluginInfo& info) const;
   // The tree, the selection, the commands' states and the undo depth.
   [[nodiscard]] Json State();
   // One node's parameter values with their enabled and visible states.
@@ -85,6 +91,9 @@ class EditorSession {
   [[nodiscard]] platform::Result<Json> SetPreferences(const Json& request);
   [[nodiscard]] platform::Result<Json> Open(const Json& request);
   [[nodiscard]] platform::Result<Json> Save(const Json& request);
+  // The materials of the built terrains baked into `terrains`; false when a newer edit
+  // cancelled the bake.
+  bool Bake(std::vector<BuiltTerrain>& terrains, Json& summary);
   // Waits until the build of the last edit has finished: a button (the export) reads it.
   void WaitForBuild();
 
@@ -108,6 +117,7 @@ class EditorSession {
   std::uint64_t finishedBuild_ = 0;
   bool closing_ = false;
   std::vector<BuiltTerrain> built_;
+  std::uint64_t textureVersion_ = 0;  // the last version given to a texture
   Json buildSummary_ = Json::object();
   std::string progressText_;
   double progressFraction_ = 0.0;
