@@ -135,11 +135,28 @@ py::object GetParameter(const PyNode& self, const py::object& key) {
     const Node* target = value != nullptr ? self.owner->doc->Resolve(std::get<platform::NodeLink>(value->Data())) : nullptr;
     return py::cast(Wrap(self.owner, target));
   }
+  if (parameter.type == platform::ValueType::LINKLIST) {
+    py::list nodes;
+    if (const platform::NodeLinkList* links = node.GetData().GetLinkList(parameter.id))
+      for (const platform::UInt64 target : links->targets)
+        nodes.append(py::cast(Wrap(self.owner, self.owner->doc->Resolve(platform::NodeLink{target}))));
+    return nodes;
+  }
   py::object value = Json().attr("loads")(Check(platform::WriteParameterValue(node, parameter)));
   if (parameter.type == platform::ValueType::VECTOR && py::isinstance<py::list>(value)) return py::tuple(value);
   if (parameter.type == platform::ValueType::CURVE && py::isinstance<py::dict>(value))
     return value.attr("get")("knots", value);
+  if (parameter.type == platform::ValueType::SPLINEPATH && py::isinstance<py::dict>(value))
+    return value.attr("get")("points", value);
   return value;
+}
+
+const PyNode& NodeArgument(const py::handle& value, const platform::ParameterDescription& parameter) {
+  try {
+    return value.cast<const PyNode&>();
+  } catch (const py::cast_error&) {
+    throw py::type_error(parameter.symbol + " links nodes; " + py::repr(value).cast<std::string>() + " is not one.");
+  }
 }
 
 void SetParameter(const PyNode& self, const py::object& key, const py::object& value) {
@@ -150,17 +167,29 @@ void SetParameter(const PyNode& self, const py::object& key, const py::object& v
   if (parameter.type == platform::ValueType::LINK) {
     platform::NodeLink link;
     if (!value.is_none()) {
-      const PyNode& target = value.cast<const PyNode&>();
+      const PyNode& target = NodeArgument(value, parameter);
       if (target.owner != self.owner) throw py::value_error("A link must stay within its document.");
       link.target = target.Get().Identity();
     }
     converted = platform::Value(link);
+  } else if (parameter.type == platform::ValueType::LINKLIST) {
+    platform::NodeLinkList links;
+    for (const py::handle item : py::iter(value)) {
+      const PyNode& target = NodeArgument(item, parameter);
+      if (target.owner != self.owner) throw py::value_error("A link must stay within its document.");
+      links.targets.push_back(target.Get().Identity());
+    }
+    converted = platform::Value(std::move(links));
   } else {
     py::object json = value;
     // Curves as a preset name or a list of knots, as the file writes them inside an object.
     if (parameter.type == platform::ValueType::CURVE) {
       py::dict wrapped;
       wrapped[py::isinstance<py::str>(value) ? "preset" : "knots"] = value;
+      json = wrapped;
+    } else if (parameter.type == platform::ValueType::SPLINEPATH && !py::isinstance<py::dict>(value)) {
+      py::dict wrapped;
+      wrapped["points"] = value;
       json = wrapped;
     }
     std::string text;

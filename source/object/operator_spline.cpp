@@ -169,12 +169,26 @@ Status SplineOperator::Compute(const Grid2D<Float>& incoming, Node& op, Document
 
   const TerrainDistortion distortion = TerrainDistortion::Read(data);
   const Matrix frame = SamplingFrame(op, context, false);
-  SegmentField field;
-  VLGD_RETURN_IF_ERROR(BuildSplineField(op, doc, frame * platform::Inverse(context.terrainMatrix), tolerance,
-                                        data.GetBool(SPLINEOPERATOR_FILL), field));
-  VLGD_RETURN_IF_ERROR(field.Build(reach, std::fmax(step * 4.0, reach / 8.0), context.thread));
-  fieldMemory_ = field.MemoryUsage();
+  const Matrix toFrame = frame * platform::Inverse(context.terrainMatrix);
+  const bool fill = data.GetBool(SPLINEOPERATOR_FILL);
+  const Float cell = std::fmax(step * 4.0, reach / 8.0);
   splinesState_ = LinkedSplinesState(op, doc);
+  const FieldKey key{splinesState_, platform::HashMatrix(toFrame), tolerance, reach, cell, fill};
+  if (field_ == nullptr || !(key == fieldKey_)) {
+    field_.reset();
+    std::unique_ptr<SegmentField> built;
+    try {
+      built = std::make_unique<SegmentField>();
+    } catch (const std::bad_alloc&) {
+      return platform::OutOfMemoryError("Could not hold the spline operator's segments!");
+    }
+    VLGD_RETURN_IF_ERROR(BuildSplineField(op, doc, toFrame, tolerance, fill, *built));
+    VLGD_RETURN_IF_ERROR(built->Build(reach, cell, context.thread));
+    field_ = std::move(built);
+    fieldKey_ = key;
+  }
+  const SegmentField& field = *field_;
+  fieldMemory_ = field.MemoryUsage();
 
   // Without distortion and with rows that stay rows in the operator's frame, a row can
   // jump over the samples whose cells hold no segment: most of a grid, for roads.

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <memory>
 #include <vector>
 
 #include "platform/registry.h"
@@ -42,9 +43,23 @@ class SplineOperator final : public BaseTerrainOperatorData {
   [[nodiscard]] std::span<const Float> GetResultMask() const override { return weight_; }
 
  private:
+  // What the segment field was built from: the same curves in the same frame, bucketed the
+  // same way, give the same field, so an edit of the profile, height or mode reuses it.
+  struct FieldKey {
+    UInt64 splines = 0;
+    UInt64 frame = 0;
+    Float tolerance = 0.0;
+    Float reach = 0.0;
+    Float cell = 0.0;
+    bool fill = false;
+    friend bool operator==(const FieldKey&, const FieldKey&) = default;
+  };
+
   std::vector<Float> weight_;  // per sample of result
   UInt64 splinesState_ = 0;    // of the linked splines at the last computation
   Int fieldMemory_ = 0;
+  std::unique_ptr<SegmentField> field_;
+  FieldKey fieldKey_;
 };
 
 // The change state of the splines an operator links: their identities, data and matrix

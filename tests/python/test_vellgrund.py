@@ -123,6 +123,25 @@ def test_materials_bake_into_arrays_and_only_what_changed_is_baked_again():
         terrain.materials = [base]
 
 
+def test_a_spline_road_from_python():
+    doc = vellgrund.Document.from_json(SCENE)
+    terrain = doc.find("Hills")
+    road = doc.insert("ospline")
+    road["SPLINEOBJECT_POINTS"] = [{"position": [-200, 5, 0]}, {"position": [200, 5, 0]}]
+    assert [p["position"] for p in road["SPLINEOBJECT_POINTS"]] == [[-200, 5, 0], [200, 5, 0]]
+    before = doc.build()[0]["heights"].copy()
+    operator = doc.insert("osplineoperator", parent=terrain)
+    operator["SPLINEOPERATOR_SPLINES"] = [road]
+    assert operator["SPLINEOPERATOR_SPLINES"] == [road]
+    after = doc.build()[0]["heights"]
+    changed = np.argwhere(after != before)
+    # Rows run across the road (along X at Z = 0): only those near the middle changed.
+    assert changed.size and np.all(np.abs(changed[:, 0] - 50) <= 12)
+    assert np.allclose(after[50, 10:90], 5.0)
+    with pytest.raises(TypeError):
+        operator["SPLINEOPERATOR_SPLINES"] = [1]
+
+
 def test_errors_are_python_exceptions():
     doc = vellgrund.Document.from_json(SCENE)
     base = doc.find("Base")
