@@ -614,32 +614,8 @@ PYBIND11_MODULE(vellgrund, m) {
           [](const DocumentRef& d, const std::string& type, const std::optional<PyNode>& parent,
              const std::optional<PyNode>& before) {
             auto created = Check(d->doc->CreateNode(type));
-            const platform::UInt32 kind = created->GetTypeInfo().objectInfo;
-            const auto kindOf = [](const std::optional<PyNode>& n) {
-              return n ? n->Get().GetTypeInfo().objectInfo & (platform::OBJECT_MATERIAL | platform::OBJECT_SHADER) : 0u;
-            };
-            Node* node = nullptr;
-            if ((kind & platform::OBJECT_MATERIAL) != 0) {
-              if (parent || before)
-                throw py::value_error("A material goes among the document's materials, not under a node.");
-              node = d->doc->InsertMaterial(std::move(created));
-            } else if ((kind & platform::OBJECT_SHADER) != 0) {
-              if (before) {
-                if (kindOf(before) != platform::OBJECT_SHADER) throw py::value_error("A shader goes before a shader.");
-                node = d->doc->InsertBefore(std::move(created), before->Get());
-              } else if (kindOf(parent) == platform::OBJECT_MATERIAL) {
-                node = d->doc->InsertBranchLast(std::move(created), &parent->Get());
-              } else if (kindOf(parent) == platform::OBJECT_SHADER) {
-                node = d->doc->InsertLast(std::move(created), &parent->Get());  // an input of that shader
-              } else {
-                throw py::value_error("A shader goes into a material or under a shader as its input.");
-              }
-            } else {
-              if (kindOf(parent) != 0 || kindOf(before) != 0)
-                throw py::value_error("'" + type + "' is an object; it cannot go into a material.");
-              node = before ? d->doc->InsertBefore(std::move(created), before->Get())
-                            : d->doc->InsertLast(std::move(created), parent ? &parent->Get() : nullptr);
-            }
+            Node* node = Check(d->doc->Place(std::move(created), parent ? &parent->Get() : nullptr,
+                                             before ? &before->Get() : nullptr));
             return *Wrap(d, node);
           },
           py::arg("type"), py::arg("parent") = py::none(), py::arg("before") = py::none())

@@ -309,9 +309,9 @@ VLGD::ExportTerrain ExportTerrainOf(const platform::Node& terrain) {
 platform::Result<SplatWeights> SplatWeightsOf(const TerrainFiles& files) {
   SplatWeights weights;
   for (const VLGD::BakeReport& bake : files.bakes) {
-    const platform::Image& image = *bake.image;
-    if (image.Channels() != 1 || image.Type() != platform::PixelType::UInt16) continue;
+    if (bake.colour) continue;
     if (weights.grids.size() == 4) break;
+    const platform::Image& image = *bake.image;
     VLGD::Grid2D<platform::Float> grid;
     const VLGD::Grid2D<platform::Float>& heights = files.terrain->GetNodeData<VLGD::TerrainObject>()->GetGrid();
     VLGD_RETURN_IF_ERROR(grid.Init(image.Width(), image.Height(), heights.SizeX(), heights.SizeY()));
@@ -417,7 +417,7 @@ Status WriteFiles(const std::vector<TerrainFiles>& plan, const BuildOptions& opt
     const platform::MeshMaterial* material = nullptr;
     platform::Image normalMap;
     for (const VLGD::BakeReport& bake : files.bakes) {
-      if (bake.image->Channels() != 3 || files.meshes.empty()) continue;
+      if (!bake.colour || files.meshes.empty()) continue;
       const platform::ParameterReader values(*bake.material);
       const platform::ParameterReader terrainValues(*files.terrain);
       VLGD_ASSIGN_OR_RETURN(normalMap, VLGD::BakeNormalMap(files.terrain->GetNodeData<VLGD::TerrainObject>()->GetGrid(),

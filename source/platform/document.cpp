@@ -188,6 +188,59 @@ Node* Document::InsertMaterial(std::unique_ptr<Node> material) {
   return InsertBranchLast(std::move(material), nullptr);
 }
 
+namespace {
+
+enum class Kind { OBJECT, MATERIAL, SHADER };
+
+Kind KindOf(const Node& node) {
+  const UInt32 info = node.GetTypeInfo().objectInfo;
+  return (info & OBJECT_MATERIAL) != 0 ? Kind::MATERIAL : (info & OBJECT_SHADER) != 0 ? Kind::SHADER : Kind::OBJECT;
+}
+
+std::string Quoted(const Node& node) {
+  return "'" + (node.GetName().empty() ? node.GetTypeInfo().resourceName : node.GetName()) + "'";
+}
+
+}  // namespace
+
+Status Document::CanPlace(const Node& node, const Node* parent, const Node* before) const {
+  const Node* at = before != nullptr ? before : parent;
+  switch (KindOf(node)) {
+    case Kind::OBJECT:
+      if (at != nullptr && KindOf(*at) != Kind::OBJECT)
+        return IllegalArgumentError("An object cannot go among the materials and shaders (" + Quoted(*at) + ").");
+      return Ok();
+    case Kind::MATERIAL:
+      if (parent != nullptr && before == nullptr)
+        return IllegalArgumentError("A material goes among the document's materials, not under " + Quoted(*parent) +
+                                    ".");
+      if (before != nullptr && KindOf(*before) != Kind::MATERIAL)
+        return IllegalArgumentError("A material goes among the document's materials, not before " + Quoted(*before) +
+                                    ".");
+      return Ok();
+    case Kind::SHADER:
+      if (at == nullptr || KindOf(*at) == Kind::OBJECT || (before != nullptr && KindOf(*before) != Kind::SHADER))
+        return IllegalArgumentError("A shader goes into a material, or under a shader as its input.");
+      return Ok();
+  }
+  return Ok();
+}
+
+Result<Node*> Document::Place(std::unique_ptr<Node> node, Node* parent, Node* before, bool mask) {
+  VLGD_RETURN_IF_ERROR(CanPlace(*node, parent, before));
+  if (before != nullptr) return InsertBefore(std::move(node), *before);
+  switch (KindOf(*node)) {
+    case Kind::MATERIAL:
+      return InsertMaterial(std::move(node));
+    case Kind::SHADER:
+      return KindOf(*parent) == Kind::MATERIAL || mask ? InsertBranchLast(std::move(node), parent)
+                                                       : InsertLast(std::move(node), parent);
+    case Kind::OBJECT:
+      break;
+  }
+  return InsertLast(std::move(node), parent);
+}
+
 std::unique_ptr<Node> Document::Remove(Node& node) {
   Node* parent = node.up_;
   if (parent == nullptr) return nullptr;

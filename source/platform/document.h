@@ -58,6 +58,14 @@ class Document {
   // Appends a material (a node whose type is an instance of ID_BASE_MATERIAL) to the
   // document's materials, which live beside the objects.
   Node* InsertMaterial(std::unique_ptr<Node> material);
+  // Whether `node` may go under `parent` or before `before` (either may be null) as its kind
+  // allows: objects among the objects, materials among the document's materials, shaders into
+  // a material or under a shader. The refusal says where it goes.
+  [[nodiscard]] Status CanPlace(const Node& node, const Node* parent, const Node* before) const;
+  // Inserts a detached node where CanPlace allows it: before `before`, else a material last
+  // among the materials, a shader last in a material or among a shader's inputs (`mask`: in
+  // that shader's second branch, its mask), an object last under `parent`.
+  Result<Node*> Place(std::unique_ptr<Node> node, Node* parent, Node* before, bool mask = false);
   // Takes a node and its children out of the document; they leave the selection and their
   // links stop resolving.
   std::unique_ptr<Node> Remove(Node& node);

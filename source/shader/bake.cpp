@@ -7,6 +7,7 @@
 #include <new>
 
 #include "object/terrainobject.h"
+#include "platform/memory.h"
 #include "platform/parallel.h"
 #include "platform/parameter_reader.h"
 #include "shader/shader_colour.h"
@@ -119,6 +120,18 @@ Result<platform::Image> BakeNormalMap(const Grid2D<Float>& heights, Float sizeX,
     return image;
   }
   const Float spacingX = sizeX / static_cast<Float>(columns - 1), spacingZ = sizeZ / static_cast<Float>(rows - 1);
+  // The mesh's vertex normals, once per sample rather than four times per pixel.
+  std::vector<Vector> vertexNormals;
+  VLGD_RETURN_IF_ERROR(platform::TryResize(vertexNormals, columns * rows));
+  VLGD_RETURN_IF_ERROR(platform::ParallelFor(0, rows, {.granularity = 16, .cancel = cancel}, [&](Int j) -> Status {
+    for (Int i = 0; i < columns; ++i)
+      vertexNormals[static_cast<size_t>(j * columns + i)] =
+          WorldNormal(heights, static_cast<Float>(i), static_cast<Float>(j), spacingX, spacingZ);
+    return platform::Ok();
+  }));
+  const auto vertex = [&](Float i, Float j) {
+    return vertexNormals[static_cast<size_t>(static_cast<Int>(j) * columns + static_cast<Int>(i))];
+  };
   ShadeContext context;
   context.width = width;
   context.height = height;
@@ -138,12 +151,8 @@ Result<platform::Image> BakeNormalMap(const Grid2D<Float>& heights, Float sizeX,
         // The mesh interpolates its vertex normals across a cell; the map holds what the
         // surface between them adds, in the frame a viewer derives from the UVs (u along +X,
         // the image's top towards -Z).
-        const Vector reference = Normalized((WorldNormal(heights, x0, y0, spacingX, spacingZ) * (1.0 - fx) +
-                                             WorldNormal(heights, x1, y0, spacingX, spacingZ) * fx) *
-                                                (1.0 - fy) +
-                                            (WorldNormal(heights, x0, y1, spacingX, spacingZ) * (1.0 - fx) +
-                                             WorldNormal(heights, x1, y1, spacingX, spacingZ) * fx) *
-                                                fy);
+        const Vector reference = Normalized((vertex(x0, y0) * (1.0 - fx) + vertex(x1, y0) * fx) * (1.0 - fy) +
+                                            (vertex(x0, y1) * (1.0 - fx) + vertex(x1, y1) * fx) * fy);
         const Vector tangent = Normalized(Vector(1.0, 0.0, 0.0) - reference * reference.x);
         const Vector bitangent = Cross(reference, tangent);
         const Vector surface = WorldNormal(heights, gridX, gridY, spacingX, spacingZ);
@@ -160,17 +169,35 @@ Result<platform::Image> BakeNormalMap(const Grid2D<Float>& heights, Float sizeX,
   return image;
 }
 
-Result<platform::Image> BakeMaterial(Node& material, platform::Document& doc, const Grid2D<Float>& heights, Float sizeX,
-                                     Float sizeZ, Int width, Int height, const platform::CancellationToken* cancel) {
-  VLGD_RETURN_IF_ERROR(CheckTextureSize(width, height));
+namespace {
+
+// The slopes of the terrain's grid that slope shaders resample when the texture is not at a
+// pixel per sample (at one, they make their rows themselves): made once for all the
+// materials of a bake run that need them.
+class SlopeGrid {
+ public:
+  Result<const std::vector<float>*> For(const Node& material, const Grid2D<Float>& heights, Float sizeX, Float sizeZ,
+                                        Int width, Int height, const platform::CancellationToken* cancel) {
+    if ((width == heights.Width() && height == heights.Height()) || !UsesType(material, ID_SLOPESHADER)) return nullptr;
+    if (!made_) {
+      VLGD_RETURN_IF_ERROR(ComputeSlopes(heights, sizeX, sizeZ, slopes_, cancel));
+      made_ = true;
+    }
+    return &slopes_;
+  }
+
+ private:
+  std::vector<float> slopes_;
+  bool made_ = false;
+};
+
+Result<platform::Image> BakeWithSlopes(Node& material, platform::Document& doc, const Grid2D<Float>& heights,
+                                       Float sizeX, Float sizeZ, Int width, Int height,
+                                       const std::vector<float>* slopes, const platform::CancellationToken* cancel) {
   const bool mask = material.GetData().GetBool(platform::MATERIAL_MASK, false);
   VLGD_ASSIGN_OR_RETURN(platform::Image image,
                         platform::Image::Create(width, height, mask ? 1 : 3,
                                                 mask ? platform::PixelType::UInt16 : platform::PixelType::UInt8));
-  std::vector<float> slopes;  // for resampling; at a pixel per sample the shader makes its rows
-  const bool oneToOne = width == heights.Width() && height == heights.Height();
-  if (!oneToOne && UsesType(material, ID_SLOPESHADER))
-    VLGD_RETURN_IF_ERROR(ComputeSlopes(heights, sizeX, sizeZ, slopes, cancel));
 
   ShadeContext context;
   context.width = width;
@@ -180,7 +207,7 @@ Result<platform::Image> BakeMaterial(Node& material, platform::Document& doc, co
   context.sizeZ = sizeZ;
   context.doc = &doc;
   context.material = &material;
-  context.slopes = oneToOne ? nullptr : &slopes;
+  context.slopes = slopes;
   context.cancel = cancel;
   VLGD_ASSIGN_OR_RETURN(std::unique_ptr<ShaderProgram> program, CompileLayers(material.GetBranch(), context));
 
@@ -217,6 +244,17 @@ Result<platform::Image> BakeMaterial(Node& material, platform::Document& doc, co
   return image;
 }
 
+}  // namespace
+
+Result<platform::Image> BakeMaterial(Node& material, platform::Document& doc, const Grid2D<Float>& heights, Float sizeX,
+                                     Float sizeZ, Int width, Int height, const platform::CancellationToken* cancel) {
+  VLGD_RETURN_IF_ERROR(CheckTextureSize(width, height));
+  SlopeGrid slopeGrid;
+  VLGD_ASSIGN_OR_RETURN(const std::vector<float>* slopes,
+                        slopeGrid.For(material, heights, sizeX, sizeZ, width, height, cancel));
+  return BakeWithSlopes(material, doc, heights, sizeX, sizeZ, width, height, slopes, cancel);
+}
+
 Result<std::vector<BakeReport>> BakeMaterials(Node& terrain, platform::Document& doc, const BakeOptions& options) {
   const auto* data = terrain.GetNodeData<TerrainObject>();
   if (data == nullptr) return platform::IllegalArgumentError("Only terrains bake materials!");
@@ -226,6 +264,8 @@ Result<std::vector<BakeReport>> BakeMaterials(Node& terrain, platform::Document&
   const Float sizeZ = values.GetFloat(TERRAINOBJECT_SIZE_Z);
   Int width = 0, height = 0;
   TextureSize(grid, options.textureSize, width, height);
+  VLGD_RETURN_IF_ERROR(CheckTextureSize(width, height));
+  SlopeGrid slopeGrid;
 
   std::vector<BakeReport> reports;
   for (const platform::NodeLink& link : terrain.GetTextureLinks()) {
@@ -234,6 +274,7 @@ Result<std::vector<BakeReport>> BakeMaterials(Node& terrain, platform::Document&
     if (materialData == nullptr) continue;  // deleted, or not a material
     BakeReport report;
     report.material = material;
+    report.colour = !material->GetData().GetBool(platform::MATERIAL_MASK, false);
     const UInt64 key = BakeKey(*material, terrain, width, height);
     const platform::MaterialBake* earlier = materialData->FindBake(terrain.Identity());
     if (earlier != nullptr && earlier->key == key && earlier->image != nullptr) {
@@ -242,8 +283,10 @@ Result<std::vector<BakeReport>> BakeMaterials(Node& terrain, platform::Document&
     } else {
       if (options.progress != nullptr) options.progress->SetStatus("Baking " + material->GetName());
       const auto start = std::chrono::steady_clock::now();
+      VLGD_ASSIGN_OR_RETURN(const std::vector<float>* slopes,
+                            slopeGrid.For(*material, grid, sizeX, sizeZ, width, height, options.cancel));
       VLGD_ASSIGN_OR_RETURN(platform::Image image,
-                            BakeMaterial(*material, doc, grid, sizeX, sizeZ, width, height, options.cancel));
+                            BakeWithSlopes(*material, doc, grid, sizeX, sizeZ, width, height, slopes, options.cancel));
       report.seconds = std::chrono::duration<Float>(std::chrono::steady_clock::now() - start).count();
       report.baked = true;
       try {

@@ -18,6 +18,7 @@ struct BakeOptions {
 // One material of a terrain after BakeMaterials: baked now, or its earlier bake kept.
 struct BakeReport {
   Node* material = nullptr;
+  bool colour = false;  // an sRGB colour texture, not a mask
   bool baked = false;
   Float seconds = 0.0;
   std::shared_ptr<const platform::Image> image;

@@ -135,46 +135,6 @@ std::string Quoted(const Node& node) {
   return "'" + (node.GetName().empty() ? node.GetTypeInfo().resourceName : node.GetName()) + "'";
 }
 
-// Whether a node of `kind` may go under `parent` or before `before` (either may be null):
-// objects among objects, materials among the materials, shaders into a material or under a
-// shader.
-platform::Status CheckPlace(Kind kind, const Node* parent, const Node* before) {
-  const Node* at = before != nullptr ? before : parent;
-  switch (kind) {
-    case Kind::OBJECT:
-      if (at != nullptr && KindOf(*at) != Kind::OBJECT)
-        return Refused("An object cannot go among the materials and shaders (" + Quoted(*at) + ").");
-      return platform::Ok();
-    case Kind::MATERIAL:
-      if (parent != nullptr && before == nullptr)
-        return Refused("A material goes among the materials, not under " + Quoted(*parent) + ".");
-      if (before != nullptr && KindOf(*before) != Kind::MATERIAL)
-        return Refused("A material goes among the materials, not before " + Quoted(*before) + ".");
-      return platform::Ok();
-    case Kind::SHADER:
-      if (at == nullptr || KindOf(*at) == Kind::OBJECT || (before != nullptr && KindOf(*before) != Kind::SHADER))
-        return Refused("A shader goes into a material, or under a shader as its input.");
-      return platform::Ok();
-  }
-  return platform::Ok();
-}
-
-// Puts a detached node where CheckPlace allowed it; `mask` puts a shader under a shader into
-// its second branch instead of among its inputs.
-Node* Place(platform::Document& doc, std::unique_ptr<Node> node, Node* parent, Node* before, bool mask) {
-  if (before != nullptr) return doc.InsertBefore(std::move(node), *before);
-  switch (KindOf(*node)) {
-    case Kind::MATERIAL:
-      return doc.InsertMaterial(std::move(node));
-    case Kind::SHADER:
-      return KindOf(*parent) == Kind::MATERIAL || mask ? doc.InsertBranchLast(std::move(node), parent)
-                                                       : doc.InsertLast(std::move(node), parent);
-    case Kind::OBJECT:
-      break;
-  }
-  return doc.InsertLast(std::move(node), parent);
-}
-
 const char* BlendName(platform::FieldBlend blend) {
   for (const auto& [value, name] : platform::kFieldBlendNames)
     if (value == blend) return name;
@@ -711,14 +671,18 @@ Result<Json> EditorSession::ApplyLocked(const Json& request) {
     VLGD_ASSIGN_OR_RETURN(Node * parent, node("parent", true));
     VLGD_ASSIGN_OR_RETURN(Node * before, node("before", true));
     VLGD_ASSIGN_OR_RETURN(std::unique_ptr<Node> created, doc.CreateNode(type));
-    VLGD_RETURN_IF_ERROR(CheckPlace(KindOf(*created), parent, before));
+    VLGD_RETURN_IF_ERROR(doc.CanPlace(*created, parent, before));
     if (created->GetName() == type) created->SetName(TypeLabel(created->GetTypeInfo()));
     doc.StartUndo();
-    Node* inserted = Place(doc, std::move(created), parent, before, Flag(request, "mask"));
-    (void)doc.AddUndo(platform::UNDOTYPE_NEWOBJ, *inserted);
-    doc.SetActiveObject(inserted);
+    Result<Node*> inserted = doc.Place(std::move(created), parent, before, Flag(request, "mask"));
+    if (!inserted) {
+      doc.EndUndo();
+      return std::unexpected(inserted.error());
+    }
+    (void)doc.AddUndo(platform::UNDOTYPE_NEWOBJ, **inserted);
+    doc.SetActiveObject(*inserted);
     doc.EndUndo();
-    return changed({{"id", inserted->Identity()}});
+    return changed({{"id", (*inserted)->Identity()}});
   }
   if (action == "remove") {
     VLGD_ASSIGN_OR_RETURN(const std::vector<Node*> nodes, nodeList());
@@ -741,10 +705,11 @@ Result<Json> EditorSession::ApplyLocked(const Json& request) {
     if (before != nullptr) parent = before->GetUp();
     if (before == moved || (parent != nullptr && (parent == moved || moved->IsAncestorOf(*parent))))
       return std::unexpected(Refused("A node cannot move into itself.").error());
-    VLGD_RETURN_IF_ERROR(CheckPlace(KindOf(*moved), parent, before));
+    VLGD_RETURN_IF_ERROR(doc.CanPlace(*moved, parent, before));
     doc.StartUndo();
     (void)doc.AddUndo(platform::UNDOTYPE_CHANGE, *moved);
-    Place(doc, doc.Remove(*moved), parent, before, Flag(request, "mask"));
+    // Checked above, with the node still in place; taking it out changes neither target.
+    (void)doc.Place(doc.Remove(*moved), parent, before, Flag(request, "mask"));
     doc.EndUndo();
     return changed();
   }
@@ -930,15 +895,14 @@ bool EditorSession::Bake(std::vector<BuiltTerrain>& terrains, Json& summary) {
       reports = std::vector<VLGD::BakeReport>();
     }
     for (const VLGD::BakeReport& report : *reports) {
-      const bool colour = report.image->Channels() == 3 && report.image->Type() == platform::PixelType::UInt8;
       materials.push_back({{"id", report.material->Identity()},
                            {"name", report.material->GetName()},
                            {"baked", report.baked},
                            {"seconds", report.seconds},
-                           {"colour", colour},
+                           {"colour", report.colour},
                            {"width", report.image->Width()},
                            {"height", report.image->Height()}});
-      if (colour && built.texture == nullptr) built.texture = report.image;
+      if (report.colour && built.texture == nullptr) built.texture = report.image;
     }
     // The page fetches a texture again only when its version moved: when it was baked anew.
     if (built.texture != nullptr) {
