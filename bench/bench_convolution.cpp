@@ -5,6 +5,7 @@
 #include <initializer_list>
 #include <memory>
 
+#include "bench_heights.h"
 #include "main/vellgrund_module.h"
 #include "object/operator_blur.h"
 #include "object/operator_sharpen.h"
@@ -15,27 +16,12 @@ namespace {
 
 using namespace platform;
 
-constexpr Int kSide = 4001;  // a 4000 x 4000 terrain, the default resolution cap
-
-// Smooth heights with detail, made once for every benchmark of the file.
-const VLGD::Grid2D<Float>& Heights() {
-  static const VLGD::Grid2D<Float> heights = [] {
-    VLGD::Grid2D<Float> grid;
-    if (!grid.Init(kSide, kSide, 4000.0, 4000.0)) std::abort();
-    for (Int y = 0; y < kSide; ++y)
-      for (Int x = 0; x < kSide; ++x)
-        grid.Set(x, y,
-                 100.0 * std::sin(static_cast<Float>(x) * 0.01) * std::cos(static_cast<Float>(y) * 0.013) +
-                     static_cast<Float>((x * 7 + y * 13) % 17));
-    return grid;
-  }();
-  return heights;
-}
+constexpr Int kSide = vellgrund_bench::kFilterSide;
 
 // One Blur or Sharpen operator computed directly on the 4001 x 4001 grid, so the figures
 // are the filter's own, without blending or meshing.
 struct FilterBench {
-  explicit FilterBench(Int32 type) : incoming(Heights()) {
+  explicit FilterBench(Int32 type) : incoming(vellgrund_bench::FilterHeights()) {
     host.SetConsole(console);
     if (!VLGD::StartModule(host)) std::abort();
     doc = std::make_unique<Document>(host);

@@ -1,8 +1,11 @@
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <cstdlib>
+#include <limits>
+#include <vector>
 
 #include "memcpy_baseline.h"
 #include "platform/parallel.h"
@@ -27,32 +30,90 @@ VLGD::Grid2D<Float> Hills(Int side) {
   return grid;
 }
 
+// The weathering rule as one writes it first, the baseline of the passes below: every
+// sample in turn takes its slides off a copy of the start-of-pass heights and adds them to
+// its receivers there, testing the bounds of every neighbour; then the smoothing.
+void NaiveWeathering(VLGD::Grid2D<Float>& grid, const VLGD::Erosion::ThermalSettings& s, std::vector<Float>& next) {
+  constexpr int kEight[8][2] = {{0, -1}, {1, -1}, {-1, -1}, {0, 1}, {1, 1}, {-1, 1}, {-1, 0}, {1, 0}};
+  constexpr int kFour[4][2] = {{0, -1}, {1, 0}, {0, 1}, {-1, 0}};
+  const bool eight = s.neighbourhood == 1 || s.neighbourhood == 3;
+  const bool allLower = s.neighbourhood == 3 || s.neighbourhood == 4;
+  const Int w = grid.Width(), h = grid.Height(), count = eight ? 8 : 4;
+  Float* heights = grid.Data();
+  for (Int32 pass = 0; pass < s.iterations; ++pass) {
+    next.assign(heights, heights + w * h);
+    for (Int y = 0; y < h; ++y)
+      for (Int x = 0; x < w; ++x) {
+        const Int i = y * w + x;
+        Int n[8], listed = 0, lowest = -1;
+        Float sum = 0.0, dmax = -std::numeric_limits<Float>::infinity();
+        for (Int k = 0; k < count; ++k) {
+          const Int nx = x + (eight ? kEight[k][0] : kFour[k][0]), ny = y + (eight ? kEight[k][1] : kFour[k][1]);
+          if (nx < 0 || nx >= w || ny < 0 || ny >= h) continue;
+          n[listed++] = ny * w + nx;
+          if (const Float d = heights[i] - heights[ny * w + nx]; d > s.talus) sum += d, dmax = std::max(dmax, d);
+          if (lowest < 0 || heights[ny * w + nx] < heights[lowest]) lowest = ny * w + nx;
+        }
+        if (allLower) {
+          for (Int k = 0; k < listed; ++k)
+            if (const Float d = heights[i] - heights[n[k]]; d > s.talus) {
+              const Float m = (dmax - s.talus) * d / sum;
+              next[static_cast<std::size_t>(i)] -= m * s.intensity;
+              next[static_cast<std::size_t>(n[k])] += m * s.deposit;
+            }
+        } else if (lowest >= 0 && heights[i] - heights[lowest] > s.talus) {
+          const Float d = heights[i] - heights[lowest];
+          next[static_cast<std::size_t>(i)] -= d * s.intensity;
+          next[static_cast<std::size_t>(lowest)] += d * s.intensity * s.deposit;
+        }
+      }
+    for (Int y = 0; y < h; ++y)
+      for (Int x = 0; x < w; ++x) {
+        const auto at = [&](Int cx, Int cy) {
+          return next[static_cast<std::size_t>(std::clamp<Int>(cy, 0, h - 1) * w + std::clamp<Int>(cx, 0, w - 1))];
+        };
+        heights[y * w + x] = allLower && s.smooth
+                                 ? 0.2 * (at(x - 1, y) + at(x, y) + at(x + 1, y) + at(x, y + 1) + at(x, y - 1))
+                                 : at(x, y);
+      }
+  }
+}
+
 // Thermal weathering, 5 passes with the default amounts, timed without restoring the input.
-// range(0): neighbourhood; range(1): grid side; range(2): threads.
+// range(0): neighbourhood; range(1): grid side; range(2): threads, 0 for the naive scatter
+// on one.
 void BM_ThermalWeathering(benchmark::State& state) {
   const VLGD::Grid2D<Float> input = Hills(state.range(1));
   VLGD::Grid2D<Float> grid;
-  const ScopedThreadLimit threads(static_cast<int>(state.range(2)));
+  const bool naive = state.range(2) == 0;
+  const ScopedThreadLimit threads(naive ? 1 : static_cast<int>(state.range(2)));
   VLGD::Erosion::ThermalSettings settings;
   settings.neighbourhood = static_cast<Int32>(state.range(0));
   const VLGD::EvaluationContext context;
   const StringTable strings;
+  VLGD::Erosion::ThermalScratch scratch;  // kept between runs, as the operator keeps it
+  std::vector<Float> next;
   for (auto _ : state) {
     if (!grid.CopyFrom(input)) std::abort();
     const auto start = std::chrono::steady_clock::now();
-    if (!VLGD::Erosion::ThermalWeathering(grid, settings, context, strings)) state.SkipWithError("weathering failed");
+    if (naive)
+      NaiveWeathering(grid, settings, next);
+    else if (!VLGD::Erosion::ThermalWeathering(grid, settings, context, strings, scratch))
+      state.SkipWithError("weathering failed");
     benchmark::ClobberMemory();
     state.SetIterationTime(std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
   }
   state.SetItemsProcessed(state.iterations() * state.range(1) * state.range(1) * settings.iterations);
-  state.counters["threads"] = static_cast<double>(state.range(2));
+  state.counters["threads"] = naive ? 1.0 : static_cast<double>(state.range(2));
+  state.counters["naive"] = naive ? 1.0 : 0.0;
 }
 
-// Lowest of eight (1) and all lower of eight with smoothing (3), one thread and all.
+// Lowest of eight (1) and all lower of eight with smoothing (3): the naive scatter, then ours
+// on one thread and on all.
 void ThermalArguments(benchmark::internal::Benchmark* benchmark) {
   for (const Int neighbourhood : {1, 3})
     for (const Int side : {1001, 2001})
-      for (const int threads : {1, MaxThreads()}) benchmark->Args({neighbourhood, side, threads});
+      for (const int threads : {0, 1, MaxThreads()}) benchmark->Args({neighbourhood, side, threads});
 }
 
 BENCHMARK(BM_ThermalWeathering)

@@ -3,6 +3,8 @@
 
 #include <cstdlib>
 #include <memory>
+#include <string>
+#include <vector>
 
 #include "platform/noise.h"
 
@@ -42,11 +44,29 @@ void BM_NoiseType(benchmark::State& state) {
     return noise->Noise(type, twoD, Vector(x, y, z), 0.0, 5.0, false, 0.0, 0.0, 0);
   });
 }
+// The same sweep through the row path, a row of kPoints per call.
+void BM_NoiseTypeRow(benchmark::State& state) {
+  const auto noise = Generator();
+  const auto type = static_cast<Int32>(state.range(0));
+  const bool twoD = state.range(1) != 0;
+  state.SetLabel(std::string(FindNoiseType(type)->name).append(twoD ? " 2-D" : " 3-D"));
+  std::vector<double> x(kPoints), y(kPoints), z(kPoints), out(kPoints);
+  for (int k = 0; k < kPoints; ++k) {
+    const double t = static_cast<double>(k);
+    x[std::size_t(k)] = t * 0.0713 - 50.0, y[std::size_t(k)] = t * 0.0031 + 0.25, z[std::size_t(k)] = 30.0 - t * 0.0537;
+  }
+  for (auto _ : state) {
+    noise->NoiseRow(type, twoD, {x.data(), y.data(), z.data(), kPoints}, 0.0, 5.0, false, 0.0, 0.0, 0, out.data());
+    benchmark::DoNotOptimize(out.data());
+  }
+  state.SetItemsProcessed(state.iterations() * kPoints);
+}
 void NoiseTypeArguments(benchmark::internal::Benchmark* b) {
   for (const NoiseTypeInfo& info : NoiseTypes())
     for (const int twoD : {1, 0}) b->Args({static_cast<int64_t>(info.type), twoD});
 }
 BENCHMARK(BM_NoiseType)->Apply(NoiseTypeArguments);
+BENCHMARK(BM_NoiseTypeRow)->Apply(NoiseTypeArguments);
 
 // Our gradient noise and fBm against a widely used reference implementation of the same
 // algorithms: one octave with a quintic fade, and five octaves with lacunarity 2 and gain 0.5.
@@ -63,10 +83,18 @@ void SweepLibnoise(benchmark::State& state, int octaves) {
   perlin.SetNoiseQuality(noise::QUALITY_BEST);
   Sweep(state, [&](double x, double y, double z) { return perlin.GetValue(x, y, z); });
 }
-void BM_Gradient3D_Vellgrund(benchmark::State& state) { SweepVellgrund(state, NoiseType::PERLIN, 1.0); }
-void BM_Gradient3D_Libnoise(benchmark::State& state) { SweepLibnoise(state, 1); }
-void BM_Fbm3D_Vellgrund(benchmark::State& state) { SweepVellgrund(state, NoiseType::FBM, 5.0); }
-void BM_Fbm3D_Libnoise(benchmark::State& state) { SweepLibnoise(state, 5); }
+void BM_Gradient3D_Vellgrund(benchmark::State& state) {
+  SweepVellgrund(state, NoiseType::PERLIN, 1.0);
+}
+void BM_Gradient3D_Libnoise(benchmark::State& state) {
+  SweepLibnoise(state, 1);
+}
+void BM_Fbm3D_Vellgrund(benchmark::State& state) {
+  SweepVellgrund(state, NoiseType::FBM, 5.0);
+}
+void BM_Fbm3D_Libnoise(benchmark::State& state) {
+  SweepLibnoise(state, 5);
+}
 BENCHMARK(BM_Gradient3D_Vellgrund);
 BENCHMARK(BM_Gradient3D_Libnoise);
 BENCHMARK(BM_Fbm3D_Vellgrund);

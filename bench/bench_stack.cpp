@@ -3,10 +3,12 @@
 #include <cmath>
 #include <cstdlib>
 
+#include "main/default_scene.h"
 #include "main/vellgrund_module.h"
 #include "object/terrainobject.h"
 #include "platform/document.h"
 #include "platform/parallel.h"
+#include "platform/scene_file.h"
 
 namespace {
 
@@ -96,6 +98,29 @@ void BM_StackStrengthChange(benchmark::State& state) {
     if (!stack.doc->ExecutePasses({})) state.SkipWithError("rebuild failed");
   }
 }
+
+// The scene a new user starts from, made again in full at range(0) samples a side on range(1)
+// threads: every operator, the blending and the mesh. The resolution steps by one sample
+// between iterations, so no cached result survives.
+void BM_DefaultSceneRebuild(benchmark::State& state) {
+  static Stack stack;  // for its started module
+  auto doc = LoadScene(stack.host, VLGD::kDefaultScene, "default");
+  if (!doc) return state.SkipWithError("the default scene did not load");
+  Node* terrain = (*doc)->GetFirstObject();
+  const ScopedThreadLimit threads(static_cast<int>(state.range(1)));
+  auto resolution = static_cast<Int32>(state.range(0) - 1);
+  for (auto _ : state) {
+    resolution = resolution == state.range(0) - 1 ? resolution - 1 : resolution + 1;
+    for (const ParameterId id : {VLGD::TERRAINOBJECT_RESOLUTION_X, VLGD::TERRAINOBJECT_RESOLUTION_Z})
+      (void)(*doc)->SetParameter(*terrain, id, resolution);
+    if (!(*doc)->ExecutePasses({})) state.SkipWithError("rebuild failed");
+  }
+}
+BENCHMARK(BM_DefaultSceneRebuild)
+    ->ArgsProduct({{1001, 4001}, {1, MaxThreads()}})
+    ->ArgNames({"side", "threads"})
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
 
 BENCHMARK(BM_StackFullRebuild)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_StackStrengthChange)->Unit(benchmark::kMillisecond)->UseRealTime();

@@ -2,6 +2,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
@@ -492,16 +493,26 @@ Status RunBuild(const BuildOptions& options) {
   help.cancel = &cancel;
   help.progress = &progress;
   if (cancel.IsCancelled()) return platform::CancelledError("Build cancelled!");
+  // Where the time of a build goes, for --stats: the passes (operators, blending, meshes),
+  // the bakes and the files.
+  using Clock = std::chrono::steady_clock;
+  const auto milliseconds = [](Clock::duration span) {
+    return std::chrono::duration<double, std::milli>(span).count();
+  };
+  const Clock::time_point start = Clock::now();
   VLGD_RETURN_IF_ERROR(doc->ExecutePasses(help));
+  const Clock::time_point built = Clock::now();
   for (TerrainFiles& files : plan) {
     VLGD_ASSIGN_OR_RETURN(
         files.bakes,
         VLGD::BakeMaterials(*files.terrain, *doc,
                             {.textureSize = options.textureSize, .cancel = &cancel, .progress = &progress}));
   }
+  const Clock::time_point baked = Clock::now();
   VLGD_RETURN_IF_ERROR(CheckExports(plan, exports, !options.quiet));
   OutputTransaction outputs;
   VLGD_RETURN_IF_ERROR(WriteFiles(plan, options, exports, outputs, progress, cancel));
+  const Clock::time_point written = Clock::now();
   bar.reset();
   if (!options.quiet)
     for (const OutputTransaction::Written& file : outputs.Committed())
@@ -514,6 +525,14 @@ Status RunBuild(const BuildOptions& options) {
                     bake.baked ? "BAKED" : "CACHED", bake.seconds * 1000.0, static_cast<long long>(bake.image->Width()),
                     static_cast<long long>(bake.image->Height()));
     }
+  if (options.stats) {
+    double operators = 0.0;
+    for (const TerrainFiles& files : plan)
+      for (const auto& step : files.terrain->GetNodeData<VLGD::TerrainObject>()->LastBuildReport())
+        operators += step.seconds * 1000.0;
+    std::printf("Stages: operators %.2f ms, blending and meshes %.2f ms, bakes %.2f ms, files %.2f ms\n", operators,
+                milliseconds(built - start) - operators, milliseconds(baked - built), milliseconds(written - baked));
+  }
   return platform::Ok();
 }
 

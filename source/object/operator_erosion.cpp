@@ -104,9 +104,11 @@ Status ErosionOperator::Compute(const Grid2D<Float>& incoming, Node& op, Documen
   const Int32 mode = data.GetInt32(EROSIONOPERATOR_MODE);
   result_.Reset();
   VLGD_RETURN_IF_ERROR(result_.CopyFrom(incoming));
+  if (mode != EROSIONOPERATOR_MODE_THERMAL) thermal_.Release();
+  if (mode != EROSIONOPERATOR_MODE_HYDRAULIC) hydraulic_.Release();
   switch (mode) {
     case EROSIONOPERATOR_MODE_THERMAL:
-      return Erosion::ThermalWeathering(result_, ReadThermal(data), context, op.GetHost().GetStrings());
+      return Erosion::ThermalWeathering(result_, ReadThermal(data), context, op.GetHost().GetStrings(), thermal_);
     case EROSIONOPERATOR_MODE_DROPLET:
       // The droplet count it returns is for benches; a break is told by the flag.
       (void)Erosion::SimulateDroplets(result_, ReadDroplets(data), context.thread, context.progress);
@@ -115,7 +117,8 @@ Status ErosionOperator::Compute(const Grid2D<Float>& incoming, Node& op, Documen
     case EROSIONOPERATOR_MODE_LOWLAND:
       return Erosion::FlattenLowlands(result_, ReadLowland(data));
     case EROSIONOPERATOR_MODE_HYDRAULIC:
-      return Erosion::HydraulicErosion(result_, data.GetInt32(EROSIONOPERATOR_HYDRAULIC_ITERATIONS), context);
+      return Erosion::HydraulicErosion(result_, data.GetInt32(EROSIONOPERATOR_HYDRAULIC_ITERATIONS), context,
+                                       hydraulic_);
     default:
       return platform::Ok();
   }

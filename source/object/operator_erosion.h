@@ -4,6 +4,8 @@
 #include "platform/registry.h"
 
 #include "vellgrund/baseterrainoperator.h"
+#include "vellgrund/erosion_hydraulic.h"
+#include "vellgrund/erosion_thermal.h"
 
 namespace VLGD {
 
@@ -59,6 +61,12 @@ class ErosionOperator final : public BaseTerrainOperatorData {
   [[nodiscard]] bool GetOperatorDEnabling(const Node& op, ParameterId id, const Value& value) const override;
   Status Compute(const Grid2D<Float>& incoming, Node& op, Document& doc, const EvaluationContext& context) override;
   bool GetRebuildParameters(std::vector<ParameterId>& ids, const ParameterContainer& data) const override;
+
+ private:
+  // The working memory of the chosen mode, kept from one evaluation to the next while the
+  // grid keeps its size; a change of mode frees the other's.
+  Erosion::ThermalScratch thermal_;
+  Erosion::detail::HydraulicSimulation hydraulic_;
 };
 
 // How the application knows the type: IDs, menu place, icon, strings and parameters.

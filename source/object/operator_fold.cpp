@@ -44,11 +44,12 @@ struct NoiseFrame {
   Float strength;
   Float level;
 
-  [[nodiscard]] Float LevelAt(Int column, Int row) const {
-    const Vector point(((static_cast<Float>(column) / lastColumn) * sizeX - sizeX * 0.5) * frequency,
-                       (offset + 0.0) * frequency,
-                       (sizeY * 0.5 - (static_cast<Float>(row) / lastRow) * sizeY) * frequency);
-    return level + platform::ScalarNoise(point, 0.0) * strength;
+  [[nodiscard]] Float X(Int column) const {
+    return ((static_cast<Float>(column) / lastColumn) * sizeX - sizeX * 0.5) * frequency;
+  }
+  [[nodiscard]] Float Y() const { return (offset + 0.0) * frequency; }
+  [[nodiscard]] Float Z(Int row) const {
+    return (sizeY * 0.5 - (static_cast<Float>(row) / lastRow) * sizeY) * frequency;
   }
 };
 
@@ -66,15 +67,25 @@ template <FOLDMODE kMode>
 Status FoldNoisy(const Float* in, Float* out, Int count, const NoiseFrame& frame) {
   const platform::ParallelOptions options{.granularity = 16, .singleThreadBelow = kPointFilterSingleThreadBelow};
   return platform::ParallelForRange(0, count, options, [=, &frame](Int begin, Int end) {
+    // The level noise takes a block of points per call, on the worker's stack.
+    constexpr Int kBlock = 256;
+    Float x[kBlock], y[kBlock], z[kBlock], noise[kBlock];
+    std::fill_n(y, kBlock, frame.Y());
     // Column and row advance with the index: one division per chunk, not per sample.
     Int column = begin % frame.width;
     Int row = begin / frame.width;
-    for (Int i = begin; i < end; ++i, ++column) {
-      if (column == frame.width) {
-        column = 0;
-        ++row;
+    for (Int start = begin; start < end; start += kBlock) {
+      const Int n = std::min(kBlock, end - start);
+      for (Int k = 0; k < n; ++k, ++column) {
+        if (column == frame.width) {
+          column = 0;
+          ++row;
+        }
+        x[k] = frame.X(column);
+        z[k] = frame.Z(row);
       }
-      out[i] = Fold<kMode>(in[i], frame.LevelAt(column, row));
+      platform::ScalarNoiseRow({x, y, z, n}, 0.0, noise);
+      for (Int k = 0; k < n; ++k) out[start + k] = Fold<kMode>(in[start + k], frame.level + noise[k] * frame.strength);
     }
   });
 }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <span>
 
 #include "common/vlgd_gui.h"
 #include "common/vlgd_icons.h"
@@ -118,43 +119,52 @@ Status GradientOperator::Compute(const Grid2D<Float>& incoming, Node& op, Docume
   const auto curve = [profile](Float t) { return profile->GetPoint(t).y; };
   const platform::ParallelOptions samples{.granularity = 16};
   return platform::ParallelForRange(0, result_.Count(), samples, [&](Int begin, Int end) -> Status {
+    // The distortion takes a block of points per call, on the worker's stack.
+    constexpr Int kBlock = 256;
+    Vector points[kBlock];
     // Column and row advance with the index: no division per sample.
     Int x = begin % width;
     Int y = begin / width;
-    for (Int i = begin; i < end; ++i, ++x) {
-      if (x == width) {
-        x = 0;
-        ++y;
+    for (Int start = begin; start < end; start += kBlock) {
+      const Int count = std::min(kBlock, end - start);
+      for (Int k = 0; k < count; ++k, ++x) {
+        if (x == width) {
+          x = 0;
+          ++y;
+        }
+        const Vector p = GridPoint(x, y, width, height, sizeX, sizeY);
+        points[k] = distortion.beforeMatrix ? platform::TransformPoint(frame, p) : p;
       }
-      // The break is honoured only where the index's low byte masked with 0x9F is odd.
-      if ((static_cast<Int>(platform::TestBreak(thread)) & (i & 0x9F)) != 0)
-        return platform::CancelledError(std::string(cancelled));
-      Vector p = GridPoint(x, y, width, height, sizeX, sizeY);
-      if (distortion.beforeMatrix) p = platform::TransformPoint(frame, p);
-      distortion.Apply(p);
-      if (!distortion.beforeMatrix) p = platform::TransformPoint(frame, p);
-      switch (shape.type) {
-        case GRADIENTTYPE::RADIAL: {
-          const Float distanceSquared = p.x * p.x + p.y * p.y + p.z * p.z;
-          if (distanceSquared <= shape.limit) values[i] = curve(1.0 - std::sqrt(distanceSquared) * shape.inverse);
-          break;
-        }
-        case GRADIENTTYPE::LINEAR: {
-          const Float t = std::clamp(((p.z + shape.start) - shape.span) / (0.0 - shape.span), 0.0, 1.0);
-          values[i] = curve(t);
-          break;
-        }
-        case GRADIENTTYPE::RECTANGULAR:
-          if (std::abs(p.x) <= shape.halfWidth && std::abs(p.z) <= shape.halfHeight) {
-            const Float u = curve(1.0 - std::abs(p.x) * shape.inverseWidth);
-            const Float v = curve(1.0 - std::abs(p.z) * shape.inverseHeight);
-            values[i] = u <= v ? u : v;
+      distortion.ApplyRow(std::span(points, static_cast<std::size_t>(count)));
+      for (Int k = 0; k < count; ++k) {
+        const Int i = start + k;
+        // The break is honoured only where the index's low byte masked with 0x9F is odd.
+        if ((static_cast<Int>(platform::TestBreak(thread)) & (i & 0x9F)) != 0)
+          return platform::CancelledError(std::string(cancelled));
+        const Vector p = distortion.beforeMatrix ? points[k] : platform::TransformPoint(frame, points[k]);
+        switch (shape.type) {
+          case GRADIENTTYPE::RADIAL: {
+            const Float distanceSquared = p.x * p.x + p.y * p.y + p.z * p.z;
+            if (distanceSquared <= shape.limit) values[i] = curve(1.0 - std::sqrt(distanceSquared) * shape.inverse);
+            break;
           }
-          break;
-        case GRADIENTTYPE::SQUARE: {
-          const Float distance = std::max(std::abs(p.x), std::abs(p.z));
-          if (distance <= shape.limit) values[i] = curve(1.0 - distance * shape.inverse);
-          break;
+          case GRADIENTTYPE::LINEAR: {
+            const Float t = std::clamp(((p.z + shape.start) - shape.span) / (0.0 - shape.span), 0.0, 1.0);
+            values[i] = curve(t);
+            break;
+          }
+          case GRADIENTTYPE::RECTANGULAR:
+            if (std::abs(p.x) <= shape.halfWidth && std::abs(p.z) <= shape.halfHeight) {
+              const Float u = curve(1.0 - std::abs(p.x) * shape.inverseWidth);
+              const Float v = curve(1.0 - std::abs(p.z) * shape.inverseHeight);
+              values[i] = u <= v ? u : v;
+            }
+            break;
+          case GRADIENTTYPE::SQUARE: {
+            const Float distance = std::max(std::abs(p.x), std::abs(p.z));
+            if (distance <= shape.limit) values[i] = curve(1.0 - distance * shape.inverse);
+            break;
+          }
         }
       }
     }

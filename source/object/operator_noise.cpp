@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <limits>
 #include <random>
+#include <span>
 
 #include "common/vlgd_icons.h"
 #include "platform/host.h"
@@ -122,19 +123,36 @@ Status NoiseOperator::Compute(const Grid2D<Float>& incoming, Node& op, Document&
   VLGD_RETURN_IF_ERROR(platform::ParallelFor(0, height, rows, [&](Int y) -> Status {
     if (platform::IsSampleBreakTest(y) && platform::TestBreak(thread))
       return platform::CancelledError("Noise operator cancelled!");
+    // Blocks of the row on the worker's stack: the noise takes them a block per call.
+    constexpr Int kBlock = 256;
+    Vector points[kBlock];
+    Float qx[kBlock], qy[kBlock], qz[kBlock];
     Float* row = values + y * width;
-    for (Int x = 0; x < width; ++x) {
-      Vector p = GridPoint(x, y, width, height, sizeX, sizeY);
-      if (distortion.beforeMatrix) p = platform::TransformPoint(frame, p);
-      distortion.Apply(p);
-      p += offset;
-      if (!distortion.beforeMatrix) p = platform::TransformPoint(frame, p);
-      // The vertical axis is read ten times coarser.
-      const Vector q(p.x * frequency, p.y * frequency * 0.1, p.z * frequency);
-      Float v = ridged ? noise.RidgedMultifractal(q, 0.0, octaves, 1.0, 1.0, 1023) * 0.4
-                       : noise.Noise(type, twoD, q, 0.0, octaves, absolute, 0.25, 0.25, 0);
-      if (invert) v = 1.0 - v;
-      row[x] = v;
+    for (Int start = 0; start < width; start += kBlock) {
+      const Int count = std::min(kBlock, width - start);
+      for (Int i = 0; i < count; ++i) {
+        const Vector p = GridPoint(start + i, y, width, height, sizeX, sizeY);
+        points[i] = distortion.beforeMatrix ? platform::TransformPoint(frame, p) : p;
+      }
+      distortion.ApplyRow(std::span(points, static_cast<std::size_t>(count)));
+      for (Int i = 0; i < count; ++i) {
+        Vector p = points[i] + offset;
+        if (!distortion.beforeMatrix) p = platform::TransformPoint(frame, p);
+        // The vertical axis is read ten times coarser.
+        qx[i] = p.x * frequency;
+        qy[i] = p.y * frequency * 0.1;
+        qz[i] = p.z * frequency;
+      }
+      const platform::PointRows q{qx, qy, qz, count};
+      Float* out = row + start;
+      if (ridged) {
+        noise.RidgedMultifractalRow(q, 0.0, octaves, 1.0, 1.0, 1023, out);
+        for (Int i = 0; i < count; ++i) out[i] *= 0.4;
+      } else {
+        noise.NoiseRow(type, twoD, q, 0.0, octaves, absolute, 0.25, 0.25, 0, out);
+      }
+      if (invert)
+        for (Int i = 0; i < count; ++i) out[i] = 1.0 - out[i];
     }
     return platform::Ok();
   }));

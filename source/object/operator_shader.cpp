@@ -6,6 +6,7 @@
 #include <cstring>
 #include <limits>
 #include <new>
+#include <span>
 #include <string>
 #include <string_view>
 #include <system_error>
@@ -412,26 +413,35 @@ template <SAMPLEINTERPOLATION I, OUTOFBOUNDSMODE O, bool NoData>
 bool FillRow(const Sampler& s, Int y, Float* out, Float* weights) {
   const Int width = s.gridWidth;
   const TerrainDistortion& distortion = s.distortion;
-  // Without distortion the frame is affine, so picture coordinates advance by a constant
-  // step along the row.
-  const auto [column0, row0, columnStep, rowStep] = LineOf(s, y);
   bool partial = false;
-  for (Int x = 0; x < width; ++x) {
-    Float column = column0 + static_cast<Float>(x) * columnStep;
-    Float row = row0 + static_cast<Float>(x) * rowStep;
-    if (distortion.enabled) {
-      Vector p = GridPoint(x, y, width, s.gridHeight, s.sizeX, s.sizeY);
-      if (distortion.beforeMatrix) p = platform::TransformPoint(s.frame, p);
-      distortion.Apply(p);
-      if (!distortion.beforeMatrix) p = platform::TransformPoint(s.frame, p);
-      column = p.x * s.ax + s.bx;
-      row = p.z * s.az + s.bz;
-    }
+  const auto put = [&](Int x, Float column, Float row) {
     const Weighted sample = SampleAt<I, O, NoData>(s, column, row);
     out[x] = sample.weight > 0.0 ? sample.value * s.scale + s.offset : 0.0;
     if (weights != nullptr) {
       weights[x] = sample.weight;
       partial = partial || sample.weight < 1.0;
+    }
+  };
+  if (!distortion.enabled) {
+    // The frame is affine, so picture coordinates advance by a constant step along the row.
+    const auto [column0, row0, columnStep, rowStep] = LineOf(s, y);
+    for (Int x = 0; x < width; ++x)
+      put(x, column0 + static_cast<Float>(x) * columnStep, row0 + static_cast<Float>(x) * rowStep);
+    return partial;
+  }
+  // The distortion takes a block of points per call, on the worker's stack.
+  constexpr Int kBlock = 256;
+  Vector points[kBlock];
+  for (Int start = 0; start < width; start += kBlock) {
+    const Int count = std::min(kBlock, width - start);
+    for (Int k = 0; k < count; ++k) {
+      const Vector p = GridPoint(start + k, y, width, s.gridHeight, s.sizeX, s.sizeY);
+      points[k] = distortion.beforeMatrix ? platform::TransformPoint(s.frame, p) : p;
+    }
+    distortion.ApplyRow(std::span(points, static_cast<std::size_t>(count)));
+    for (Int k = 0; k < count; ++k) {
+      const Vector p = distortion.beforeMatrix ? points[k] : platform::TransformPoint(s.frame, points[k]);
+      put(start + k, p.x * s.ax + s.bx, p.z * s.az + s.bz);
     }
   }
   return partial;

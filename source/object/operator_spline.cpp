@@ -8,11 +8,13 @@
 
 #include "common/vlgd_gui.h"
 #include "common/vlgd_icons.h"
+#include "object/operator_spline_rows.h"
 #include "platform/memory.h"
 #include "platform/parallel.h"
 #include "platform/parameter_reader.h"
 #include "platform/spline_objects.h"
 #include "vellgrund/distortion.h"
+#include "vellgrund/scratch_pool.h"
 
 namespace VLGD {
 namespace {
@@ -143,7 +145,19 @@ Status SplineOperator::Compute(const Grid2D<Float>& incoming, Node& op, Document
   const platform::ParameterReader data(op);
   const platform::SplineData* profileCurve = data.Values().GetSplineData(SPLINEOPERATOR_PROFILE);
   if (profileCurve == nullptr) return platform::IllegalArgumentError("Could not access SplineData!");
-  VLGD_ASSIGN_OR_RETURN(const platform::SplineSampler profile, platform::SplineSampler::Build(*profileCurve));
+  if (profile_ == nullptr || !(profile_->curve == *profileCurve)) {
+    profile_.reset();
+    std::unique_ptr<Profile> built;
+    try {
+      built = std::make_unique<Profile>();
+    } catch (const std::bad_alloc&) {
+      return platform::OutOfMemoryError("Could not hold the spline operator's profile!");
+    }
+    VLGD_RETURN_IF_ERROR(built->curve.CopyFrom(*profileCurve));
+    VLGD_ASSIGN_OR_RETURN(built->sampler, platform::SplineSampler::Build(built->curve));
+    profile_ = std::move(built);
+  }
+  const platform::SplineSampler& profile = profile_->sampler;
 
   const auto mode = static_cast<SPLINEMODE>(data.GetInt32(SPLINEOPERATOR_MODE));
   // NaN and negative widths read as none.
@@ -194,6 +208,26 @@ Status SplineOperator::Compute(const Grid2D<Float>& incoming, Node& op, Document
   // jump over the samples whose cells hold no segment: most of a grid, for roads.
   const bool rowsStayRows = !distortion.enabled && frame.v1.z == 0.0 && frame.v1.x > 0.0 && width > 1;
   const Float columnStep = rowsStayRows ? frame.v1.x * sizeX / static_cast<Float>(width - 1) : 0.0;
+  const Float samplesPerCell = rowsStayRows ? field.CellSize() / columnStep : 0.0;
+  // Without distortion a sample's point is TransformPoint(frame, GridPoint(x, y)), whose
+  // sums run ((off + v1 X) + v2 0) + v3 Z: the part of X is a column's, added to the row's
+  // once per sample with the same roundings.
+  const bool undistorted = !distortion.enabled;
+  std::vector<Float> columnX, columnZ;
+  // Zeros past the last column fill the field's padding lanes.
+  VLGD_RETURN_IF_ERROR(platform::TryResize(columnX, undistorted ? width + SegmentField::kPadding : 0));
+  VLGD_RETURN_IF_ERROR(platform::TryResize(columnZ, undistorted ? width + SegmentField::kPadding : 0));
+  for (Int x = 0; undistorted && x < width; ++x) {
+    const Float gridX = GridPoint(x, 0, width, height, sizeX, sizeY).x;
+    columnX[static_cast<std::size_t>(x)] = frame.off.x + frame.v1.x * gridX + frame.v2.x * 0.0;
+    columnZ[static_cast<std::size_t>(x)] = frame.off.z + frame.v1.z * gridX + frame.v2.z * 0.0;
+  }
+  const spline_rows::Shape shape{reach, halfWidth, level, flatten};
+  // Per worker, a row of points, distances and heights, with the padding that the field's
+  // runs load and store past their last sample.
+  const Int rowValues = width + SegmentField::kPadding;
+  ScratchPool scratch;
+  VLGD_RETURN_IF_ERROR(scratch.Allocate(4 * rowValues));
   Float* values = result_.Data();
   Float* weights = weight_.data();
   const platform::CancellationToken* thread = context.thread;
@@ -201,38 +235,129 @@ Status SplineOperator::Compute(const Grid2D<Float>& incoming, Node& op, Document
   rows.granularity = 1;
   rows.singleThreadBelow = width * height < platform::kSingleThreadBelowSamples ? height + 1 : 0;
   return platform::ParallelForRange(0, height, rows, [&](Int begin, Int end) -> Status {
-    for (Int y = begin; y < end; ++y) {
-      if ((y & 999) != 0 && platform::TestBreak(thread)) return platform::CancelledError("Spline operator cancelled!");
-      std::fill(values + y * width, values + (y + 1) * width, 0.0);
-      std::fill(weights + y * width, weights + (y + 1) * width, 0.0);
-      if (field.SegmentCount() == 0) continue;
-      for (Int x = 0; x < width; ++x) {
-        Vector p = GridPoint(x, y, width, height, sizeX, sizeY);
-        if (distortion.beforeMatrix) p = platform::TransformPoint(frame, p);
-        distortion.Apply(p);
-        if (!distortion.beforeMatrix) p = platform::TransformPoint(frame, p);
-        if (rowsStayRows) {
-          const Float busy = field.BusyFrom(p.x, p.z);
-          if (busy > p.x) {
-            if (!(busy < std::numeric_limits<Float>::infinity())) break;
-            // To the last sample before the busy cell; rounding never carries it past.
-            const Float ahead = (busy - p.x) / columnStep;
-            if (ahead > 2.0) x += std::min(static_cast<Int>(ahead) - 1, width);
-            continue;
-          }
-        }
-        const SegmentField::Nearest nearest = field.Query(p.x, p.z);
-        if (!(nearest.distance < reach) && !(nearest.distance <= halfWidth)) continue;
-        Float weight = 1.0;
-        if (nearest.distance > halfWidth) {
-          weight = profile(1.0 - (nearest.distance - halfWidth) * inverseFalloff);
-          weight = weight > 0.0 ? (weight < 1.0 ? weight : 1.0) : 0.0;
-        }
-        const Int i = y * width + x;
-        values[i] = flatten ? nearest.height : level;
-        weights[i] = weight;
+    const ScratchPool::Lease lease = scratch.Claim();
+    Float* const rowX = lease.Data();
+    Float* const rowZ = rowX + rowValues;
+    Float* const rowDistance = rowZ + rowValues;
+    Float* const rowHeight = rowDistance + rowValues;
+    std::fill(rowX, rowX + 4 * rowValues, 0.0);  // padding lanes hold plain numbers
+    Int y = begin;
+    Float offsetX = 0.0, offsetZ = 0.0;  // undistorted: the row's v3 Z
+    const auto pointAt = [&](Int x) {
+      if (undistorted) {
+        const auto column = static_cast<std::size_t>(x);
+        return Vector(columnX[column] + offsetX, 0.0, columnZ[column] + offsetZ);
       }
+      Vector p = GridPoint(x, y, width, height, sizeX, sizeY);
+      if (distortion.beforeMatrix) p = platform::TransformPoint(frame, p);
+      distortion.Apply(p);
+      if (!distortion.beforeMatrix) p = platform::TransformPoint(frame, p);
+      return p;
+    };
+    // Values and weights of the row's samples first .. stop - 1, whose distances are known;
+    // every one is written, those beyond the reach with zeros. Their points are no longer
+    // needed: that storage takes the profile's arguments and results.
+    const auto finish = [&, halfWidth, inverseFalloff](Int first, Int stop) {
+      const Int count = stop - first;
+      const Float* distance = rowDistance + first;
+      const Float* curveHeight = rowHeight + first;
+      Float* shoulder = rowX + first;
+      Float* shaped = rowZ + first;
+      if (falloff > 0.0) {
+        for (Int k = 0; k < count; ++k) shoulder[k] = 1.0 - (distance[k] - halfWidth) * inverseFalloff;
+        // A curve remapped from 0 .. 1 to 0 .. 1 is the curve itself, up to the sign of a
+        // zero, which the clamp below removes.
+        profile.RemapNormalised(shoulder, shaped, count, 0.0, 1.0, 1.0);
+      } else {
+        std::fill(shaped, shaped + count, 1.0);  // read by no sample: none lies on a shoulder
+      }
+      spline_rows::WriteSpan(shape, distance, curveHeight, shaped, count, values + y * width + first,
+                             weights + y * width + first);
+    };
+    // Zeros for the row's samples first .. stop - 1, which no curve reaches.
+    const auto clear = [&](Int first, Int stop) {
+      spline_rows::StreamZeros(values + y * width + first, values + y * width + stop);
+      spline_rows::StreamZeros(weights + y * width + first, weights + y * width + stop);
+    };
+    for (; y < end; ++y) {
+      if ((y & 999) != 0 && platform::TestBreak(thread)) {
+        spline_rows::EndStreaming();
+        return platform::CancelledError("Spline operator cancelled!");
+      }
+      if (field.SegmentCount() == 0) {
+        clear(0, width);
+        continue;
+      }
+      const Float gridZ = GridPoint(0, y, width, height, sizeX, sizeY).z;
+      offsetX = frame.v3.x * gridZ;
+      offsetZ = frame.v3.z * gridZ;
+      // Samples in cells with segments form spans; a span, runs of samples of one cell.
+      Int spanStart = -1;
+      Int cleared = 0;  // samples before this one are written
+      Int known = -1;   // the sample whose point the last run already computed
+      for (Int x = 0; x < width;) {
+        const Vector p = x == known ? Vector(rowX[x], 0.0, rowZ[x]) : pointAt(x);
+        const Int runCell = field.CellOf(p.x, p.z);
+        if (field.IsEmpty(runCell)) {
+          if (spanStart >= 0) {
+            finish(spanStart, x);
+            cleared = x;
+            spanStart = -1;
+          }
+          if (rowsStayRows) {
+            const Float busy = field.BusyFrom(p.x, p.z);
+            if (busy > p.x) {
+              if (!(busy < std::numeric_limits<Float>::infinity())) break;
+              // To the last sample before the busy cell; rounding never carries it past.
+              const Float ahead = (busy - p.x) / columnStep;
+              if (ahead > 2.0) x += std::min(static_cast<Int>(ahead) - 1, width);
+            }
+          }
+          ++x;
+          continue;
+        }
+        if (spanStart < 0) {
+          clear(cleared, x);
+          spanStart = x;
+        }
+        Int runEnd = x + 1;
+        if (rowsStayRows) {
+          // Along a row that stays a row the cells follow one another with x: the run
+          // ends where the next cell begins, found from the cell's edge and checked.
+          const auto cellAt = [&](Int column) {
+            const Vector q = pointAt(column);
+            return field.CellOf(q.x, q.z);
+          };
+          const Float ahead = field.CellAhead(p.x) * samplesPerCell;
+          Int runLast = x + static_cast<Int>(ahead < static_cast<Float>(width) ? ahead : static_cast<Float>(width));
+          runLast = std::clamp<Int>(runLast, x, width - 1);
+          while (runLast > x && cellAt(runLast) != runCell) --runLast;
+          while (runLast + 1 < width && cellAt(runLast + 1) == runCell) ++runLast;
+          runEnd = runLast + 1;
+          // The points are the columns' parts plus the row's, summed where the field loads them.
+          field.QueryRun(runCell, columnX.data() + x, offsetX, columnZ.data() + x, offsetZ, runEnd - x, rowDistance + x,
+                         rowHeight + x);
+        } else {
+          rowX[x] = p.x;
+          rowZ[x] = p.z;
+          for (; runEnd < width; ++runEnd) {
+            const Vector q = pointAt(runEnd);
+            rowX[runEnd] = q.x;
+            rowZ[runEnd] = q.z;
+            known = runEnd;
+            if (field.CellOf(q.x, q.z) != runCell) break;
+          }
+          field.QueryRun(runCell, rowX + x, SegmentField::kNoOffset, rowZ + x, SegmentField::kNoOffset, runEnd - x,
+                         rowDistance + x, rowHeight + x);
+        }
+        x = runEnd;
+      }
+      if (spanStart >= 0)
+        finish(spanStart, width);
+      else
+        clear(cleared, width);
     }
+    spline_rows::EndStreaming();
     return platform::Ok();
   });
 }

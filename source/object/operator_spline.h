@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "platform/registry.h"
+#include "platform/spline_data.h"
 #include "vellgrund/baseterrainoperator.h"
 #include "vellgrund/spline_distance.h"
 
@@ -55,11 +56,18 @@ class SplineOperator final : public BaseTerrainOperatorData {
     friend bool operator==(const FieldKey&, const FieldKey&) = default;
   };
 
+  // The profile's sampler over its own copy of the curve, kept while the curve is unchanged.
+  struct Profile {
+    platform::SplineData curve;
+    platform::SplineSampler sampler;
+  };
+
   std::vector<Float> weight_;  // per sample of result
   UInt64 splinesState_ = 0;    // of the linked splines at the last computation
   Int fieldMemory_ = 0;
   std::unique_ptr<SegmentField> field_;
   FieldKey fieldKey_;
+  std::unique_ptr<Profile> profile_;
 };
 
 // The change state of the splines an operator links: their identities, data and matrix

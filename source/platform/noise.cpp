@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <cmath>
 #include <new>
+#include <optional>
 
+#include "platform/noise_batch.h"
 #include "platform/random.h"
 
 namespace platform {
@@ -31,11 +33,9 @@ constexpr NoiseTypeInfo kNoiseTypes[] = {
     {NoiseType::RIDGED_MULTIFRACTAL, "RIDGED_MULTIFRACTAL", true},
 };
 
-// Coordinates beyond this are folded back (far-away noise stays noise), so that lattice
-// indices at the finest octave still fit 64 bits.
-constexpr Float kCoordinateLimit = 16777216.0;
-constexpr Float kPhaseX = 1.0;
-constexpr Float kPhaseZ = 0.6180339887498949;
+using noise_batch::kCoordinateLimit;
+using noise_batch::kPhaseX;
+using noise_batch::kPhaseZ;
 // Gradient noise on the plane peaks near 1/sqrt(2); scaled so both dimensions span -1 .. 1.
 constexpr Float kGradient2Scale = 1.4142135623730951;
 constexpr Float kDefaultGain = 0.5;
@@ -46,25 +46,35 @@ constexpr Float kWavyWavelength = 4.0;
 constexpr Float kWavyAmplitude = 0.5;
 constexpr Float kWhiteQuantum = 65536.0;
 
-constexpr Vector kGradients3[16] = {{1, 1, 0},  {-1, 1, 0}, {1, -1, 0}, {-1, -1, 0}, {1, 0, 1},  {-1, 0, 1},
+constexpr Vector kGradients3[16] = {{1, 1, 0},  {-1, 1, 0},  {1, -1, 0}, {-1, -1, 0}, {1, 0, 1},  {-1, 0, 1},
                                     {1, 0, -1}, {-1, 0, -1}, {0, 1, 1},  {0, -1, 1},  {0, 1, -1}, {0, -1, -1},
-                                    {1, 1, 0},  {0, -1, 1}, {-1, 1, 0}, {0, -1, -1}};
+                                    {1, 1, 0},  {0, -1, 1},  {-1, 1, 0}, {0, -1, -1}};
 // Eight unit directions at 22.5 + k x 45 degrees. None lies along an axis: with axis-aligned
 // gradients the noise vanishes along whole lattice lines, and sums of |n| show them as creases.
 constexpr Float kMajor = 0.9238795325112867;  // cos 22.5 degrees
 constexpr Float kMinor = 0.3826834323650898;  // sin 22.5 degrees
-constexpr Float kGradients2[8][2] = {{kMajor, kMinor},  {kMinor, kMajor},  {-kMinor, kMajor},  {-kMajor, kMinor},
+constexpr Float kGradients2[8][2] = {{kMajor, kMinor},   {kMinor, kMajor},   {-kMinor, kMajor}, {-kMajor, kMinor},
                                      {-kMajor, -kMinor}, {-kMinor, -kMajor}, {kMinor, -kMajor}, {kMajor, -kMinor}};
 
 inline Int FastFloor(Float x) {
   const Int i = static_cast<Int>(x);
   return i - static_cast<Int>(x < static_cast<Float>(i));
 }
-inline Float Quintic(Float t) { return t * t * t * (t * (t * 6.0 - 15.0) + 10.0); }
-inline Float QuinticDerivative(Float t) { return 30.0 * t * t * (t * (t - 2.0) + 1.0); }
-inline Float Lerp(Float a, Float b, Float t) { return a + (b - a) * t; }
-inline Float Clamp01(Float v) { return v < 0.0 ? 0.0 : (v > 1.0 ? 1.0 : v); }
-inline Float ToUnit(Float signedValue) { return Clamp01(0.5 + 0.5 * signedValue); }
+inline Float Quintic(Float t) {
+  return t * t * t * (t * (t * 6.0 - 15.0) + 10.0);
+}
+inline Float QuinticDerivative(Float t) {
+  return 30.0 * t * t * (t * (t - 2.0) + 1.0);
+}
+inline Float Lerp(Float a, Float b, Float t) {
+  return a + (b - a) * t;
+}
+inline Float Clamp01(Float v) {
+  return v < 0.0 ? 0.0 : (v > 1.0 ? 1.0 : v);
+}
+inline Float ToUnit(Float signedValue) {
+  return Clamp01(0.5 + 0.5 * signedValue);
+}
 
 Float Tame(Float c) {
   if (std::abs(c) <= kCoordinateLimit) return c;
@@ -75,7 +85,7 @@ Float Tame(Float c) {
 // (error below 0.001, plenty for a warp).
 Float SineTurns(Float t) {
   const Float reduced = t - static_cast<Float>(FastFloor(t + 0.5));  // -0.5 .. 0.5
-  const Float x = reduced * 2.0;                                      // -1 .. 1 for -pi .. pi
+  const Float x = reduced * 2.0;                                     // -1 .. 1 for -pi .. pi
   const Float y = 4.0 * x - 4.0 * x * std::abs(x);
   return 0.225 * (y * std::abs(y) - y) + y;
 }
@@ -102,7 +112,9 @@ inline void WrapPair(Int cell, Int period, int& first, int& second) {
   second = static_cast<int>(next & 255);
 }
 
-inline int Hash2(const Tables& t, int x, int y) { return t.permutation[(t.permutation[x] + y) & 255]; }
+inline int Hash2(const Tables& t, int x, int y) {
+  return t.permutation[(t.permutation[x] + y) & 255];
+}
 inline int Hash3(const Tables& t, int x, int y, int z) {
   return t.permutation[(t.permutation[(t.permutation[x] + y) & 255] + z) & 255];
 }
@@ -195,7 +207,8 @@ Float Gradient2(const Tables& t, Float x, Float y, Int period, Vector* derivativ
   const int x0 = Wrap(xi, period), x1 = Wrap(xi + 1, period);
   const int y0 = Wrap(yi, period), y1 = Wrap(yi + 1, period);
   const int h00 = Hash2(t, x0, y0), h10 = Hash2(t, x1, y0), h01 = Hash2(t, x0, y1), h11 = Hash2(t, x1, y1);
-  const Float a = Dot2(h00, fx, fy), b = Dot2(h10, fx - 1, fy), c = Dot2(h01, fx, fy - 1), d = Dot2(h11, fx - 1, fy - 1);
+  const Float a = Dot2(h00, fx, fy), b = Dot2(h10, fx - 1, fy), c = Dot2(h01, fx, fy - 1),
+              d = Dot2(h11, fx - 1, fy - 1);
   const Float u = Quintic(fx), v = Quintic(fy);
   const Float k1 = b - a, k2 = c - a, k3 = a - b - c + d;
   if (derivative != nullptr) {
@@ -221,8 +234,10 @@ Float Value3(const Tables& t, Float x, Float y, Float z, Int period) {
   const int y0 = Wrap(yi, period), y1 = Wrap(yi + 1, period);
   const int z0 = Wrap(zi, period), z1 = Wrap(zi + 1, period);
   const auto value = [&](int a, int b, int c) { return t.values[static_cast<std::size_t>(Hash3(t, a, b, c))]; };
-  const Float front = Lerp(Lerp(value(x0, y0, z0), value(x1, y0, z0), u), Lerp(value(x0, y1, z0), value(x1, y1, z0), u), v);
-  const Float back = Lerp(Lerp(value(x0, y0, z1), value(x1, y0, z1), u), Lerp(value(x0, y1, z1), value(x1, y1, z1), u), v);
+  const Float front =
+      Lerp(Lerp(value(x0, y0, z0), value(x1, y0, z0), u), Lerp(value(x0, y1, z0), value(x1, y1, z0), u), v);
+  const Float back =
+      Lerp(Lerp(value(x0, y0, z1), value(x1, y0, z1), u), Lerp(value(x0, y1, z1), value(x1, y1, z1), u), v);
   return Lerp(front, back, w);
 }
 
@@ -476,9 +491,110 @@ const Tables& ScalarTables() {
   return tables;
 }
 
+using noise_batch::Finish;
+using noise_batch::Kind;
+using noise_batch::LaneTables;
+using noise_batch::OctavePlan;
+using noise_batch::Plan;
+using noise_batch::Shape;
+
+void BuildLaneTables(const Tables& tables, LaneTables& lanes) {
+  for (std::size_t i = 0; i < 512; ++i) {
+    const std::uint8_t hash = tables.doubled[i];
+    lanes.permutation[i] = hash;
+    lanes.permutationBytes[i] = hash;
+    lanes.values[i] = tables.values[hash];
+    const Vector& feature = tables.features[hash];
+    lanes.featureX[i] = feature.x;
+    lanes.featureY[i] = feature.y;
+    lanes.featureZ[i] = feature.z;
+  }
+  lanes.zeroHashIndex = std::find(tables.permutation.begin(), tables.permutation.end(), 0) - tables.permutation.begin();
+}
+
+const LaneTables& ScalarLaneTables() {
+  static const LaneTables& lanes = *[] {
+    static LaneTables built{};
+    BuildLaneTables(ScalarTables(), built);
+    return &built;
+  }();
+  return lanes;
+}
+
+void AddOctave(Plan& plan, const Octave& octave, Float weight, Float share) {
+  OctavePlan& o = plan.octaves[static_cast<std::size_t>(plan.octaveCount++)];
+  o.frequency = octave.frequency;
+  o.period = static_cast<Float>(octave.period);
+  o.inversePeriod = octave.period > 0 ? 1.0 / o.period : 0.0;
+  o.offsetX = octave.offset.x;
+  o.offsetY = octave.offset.y;
+  o.offsetZ = octave.offset.z;
+  o.weight = weight;
+  o.share = share;
+  plan.periodic = octave.period > 0;
+  // Lattice coordinates and periods must stay where doubles hold integers exactly.
+  const Float largestOffset = std::max({std::abs(o.offsetX), std::abs(o.offsetY), std::abs(o.offsetZ)});
+  const Float bound = o.period < noise_batch::kExactLimit && o.frequency > 0.0
+                          ? (noise_batch::kExactLimit - largestOffset) / o.frequency
+                          : -1.0;
+  plan.exactBound = plan.octaveCount == 1 ? bound : std::min(plan.exactBound, bound);
+}
+
+// The plan of Evaluator::Fractal.
+void AddFractalOctaves(Plan& plan, OctaveCount count, Float lacunarity, const Float* weights, Float sampleRadius,
+                       Float detailAttenuation, Int32 repeat) {
+  Float norm = 0.0, frequency = 1.0, gainWeight = 1.0;
+  for (Int k = 0; k <= count.whole; ++k) {
+    const Float share = k < count.whole ? 1.0 : count.fraction;
+    if (share <= 0.0) break;
+    const Float nominal = (weights != nullptr ? weights[k] : gainWeight) * share;
+    const Octave octave = MakeOctave(k, frequency, repeat);
+    AddOctave(plan, octave, nominal * DetailFade(octave.frequency, sampleRadius, detailAttenuation), share);
+    norm += nominal;
+    frequency *= lacunarity;
+    gainWeight *= kDefaultGain;
+  }
+  plan.kind = Kind::FRACTAL;
+  plan.norm = norm;
+}
+
+// A plan on the noise's own lattice (value and Voronoi noises), with the repeat as period.
+Plan LatticePlan(Kind kind, Finish finish, Int32 repeat) {
+  Plan plan;
+  plan.kind = kind;
+  plan.finish = finish;
+  plan.periodic = repeat > 0;
+  plan.period = static_cast<Float>(std::max(repeat, 0));
+  plan.inversePeriod = repeat > 0 ? 1.0 / plan.period : 0.0;
+  plan.exactBound = noise_batch::kExactLimit;
+  return plan;
+}
+
+// Evaluates a plan over a row; the points the SIMD path leaves take `scalar`.
+template <class Scalar>
+void EvaluateRow(Plan& plan, const LaneTables& lanes, const PointRows& points, Float time, Float* out,
+                 Scalar&& scalar) {
+  constexpr Int kChunk = 256;
+  plan.time = std::isfinite(time) ? time : 0.0;
+  std::uint8_t scalarNeeded[kChunk];
+  for (Int start = 0; start < points.count; start += kChunk) {
+    const Int count = std::min(points.count - start, kChunk);
+    if (!noise_batch::Evaluate(plan, lanes, points.x + start, points.y + start, points.z + start,
+                               static_cast<std::size_t>(count), out + start, scalarNeeded))
+      continue;
+    for (Int i = 0; i < count; ++i)
+      if (scalarNeeded[i] != 0) {
+        const Int k = start + i;
+        out[k] = scalar(Vector(points.x[k], points.y[k], points.z[k]));
+      }
+  }
+}
+
 }  // namespace
 
-std::span<const NoiseTypeInfo> NoiseTypes() { return kNoiseTypes; }
+std::span<const NoiseTypeInfo> NoiseTypes() {
+  return kNoiseTypes;
+}
 
 const NoiseTypeInfo* FindNoiseType(Int32 type) {
   for (const NoiseTypeInfo& info : kNoiseTypes)
@@ -486,10 +602,15 @@ const NoiseTypeInfo* FindNoiseType(Int32 type) {
   return nullptr;
 }
 
+NoiseGenerator::~NoiseGenerator() = default;
+
 Result<std::unique_ptr<NoiseGenerator>> NoiseGenerator::Alloc(Int32 seed) {
   std::unique_ptr<NoiseGenerator> generator(new (std::nothrow) NoiseGenerator());
   if (generator == nullptr) return OutOfMemoryError("Could not allocate noise generator!");
+  generator->lanes_.reset(new (std::nothrow) LaneTables());
+  if (generator->lanes_ == nullptr) return OutOfMemoryError("Could not allocate noise generator!");
   BuildTables(static_cast<UInt32>(seed), generator->tables_);
+  BuildLaneTables(generator->tables_, *generator->lanes_);
   generator->seedBits_ = Random(static_cast<UInt32>(seed) ^ 0x5eedU).GetUInt64();
   VLGD_RETURN_IF_ERROR(generator->InitFbm(kMaxOctaves, kDefaultLacunarity, 1.0));
   return generator;
@@ -538,8 +659,8 @@ Float NoiseGenerator::Noise(Int32 type, bool twoD, const Vector& point, Float ti
       value = ToUnit(noise.Fractal(q, fbmCount(), fbmLacunarity_, fbmWeights_.data(), r, a, [](Float n) { return n; }));
       break;
     case NoiseType::RIDGED_TURBULENCE:
-      value = Clamp01(noise.Fractal(q, count(), kDefaultLacunarity, nullptr, r, a,
-                                    [](Float n) { return 1.0 - std::abs(n); }));
+      value = Clamp01(
+          noise.Fractal(q, count(), kDefaultLacunarity, nullptr, r, a, [](Float n) { return 1.0 - std::abs(n); }));
       break;
     case NoiseType::PERLIN:
       value = ToUnit(noise.Gradient(q, MakeOctave(0, 1.0, repeat)));
@@ -575,7 +696,8 @@ Float NoiseGenerator::Noise(Int32 type, bool twoD, const Vector& point, Float ti
     }
     case NoiseType::RIDGED_MULTIFRACTAL: {
       const OctaveCount counted = fbmCount();
-      Float norm = counted.fraction > 0.0 ? fbmWeights_[static_cast<std::size_t>(counted.whole)] * counted.fraction : 0.0;
+      Float norm =
+          counted.fraction > 0.0 ? fbmWeights_[static_cast<std::size_t>(counted.whole)] * counted.fraction : 0.0;
       for (Int k = 0; k < counted.whole; ++k) norm += fbmWeights_[static_cast<std::size_t>(k)];
       value = Clamp01(RidgedMultifractal(point, time, octaves, 1.0, 1.0, repeat) / norm);
       break;
@@ -604,9 +726,104 @@ Float NoiseGenerator::RidgedMultifractal(const Vector& point, Float time, Float 
   return sum;
 }
 
+void NoiseGenerator::NoiseRow(Int32 type, bool twoD, const PointRows& points, Float time, Float octaves, bool absolute,
+                              Float sampleRadius, Float detailAttenuation, Int32 repeat, Float* out) const {
+  const auto pointByPoint = [&](const Vector& p) {
+    return Noise(type, twoD, p, time, octaves, absolute, sampleRadius, detailAttenuation, repeat);
+  };
+  const Int32 tiled = std::max(repeat, 0);
+  const Float r = sampleRadius, a = detailAttenuation;
+  std::optional<Plan> plan;
+  switch (static_cast<NoiseType>(type)) {
+    case NoiseType::VALUE:
+      plan = LatticePlan(Kind::VALUE, Finish::TO_UNIT, tiled);
+      break;
+    case NoiseType::CELLULAR:
+      plan = LatticePlan(Kind::CELLULAR, Finish::TO_UNIT, tiled);
+      break;
+    case NoiseType::VORONOI_F1:
+      plan = LatticePlan(Kind::VORONOI_F1, Finish::CLAMP, tiled);
+      break;
+    case NoiseType::VORONOI_F2:
+      plan = LatticePlan(Kind::VORONOI_F2, Finish::CLAMP, tiled);
+      break;
+    case NoiseType::VORONOI_F2_F1:
+      plan = LatticePlan(Kind::VORONOI_F2_F1, Finish::CLAMP, tiled);
+      break;
+    case NoiseType::PERLIN:
+      plan.emplace();
+      AddOctave(*plan, MakeOctave(0, 1.0, repeat), 1.0, 1.0);
+      plan->kind = Kind::GRADIENT;
+      plan->finish = Finish::TO_UNIT;
+      break;
+    case NoiseType::FBM:
+    case NoiseType::BILLOW:
+      plan.emplace();
+      AddFractalOctaves(*plan, CountOctaves(octaves, fbmMaxOctaves_), fbmLacunarity_, fbmWeights_.data(), r, a, tiled);
+      plan->shape = type == static_cast<Int32>(NoiseType::FBM) ? Shape::SIGNED : Shape::BILLOW;
+      plan->finish = Finish::TO_UNIT;
+      break;
+    case NoiseType::TURBULENCE:
+    case NoiseType::RIDGED_TURBULENCE:
+      plan.emplace();
+      AddFractalOctaves(*plan, CountOctaves(octaves, kMaxOctaves), kDefaultLacunarity, nullptr, r, a, tiled);
+      plan->shape = type == static_cast<Int32>(NoiseType::TURBULENCE) ? Shape::ABSOLUTE : Shape::RIDGE;
+      plan->finish = Finish::CLAMP;
+      break;
+    case NoiseType::RIDGED_MULTIFRACTAL: {
+      RidgedMultifractalRow(points, time, octaves, 1.0, 1.0, repeat, out);
+      const OctaveCount counted = CountOctaves(octaves, fbmMaxOctaves_);
+      Float norm =
+          counted.fraction > 0.0 ? fbmWeights_[static_cast<std::size_t>(counted.whole)] * counted.fraction : 0.0;
+      for (Int k = 0; k < counted.whole; ++k) norm += fbmWeights_[static_cast<std::size_t>(k)];
+      for (Int i = 0; i < points.count; ++i) {
+        const Float value = Clamp01(out[i] / norm);
+        out[i] = absolute ? std::abs(2.0 * value - 1.0) : value;
+      }
+      return;
+    }
+    default:
+      break;
+  }
+  if (!plan) {
+    for (Int i = 0; i < points.count; ++i) out[i] = pointByPoint(Vector(points.x[i], points.y[i], points.z[i]));
+    return;
+  }
+  plan->twoD = twoD;
+  plan->absolute = absolute;
+  EvaluateRow(*plan, *lanes_, points, time, out, pointByPoint);
+}
+
+void NoiseGenerator::RidgedMultifractalRow(const PointRows& points, Float time, Float octaves, Float offset, Float gain,
+                                           Int32 repeat, Float* out) const {
+  Plan plan;
+  const OctaveCount count = CountOctaves(octaves, fbmMaxOctaves_);
+  Float frequency = 1.0;
+  for (Int k = 0; k <= count.whole; ++k) {
+    const Float share = k < count.whole ? 1.0 : count.fraction;
+    if (share <= 0.0) break;
+    AddOctave(plan, MakeOctave(k, frequency, repeat), fbmWeights_[static_cast<std::size_t>(k)], share);
+    frequency *= fbmLacunarity_;
+  }
+  plan.kind = Kind::RIDGED;
+  plan.ridgedOffset = offset;
+  plan.ridgedGain = gain;
+  EvaluateRow(plan, *lanes_, points, time, out,
+              [&](const Vector& p) { return RidgedMultifractal(p, time, octaves, offset, gain, repeat); });
+}
+
 Float ScalarNoise(const Vector& point, Float time) {
   const Vector q = PreparePoint(point, time, false);
   return ToUnit(Gradient3(ScalarTables(), q.x, q.y, q.z, 0, nullptr));
+}
+
+void ScalarNoiseRow(const PointRows& points, Float time, Float* out) {
+  Plan plan;
+  AddOctave(plan, Octave{1.0, 0, Vector()}, 1.0, 1.0);
+  plan.kind = Kind::GRADIENT;
+  plan.unscaled = true;
+  plan.finish = Finish::TO_UNIT;
+  EvaluateRow(plan, ScalarLaneTables(), points, time, out, [time](const Vector& p) { return ScalarNoise(p, time); });
 }
 
 }  // namespace platform

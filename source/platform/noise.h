@@ -11,25 +11,37 @@
 
 namespace platform {
 
+namespace noise_batch {
+struct LaneTables;
+}
+
+// A row of points in structure-of-arrays form: point i is (x[i], y[i], z[i]).
+struct PointRows {
+  const Float* x;
+  const Float* y;
+  const Float* z;
+  Int count;
+};
+
 // Noise types by their stored number; scenes keep these numbers, so they never change.
 enum class NoiseType : Int32 {
-  VALUE = 1,                // smooth value noise
-  BILLOW = 3,               // fBm of folded gradient noise, with the fBm set-up
-  CELL = 4,                 // one random height per lattice cell
-  WARPED_TURBULENCE = 7,    // turbulence of a domain-warped point
-  FBM = 8,                  // fractional Brownian motion, with the fBm set-up
-  RIDGED_TURBULENCE = 12,   // turbulence of 1 - |n| ridges
-  PERLIN = 13,              // one octave of gradient noise
-  SWISS = 14,               // fBm whose octaves are damped by the accumulated slope
-  WHITE = 18,               // a hash per point
-  ERODED_FBM = 20,          // fBm damped by the accumulated derivative
-  TURBULENCE = 21,          // sum of |n| octaves
-  WAVY_TURBULENCE = 23,     // turbulence with sine-warped coordinates
-  CELLULAR = 24,            // Voronoi cells, one random height per cell
-  VORONOI_F1 = 27,          // distance to the nearest feature point
-  VORONOI_F2 = 28,          // distance to the second nearest
-  VORONOI_F2_F1 = 29,       // their difference
-  RIDGED_MULTIFRACTAL = 64, // ridged multifractal; see RidgedMultifractal
+  VALUE = 1,                 // smooth value noise
+  BILLOW = 3,                // fBm of folded gradient noise, with the fBm set-up
+  CELL = 4,                  // one random height per lattice cell
+  WARPED_TURBULENCE = 7,     // turbulence of a domain-warped point
+  FBM = 8,                   // fractional Brownian motion, with the fBm set-up
+  RIDGED_TURBULENCE = 12,    // turbulence of 1 - |n| ridges
+  PERLIN = 13,               // one octave of gradient noise
+  SWISS = 14,                // fBm whose octaves are damped by the accumulated slope
+  WHITE = 18,                // a hash per point
+  ERODED_FBM = 20,           // fBm damped by the accumulated derivative
+  TURBULENCE = 21,           // sum of |n| octaves
+  WAVY_TURBULENCE = 23,      // turbulence with sine-warped coordinates
+  CELLULAR = 24,             // Voronoi cells, one random height per cell
+  VORONOI_F1 = 27,           // distance to the nearest feature point
+  VORONOI_F2 = 28,           // distance to the second nearest
+  VORONOI_F2_F1 = 29,        // their difference
+  RIDGED_MULTIFRACTAL = 64,  // ridged multifractal; see RidgedMultifractal
 };
 
 struct NoiseTypeInfo {
@@ -91,18 +103,32 @@ class NoiseGenerator {
   [[nodiscard]] Float RidgedMultifractal(const Vector& point, Float time, Float octaves, Float offset, Float gain,
                                          Int32 repeat) const;
 
+  // Noise() and RidgedMultifractal() of every point of a row into out[0 .. count), the same
+  // bits as point by point, several points per instruction on the machine's best SIMD
+  // target (WARPED_TURBULENCE, WAVY_TURBULENCE, SWISS, ERODED_FBM, WHITE and CELL go point
+  // by point). Allocation-free; scratch lives on the stack.
+  void NoiseRow(Int32 type, bool twoD, const PointRows& points, Float time, Float octaves, bool absolute,
+                Float sampleRadius, Float detailAttenuation, Int32 repeat, Float* out) const;
+  void RidgedMultifractalRow(const PointRows& points, Float time, Float octaves, Float offset, Float gain, Int32 repeat,
+                             Float* out) const;
+
   struct Tables {
     std::array<std::uint8_t, 256> permutation;
     std::array<std::uint8_t, 512> doubled;  // the permutation twice
-    std::array<Float, 256> values;     // -1 .. 1
-    std::array<Vector, 256> features;  // 0 .. 1 on each axis
+    std::array<Float, 256> values;          // -1 .. 1
+    std::array<Vector, 256> features;       // 0 .. 1 on each axis
   };
+
+  ~NoiseGenerator();
+  NoiseGenerator(const NoiseGenerator&) = delete;
+  NoiseGenerator& operator=(const NoiseGenerator&) = delete;
 
  private:
   NoiseGenerator() = default;
 
   Tables tables_{};
-  UInt64 seedBits_ = 0;  // mixed into WHITE
+  std::unique_ptr<noise_batch::LaneTables> lanes_;  // tables_ laid out for the SIMD rows
+  UInt64 seedBits_ = 0;                             // mixed into WHITE
   std::array<Float, kMaxOctaves> fbmWeights_{};
   Float fbmLacunarity_ = 2.0;
   Int32 fbmMaxOctaves_ = kMaxOctaves;
@@ -110,5 +136,7 @@ class NoiseGenerator {
 
 // A fixed, unseeded 3-D noise of a point and a time in 0 .. 1, for distortions.
 Float ScalarNoise(const Vector& point, Float time);
+// ScalarNoise of every point of a row, as NoiseGenerator::NoiseRow.
+void ScalarNoiseRow(const PointRows& points, Float time, Float* out);
 
 }  // namespace platform

@@ -191,13 +191,15 @@ class SlopeGrid {
   bool made_ = false;
 };
 
-Result<platform::Image> BakeWithSlopes(Node& material, platform::Document& doc, const Grid2D<Float>& heights,
-                                       Float sizeX, Float sizeZ, Int width, Int height,
-                                       const std::vector<float>* slopes, const platform::CancellationToken* cancel) {
+Status BakeWithSlopes(Node& material, platform::Document& doc, const Grid2D<Float>& heights, Float sizeX, Float sizeZ,
+                      Int width, Int height, const std::vector<float>* slopes,
+                      const platform::CancellationToken* cancel, platform::Image& image) {
   const bool mask = material.GetData().GetBool(platform::MATERIAL_MASK, false);
-  VLGD_ASSIGN_OR_RETURN(platform::Image image,
-                        platform::Image::Create(width, height, mask ? 1 : 3,
-                                                mask ? platform::PixelType::UInt16 : platform::PixelType::UInt8));
+  const int channels = mask ? 1 : 3;
+  const platform::PixelType type = mask ? platform::PixelType::UInt16 : platform::PixelType::UInt8;
+  if (image.Width() != width || image.Height() != height || image.Channels() != channels || image.Type() != type) {
+    VLGD_ASSIGN_OR_RETURN(image, platform::Image::Create(width, height, channels, type));
+  }
 
   ShadeContext context;
   context.width = width;
@@ -212,27 +214,22 @@ Result<platform::Image> BakeWithSlopes(Node& material, platform::Document& doc, 
   VLGD_ASSIGN_OR_RETURN(std::unique_ptr<ShaderProgram> program, CompileLayers(material.GetBranch(), context));
 
   std::byte* bytes = image.Bytes().data();
-  const SrgbByteEncoder& srgb = SrgbByteEncoder::Get();
   const platform::ParallelOptions options{.granularity = 16, .singleThreadBelow = 0, .cancel = cancel};
   VLGD_RETURN_IF_ERROR(platform::ParallelForRange(0, height, options, [&](Int begin, Int end) -> Status {
     try {
-      RowScratch scratch(width);
-      const std::span<Colour> row = scratch.Borrow();
+      SpanScratch scratch;
+      const kernels::Channels colours = scratch.BorrowColours();
       for (Int y = begin; y < end; ++y) {
-        program->ShadeRow(y, row, scratch);
-        if (mask) {
-          auto* out = reinterpret_cast<std::uint16_t*>(bytes) + y * width;
-          for (Int x = 0; x < width; ++x) {
-            const float v = row[static_cast<size_t>(x)].r;
-            out[x] = static_cast<std::uint16_t>((v > 0.0f ? std::min(v, 1.0f) : 0.0f) * 65535.0f + 0.5f);
-          }
-        } else {
-          auto* out = reinterpret_cast<std::uint8_t*>(bytes) + y * width * 3;
-          for (Int x = 0; x < width; ++x) {
-            const Colour& c = row[static_cast<size_t>(x)];
-            out[3 * x] = srgb(c.r);
-            out[3 * x + 1] = srgb(c.g);
-            out[3 * x + 2] = srgb(c.b);
+        for (Int x0 = 0; x0 < width; x0 += kSpanPixels) {
+          const Span span{y, x0, std::min(kSpanPixels, width - x0)};
+          const auto count = static_cast<size_t>(span.count);
+          if (mask) {
+            program->ShadeGrey(span, colours.r, scratch);
+            kernels::EncodeUnit16(colours.r, reinterpret_cast<std::uint16_t*>(bytes) + y * width + x0, count);
+          } else {
+            program->ShadeSpan(span, colours, scratch);
+            kernels::EncodeSrgb(colours.r, colours.g, colours.b,
+                                reinterpret_cast<std::uint8_t*>(bytes) + (y * width + x0) * 3, count);
           }
         }
       }
@@ -241,18 +238,25 @@ Result<platform::Image> BakeWithSlopes(Node& material, platform::Document& doc, 
     }
     return platform::Ok();
   }));
-  return image;
+  return platform::Ok();
 }
 
 }  // namespace
 
-Result<platform::Image> BakeMaterial(Node& material, platform::Document& doc, const Grid2D<Float>& heights, Float sizeX,
-                                     Float sizeZ, Int width, Int height, const platform::CancellationToken* cancel) {
+Status BakeMaterial(Node& material, platform::Document& doc, const Grid2D<Float>& heights, Float sizeX, Float sizeZ,
+                    Int width, Int height, platform::Image& into, const platform::CancellationToken* cancel) {
   VLGD_RETURN_IF_ERROR(CheckTextureSize(width, height));
   SlopeGrid slopeGrid;
   VLGD_ASSIGN_OR_RETURN(const std::vector<float>* slopes,
                         slopeGrid.For(material, heights, sizeX, sizeZ, width, height, cancel));
-  return BakeWithSlopes(material, doc, heights, sizeX, sizeZ, width, height, slopes, cancel);
+  return BakeWithSlopes(material, doc, heights, sizeX, sizeZ, width, height, slopes, cancel, into);
+}
+
+Result<platform::Image> BakeMaterial(Node& material, platform::Document& doc, const Grid2D<Float>& heights, Float sizeX,
+                                     Float sizeZ, Int width, Int height, const platform::CancellationToken* cancel) {
+  platform::Image image;
+  VLGD_RETURN_IF_ERROR(BakeMaterial(material, doc, heights, sizeX, sizeZ, width, height, image, cancel));
+  return image;
 }
 
 Result<std::vector<BakeReport>> BakeMaterials(Node& terrain, platform::Document& doc, const BakeOptions& options) {
@@ -285,8 +289,9 @@ Result<std::vector<BakeReport>> BakeMaterials(Node& terrain, platform::Document&
       const auto start = std::chrono::steady_clock::now();
       VLGD_ASSIGN_OR_RETURN(const std::vector<float>* slopes,
                             slopeGrid.For(*material, grid, sizeX, sizeZ, width, height, options.cancel));
-      VLGD_ASSIGN_OR_RETURN(platform::Image image,
-                            BakeWithSlopes(*material, doc, grid, sizeX, sizeZ, width, height, slopes, options.cancel));
+      platform::Image image;
+      VLGD_RETURN_IF_ERROR(
+          BakeWithSlopes(*material, doc, grid, sizeX, sizeZ, width, height, slopes, options.cancel, image));
       report.seconds = std::chrono::duration<Float>(std::chrono::steady_clock::now() - start).count();
       report.baked = true;
       try {

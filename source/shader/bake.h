@@ -34,6 +34,10 @@ Result<std::vector<BakeReport>> BakeMaterials(Node& terrain, platform::Document&
 Result<platform::Image> BakeMaterial(Node& material, platform::Document& doc, const Grid2D<Float>& heights, Float sizeX,
                                      Float sizeZ, Int width, Int height,
                                      const platform::CancellationToken* cancel = nullptr);
+// The same into an image that is reused where it has the bake's size and pixel type, as a
+// caller that bakes again and again does to spare the system fresh pages each time.
+Status BakeMaterial(Node& material, platform::Document& doc, const Grid2D<Float>& heights, Float sizeX, Float sizeZ,
+                    Int width, Int height, platform::Image& into, const platform::CancellationToken* cancel = nullptr);
 
 // A tangent-space normal map (8-bit, OpenGL green) of what the surface between the mesh's
 // vertices adds to the normals the mesh interpolates: flat at one pixel per grid sample,

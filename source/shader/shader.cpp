@@ -14,16 +14,67 @@ Float ShadeContext::GridRow(Int y, Int rows) const {
   return static_cast<Float>(height - 1 - y) * static_cast<Float>(rows - 1) / static_cast<Float>(height - 1);
 }
 
-std::span<Colour> RowScratch::Borrow() {
-  // Rows are made once per worker and nesting depth; a bad_alloc here ends the bake, which
-  // catches it.
-  if (used_ == rows_.size()) rows_.push_back(std::make_unique<Colour[]>(static_cast<size_t>(width_)));
-  return {rows_[used_++].get(), static_cast<size_t>(width_)};
+float* SpanScratch::Next() {
+  if (used_ == buffers_.size()) {
+    // Zeroed, so that the lanes past a span's end hold numbers from the start.
+    auto buffer = hwy::AllocateAligned<float>(kernels::Padded(kSpanPixels));
+    if (buffer == nullptr) throw std::bad_alloc();
+    std::fill_n(buffer.get(), kernels::Padded(kSpanPixels), 0.0f);
+    buffers_.push_back(std::move(buffer));
+  }
+  return buffers_[used_++].get();
 }
 
-std::span<float> RowScratch::BorrowValues() {
-  if (usedValues_ == valueRows_.size()) valueRows_.push_back(std::make_unique<float[]>(static_cast<size_t>(width_)));
-  return {valueRows_[usedValues_++].get(), static_cast<size_t>(width_)};
+kernels::Channels SpanScratch::BorrowColours() {
+  float* r = Next();
+  float* g = Next();
+  float* b = Next();
+  return {r, g, b, Next()};
+}
+
+float* SpanScratch::BorrowValues() {
+  return Next();
+}
+
+void ShaderProgram::ShadeGrey(const Span& span, float* out, SpanScratch& scratch) const {
+  const kernels::Channels colours = scratch.BorrowColours();
+  ShadeSpan(span, colours, scratch);
+  std::copy_n(colours.r, span.count, out);
+  scratch.ReleaseColours();
+}
+
+void GreyProgram::ShadeSpan(const Span& span, kernels::Channels out, SpanScratch& scratch) const {
+  ShadeGrey(span, out.r, scratch);
+  std::copy_n(out.r, span.count, out.g);
+  std::copy_n(out.r, span.count, out.b);
+  std::fill_n(out.a, span.count, 1.0f);
+}
+
+namespace {
+
+class ConstantColourProgram final : public ShaderProgram {
+ public:
+  explicit ConstantColourProgram(const Colour& colour) : colour_(colour) {}
+  void ShadeSpan(const Span& span, kernels::Channels out, SpanScratch& scratch) const override {
+    (void)span;
+    (void)scratch;
+    FillSpan(out, colour_);
+  }
+  [[nodiscard]] const Colour* Constant() const override { return &colour_; }
+
+ private:
+  Colour colour_;
+};
+
+}  // namespace
+
+std::unique_ptr<ShaderProgram> ConstantColour(const Colour& colour) {
+  return std::make_unique<ConstantColourProgram>(colour);
+}
+
+void FillSpan(kernels::Channels out, const Colour& colour) {
+  const float channels[4] = {colour.r, colour.g, colour.b, colour.a};
+  kernels::FillSpan(out, channels, kSpanPixels);
 }
 
 bool ShaderData::Init(Node& node) {
@@ -40,29 +91,25 @@ Result<std::unique_ptr<ShaderProgram>> CompileFirst(Node* first, const ShadeCont
   return std::unique_ptr<ShaderProgram>{};
 }
 
-void ShadeInputRow(const ShaderProgram* input, Int y, std::span<float> out, RowScratch& scratch, float fallback) {
+void ShadeInputSpan(const ShaderProgram* input, const Span& span, float* out, SpanScratch& scratch, float fallback) {
   if (input == nullptr) {
-    std::fill(out.begin(), out.end(), fallback);
+    std::fill_n(out, span.count, fallback);
     return;
   }
-  const std::span<Colour> row = scratch.Borrow().first(out.size());
-  input->ShadeRow(y, row, scratch);
-  for (size_t x = 0; x < out.size(); ++x) out[x] = row[x].r;
-  scratch.Release();
+  input->ShadeGrey(span, out, scratch);
 }
 
-void SampleGridRow(const Float* grid, Int gridWidth, Int gridHeight, const ShadeContext& context, Int y,
-                   std::span<float> out) {
+void SampleGridSpan(const Float* grid, Int gridWidth, Int gridHeight, const ShadeContext& context, const Span& span,
+                    float* out) {
   if (grid == nullptr || gridWidth <= 0 || gridHeight <= 0) {
-    std::fill(out.begin(), out.end(), 0.0f);
+    std::fill_n(out, span.count, 0.0f);
     return;
   }
   if (gridWidth == context.width && gridHeight == context.height) {
-    const Float* line = grid + (gridHeight - 1 - y) * gridWidth;
-    for (size_t x = 0; x < out.size(); ++x) out[x] = static_cast<float>(line[x]);
+    kernels::ToFloats(grid + (gridHeight - 1 - span.y) * gridWidth + span.x0, out, static_cast<size_t>(span.count));
     return;
   }
-  const Float row = context.GridRow(y, gridHeight);
+  const Float row = context.GridRow(span.y, gridHeight);
   const Int j0 = std::clamp<Int>(static_cast<Int>(row), 0, gridHeight - 1);
   const Int j1 = std::min(j0 + 1, gridHeight - 1);
   const Float fy = row - static_cast<Float>(j0);
@@ -71,87 +118,15 @@ void SampleGridRow(const Float* grid, Int gridWidth, Int gridHeight, const Shade
   const Float scale = context.width > 1 && gridWidth > 1
                           ? static_cast<Float>(gridWidth - 1) / static_cast<Float>(context.width - 1)
                           : 0.0;
-  for (size_t x = 0; x < out.size(); ++x) {
-    const Float column = static_cast<Float>(x) * scale;
+  for (Int k = 0; k < span.count; ++k) {
+    const Float column = static_cast<Float>(span.x0 + k) * scale;
     const Int i0 = std::clamp<Int>(static_cast<Int>(column), 0, gridWidth - 1);
     const Int i1 = std::min(i0 + 1, gridWidth - 1);
     const Float fx = column - static_cast<Float>(i0);
     const Float bottom = lower[i0] + (lower[i1] - lower[i0]) * fx;
     const Float top = upper[i0] + (upper[i1] - upper[i0]) * fx;
-    out[x] = static_cast<float>(bottom + (top - bottom) * fy);
+    out[k] = static_cast<float>(bottom + (top - bottom) * fy);
   }
-}
-
-namespace {
-
-template <BLENDMODE kMode>
-float BlendChannel(float a, float b) {
-  switch (kMode) {
-    case BLENDMODE::NORMAL:
-      return b;
-    case BLENDMODE::ADD:
-      return a + b;
-    case BLENDMODE::SUBTRACT:
-      return a - b;
-    case BLENDMODE::MULTIPLY:
-      return a * b;
-    case BLENDMODE::DIVIDE:
-      return b > 0.0f ? a / b : a;
-    case BLENDMODE::LOWEST:
-      return std::min(a, b);
-    case BLENDMODE::HIGHEST:
-      return std::max(a, b);
-    case BLENDMODE::DIFFERENCE:
-      return std::abs(a - b);
-    case BLENDMODE::PHOENIX:
-      return std::min(a, b) - std::max(a, b) + 1.0f;
-    case BLENDMODE::PHOENIXINVERSE:
-      return std::max(a, b) - std::min(a, b);
-    case BLENDMODE::OVERLAY:
-      return a < 0.5f ? 2.0f * a * b : 1.0f - 2.0f * (1.0f - a) * (1.0f - b);
-    case BLENDMODE::NEGATION:
-      return 1.0f - std::abs(1.0f - a - b);
-    case BLENDMODE::SCREEN:
-      return 1.0f - (1.0f - a) * (1.0f - b);
-    case BLENDMODE::SOFTLIGHT:
-      return b < 0.5f
-                 ? a * a + 2.0f * a * b - 2.0f * a * a * b
-                 : 2.0f * std::sqrt(std::max(a, 0.0f)) * b - std::sqrt(std::max(a, 0.0f)) + 2.0f * a - 2.0f * a * b;
-    case BLENDMODE::HARDLIGHT:
-      return b < 0.5f ? 2.0f * a * b : 1.0f - 2.0f * (1.0f - a) * (1.0f - b);
-    default:
-      return a;  // an unknown mode leaves the layers below as they are
-  }
-}
-
-template <BLENDMODE kMode>
-void BlendLoop(std::span<Colour> base, std::span<const Colour> top, std::span<const float> weights, float opacity) {
-  for (size_t x = 0; x < base.size(); ++x) {
-    Colour& b = base[x];
-    const Colour& t = top[x];
-    const float w = std::clamp(opacity * weights[x] * t.a, 0.0f, 1.0f);
-    const auto mix = [w](float under, float over) {
-      return under + (std::clamp(BlendChannel<kMode>(under, over), 0.0f, 1.0f) - under) * w;
-    };
-    b = {mix(b.r, t.r), mix(b.g, t.g), mix(b.b, t.b), std::max(b.a, w)};
-  }
-}
-
-}  // namespace
-
-void BlendColourRow(std::span<Colour> base, std::span<const Colour> top, std::span<const float> weights, Int32 mode,
-                    float opacity) {
-  using Loop = void (*)(std::span<Colour>, std::span<const Colour>, std::span<const float>, float);
-  // In the stored order of the modes.
-  static constexpr Loop kLoops[] = {
-      BlendLoop<BLENDMODE::NORMAL>,         BlendLoop<BLENDMODE::ADD>,        BlendLoop<BLENDMODE::SUBTRACT>,
-      BlendLoop<BLENDMODE::MULTIPLY>,       BlendLoop<BLENDMODE::DIVIDE>,     BlendLoop<BLENDMODE::LOWEST>,
-      BlendLoop<BLENDMODE::HIGHEST>,        BlendLoop<BLENDMODE::DIFFERENCE>, BlendLoop<BLENDMODE::PHOENIX>,
-      BlendLoop<BLENDMODE::PHOENIXINVERSE>, BlendLoop<BLENDMODE::OVERLAY>,    BlendLoop<BLENDMODE::NEGATION>,
-      BlendLoop<BLENDMODE::SCREEN>,         BlendLoop<BLENDMODE::SOFTLIGHT>,  BlendLoop<BLENDMODE::HARDLIGHT>};
-  static_assert(std::size(kLoops) == static_cast<size_t>(BLENDMODE::HARDLIGHT) + 1);
-  // An unknown mode leaves the layers below as they are.
-  if (mode >= 0 && static_cast<size_t>(mode) < std::size(kLoops)) kLoops[mode](base, top, weights, opacity);
 }
 
 namespace {

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <algorithm>
+#include <hwy/aligned_allocator.h>
 
 #include <memory>
 #include <span>
@@ -11,6 +11,7 @@
 #include "platform/node_data.h"
 #include "platform/registry.h"
 #include "platform/result.h"
+#include "shader/shade_kernels.h"
 #include "vellgrund/grid2d.h"
 
 namespace VLGD {
@@ -55,32 +56,48 @@ struct ShadeContext {
   }
 };
 
-// Rows of colours a worker lends to the inputs of the shader it runs, so that nothing is
-// allocated per sample.
-class RowScratch {
+// A run of pixels of one image row: columns x0 .. x0 + count - 1 of row y.
+struct Span {
+  Int y = 0;
+  Int x0 = 0;
+  Int count = 0;
+};
+// Images are shaded a span at a time, so that every buffer a material needs stays in the
+// first-level cache.
+inline constexpr Int kSpanPixels = 256;
+
+// Span buffers (Padded(kSpanPixels) floats, aligned for any vector) a worker lends to the
+// programs it runs, so that nothing is allocated per span. Borrowing is last in, first out.
+class SpanScratch {
  public:
-  explicit RowScratch(Int width) : width_(width) {}
-  // A row that stays valid until the matching Release.
-  std::span<Colour> Borrow();
-  void Release() { --used_; }
-  // The same for rows of single values.
-  std::span<float> BorrowValues();
-  void ReleaseValues() { --usedValues_; }
+  // Throws std::bad_alloc, which ends the bake that catches it.
+  kernels::Channels BorrowColours();
+  void ReleaseColours() { used_ -= 4; }
+  float* BorrowValues();
+  void ReleaseValues() { --used_; }
 
  private:
-  Int width_;
+  float* Next();
   size_t used_ = 0;
-  size_t usedValues_ = 0;
-  std::vector<std::unique_ptr<Colour[]>> rows_;
-  std::vector<std::unique_ptr<float[]>> valueRows_;
+  std::vector<hwy::AlignedFreeUniquePtr<float[]>> buffers_;
 };
 
 // A shader made ready for one bake: its parameters read once, its inputs compiled.
 class ShaderProgram {
  public:
   virtual ~ShaderProgram() = default;
-  // The colours of image row y, one per texture column.
-  virtual void ShadeRow(Int y, std::span<Colour> out, RowScratch& scratch) const = 0;
+  // The colours of a span. Lanes past the span's count may be written and are ignored.
+  virtual void ShadeSpan(const Span& span, kernels::Channels out, SpanScratch& scratch) const = 0;
+  // Its grey value (the red channel) alone.
+  virtual void ShadeGrey(const Span& span, float* out, SpanScratch& scratch) const;
+  // The one colour of every pixel, where that is so: a layer then blends it without a row.
+  [[nodiscard]] virtual const Colour* Constant() const { return nullptr; }
+};
+
+// A program whose values are grey: its colour is the value in red, green and blue.
+class GreyProgram : public ShaderProgram {
+ public:
+  void ShadeSpan(const Span& span, kernels::Channels out, SpanScratch& scratch) const final;
 };
 
 // The node data of every shader type.
@@ -95,30 +112,17 @@ class ShaderData : public platform::NodeData {
 // The first enabled shader of the list starting at `first`, compiled; nullptr when there is
 // none.
 Result<std::unique_ptr<ShaderProgram>> CompileFirst(Node* first, const ShadeContext& context);
-// A grey value of `input` for every column of row y (its red channel), or `fallback` when
-// there is no input.
-void ShadeInputRow(const ShaderProgram* input, Int y, std::span<float> out, RowScratch& scratch, float fallback);
+// The grey value of `input` over a span, or `fallback` when there is no input.
+void ShadeInputSpan(const ShaderProgram* input, const Span& span, float* out, SpanScratch& scratch, float fallback);
 
-// A grid of the terrain's size sampled at the pixels of row y, bilinearly.
-void SampleGridRow(const Float* grid, Int gridWidth, Int gridHeight, const ShadeContext& context, Int y,
-                   std::span<float> out);
+// A grid of the terrain's size sampled at the pixels of a span, bilinearly.
+void SampleGridSpan(const Float* grid, Int gridWidth, Int gridHeight, const ShadeContext& context, const Span& span,
+                    float* out);
 
-// Blends a row of `top` over `base` with a stored blend mode, each pixel weighed by
-// opacity x weights[x] (0 .. 1). The mode is chosen once per row, not per pixel.
-void BlendColourRow(std::span<Colour> base, std::span<const Colour> top, std::span<const float> weights, Int32 mode,
-                    float opacity);
-
-inline float Smoothstep(float edge0, float edge1, float x) {
-  if (!(edge1 > edge0)) return x < edge0 ? 0.0f : 1.0f;
-  const float t = std::clamp((x - edge0) / (edge1 - edge0), 0.0f, 1.0f);
-  return t * t * (3.0f - 2.0f * t);
-}
-
-// 1 from low up to high, changing smoothly over `smooth` centred on each bound.
-inline float RangeWeight(float value, float low, float high, float smooth) {
-  const float half = std::max(smooth, 0.0f) * 0.5f;
-  return Smoothstep(low - half, low + half, value) * (1.0f - Smoothstep(high - half, high + half, value));
-}
+// Every pixel of a span one colour.
+void FillSpan(kernels::Channels out, const Colour& colour);
+// A program that gives one colour everywhere.
+std::unique_ptr<ShaderProgram> ConstantColour(const Colour& colour);
 
 // The description every shader's description includes.
 const platform::TypeDescriptor& BaseShaderType();

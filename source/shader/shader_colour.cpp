@@ -2,10 +2,7 @@
 
 #include <algorithm>
 #include <array>
-#include <bit>
 #include <cmath>
-#include <cstdint>
-#include <limits>
 
 #include "platform/description.h"
 
@@ -17,19 +14,6 @@ Colour LinearColour(const platform::Vector& srgb) {
           SrgbToLinear(static_cast<float>(srgb.z)), 1.0f};
 }
 
-class ConstantColourProgram final : public ShaderProgram {
- public:
-  explicit ConstantColourProgram(Colour colour) : colour_(colour) {}
-  void ShadeRow(Int y, std::span<Colour> out, RowScratch& scratch) const override {
-    (void)y;
-    (void)scratch;
-    std::fill(out.begin(), out.end(), colour_);
-  }
-
- private:
-  Colour colour_;
-};
-
 struct RampKnot {
   float position = 0.0f;
   Colour colour;
@@ -40,10 +24,16 @@ class RampProgram final : public ShaderProgram {
   RampProgram(std::unique_ptr<ShaderProgram> input, std::vector<RampKnot> knots)
       : input_(std::move(input)), knots_(std::move(knots)) {}
 
-  void ShadeRow(Int y, std::span<Colour> out, RowScratch& scratch) const override {
-    const std::span<float> values = scratch.BorrowValues().first(out.size());
-    ShadeInputRow(input_.get(), y, values, scratch, 0.0f);
-    for (size_t x = 0; x < out.size(); ++x) out[x] = At(values[x]);
+  void ShadeSpan(const Span& span, kernels::Channels out, SpanScratch& scratch) const override {
+    float* values = scratch.BorrowValues();
+    ShadeInputSpan(input_.get(), span, values, scratch, 0.0f);
+    for (Int x = 0; x < span.count; ++x) {
+      const Colour c = At(values[x]);
+      out.r[x] = c.r;
+      out.g[x] = c.g;
+      out.b[x] = c.b;
+      out.a[x] = 1.0f;
+    }
     scratch.ReleaseValues();
   }
 
@@ -111,40 +101,9 @@ float LinearToSrgb(float value) {
   return v <= 0.0031308f ? v * 12.92f : 1.055f * std::pow(v, 1.0f / 2.4f) - 0.055f;
 }
 
-namespace {
-
-std::uint8_t ExactSrgbByte(float linear) {
-  return static_cast<std::uint8_t>(std::lround(LinearToSrgb(linear) * 255.0f));
-}
-
-}  // namespace
-
-SrgbByteEncoder::SrgbByteEncoder() {
-  // Positive floats order as their bit patterns, so each threshold is found exactly by
-  // bisecting the patterns between 0 and 1.
-  const auto bits = [](float f) { return std::bit_cast<std::uint32_t>(f); };
-  for (std::size_t k = 0; k < 255; ++k) {
-    std::uint32_t low = bits(0.0f), high = bits(1.0f);  // byte(low) <= k < byte(high)
-    while (high - low > 1) {
-      const std::uint32_t middle = low + (high - low) / 2;
-      (ExactSrgbByte(std::bit_cast<float>(middle)) > k ? high : low) = middle;
-    }
-    thresholds_[k] = std::bit_cast<float>(high);
-  }
-  thresholds_[255] = std::numeric_limits<float>::infinity();
-  for (std::size_t i = 0; i <= kBuckets; ++i)
-    start_[i] = ExactSrgbByte(static_cast<float>(i) / static_cast<float>(kBuckets));
-}
-
-const SrgbByteEncoder& SrgbByteEncoder::Get() {
-  static const SrgbByteEncoder encoder;
-  return encoder;
-}
-
 Result<std::unique_ptr<ShaderProgram>> ColourShader::Compile(Node& shader, const ShadeContext& context) {
   (void)context;
-  return std::make_unique<ConstantColourProgram>(
-      LinearColour(shader.GetData().GetVector(COLOURSHADER_COLOUR, platform::Vector(0.5))));
+  return ConstantColour(LinearColour(shader.GetData().GetVector(COLOURSHADER_COLOUR, platform::Vector(0.5))));
 }
 
 Result<std::unique_ptr<ShaderProgram>> ColourRampShader::Compile(Node& shader, const ShadeContext& context) {

@@ -1,10 +1,5 @@
 #pragma once
 
-#include <algorithm>
-#include <array>
-#include <cstddef>
-#include <cstdint>
-
 #include "shader/shader.h"
 
 namespace VLGD {
@@ -39,25 +34,5 @@ const platform::TypeDescriptor& ColourRampShaderType();
 // sRGB-encoded 0 .. 1 to linear light and back.
 float SrgbToLinear(float value);
 float LinearToSrgb(float value);
-
-// Linear 0 .. 1 to the sRGB byte that lround(LinearToSrgb(v) * 255) gives, from tables
-// instead of a power per channel.
-class SrgbByteEncoder {
- public:
-  static const SrgbByteEncoder& Get();
-  std::uint8_t operator()(float linear) const {
-    if (!(linear > 0.0f)) return 0;  // NaN as well
-    const float v = std::min(linear, 1.0f);
-    std::size_t byte = start_[static_cast<std::size_t>(v * static_cast<float>(kBuckets))];
-    while (v >= thresholds_[byte]) ++byte;  // a bucket spans at most one step
-    return static_cast<std::uint8_t>(byte);
-  }
-
- private:
-  SrgbByteEncoder();
-  static constexpr std::size_t kBuckets = 4096;
-  std::array<float, 256> thresholds_{};             // where byte k + 1 begins; the last never reached
-  std::array<std::uint8_t, kBuckets + 1> start_{};  // the byte at each bucket's lower edge
-};
 
 }  // namespace VLGD

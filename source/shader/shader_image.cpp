@@ -22,9 +22,10 @@ class ImageProgram final : public ShaderProgram {
         offsetU_(offsetU),
         offsetV_(offsetV) {}
 
-  void ShadeRow(Int y, std::span<Colour> out, RowScratch& scratch) const override {
+  void ShadeSpan(const Span& span, kernels::Channels out, SpanScratch& scratch) const override {
     (void)scratch;
-    const Float v = context_.height > 1 ? 1.0 - static_cast<Float>(y) / static_cast<Float>(context_.height - 1) : 0.0;
+    const Float v =
+        context_.height > 1 ? 1.0 - static_cast<Float>(span.y) / static_cast<Float>(context_.height - 1) : 0.0;
     // Image row 0 is the top: texture v = 1.
     const Float row = Wrap((1.0 - (v * tilesV_ + offsetV_)) * static_cast<Float>(height_) - 0.5, height_);
     const Int j0 = static_cast<Int>(row);
@@ -32,8 +33,8 @@ class ImageProgram final : public ShaderProgram {
     const float fy = static_cast<float>(row - static_cast<Float>(j0));
     const Float stepU = context_.width > 1 ? 1.0 / static_cast<Float>(context_.width - 1) : 0.0;
     const std::vector<Colour>& p = *pixels_;
-    for (size_t x = 0; x < out.size(); ++x) {
-      const Float u = static_cast<Float>(x) * stepU;
+    for (Int x = 0; x < span.count; ++x) {
+      const Float u = static_cast<Float>(span.x0 + x) * stepU;
       const Float column = Wrap((u * tilesU_ + offsetU_) * static_cast<Float>(width_) - 0.5, width_);
       const Int i0 = static_cast<Int>(column);
       const Int i1 = (i0 + 1) % width_;
@@ -42,7 +43,11 @@ class ImageProgram final : public ShaderProgram {
         return Colour{a.r + (b.r - a.r) * f, a.g + (b.g - a.g) * f, a.b + (b.b - a.b) * f, a.a + (b.a - a.a) * f};
       };
       const auto at = [&](Int i, Int j) -> const Colour& { return p[static_cast<size_t>(j * width_ + i)]; };
-      out[x] = mix(mix(at(i0, j0), at(i1, j0), fx), mix(at(i0, j1), at(i1, j1), fx), fy);
+      const Colour c = mix(mix(at(i0, j0), at(i1, j0), fx), mix(at(i0, j1), at(i1, j1), fx), fy);
+      out.r[x] = c.r;
+      out.g[x] = c.g;
+      out.b[x] = c.b;
+      out.a[x] = c.a;
     }
   }
 
@@ -108,22 +113,13 @@ Result<std::vector<Colour>> Decode(const platform::Image& image) {
   return pixels;
 }
 
-class BlackProgram final : public ShaderProgram {
- public:
-  void ShadeRow(Int y, std::span<Colour> out, RowScratch& scratch) const override {
-    (void)y;
-    (void)scratch;
-    std::fill(out.begin(), out.end(), Colour{0.0f, 0.0f, 0.0f, 1.0f});
-  }
-};
-
 }  // namespace
 
 Result<std::unique_ptr<ShaderProgram>> ImageShader::Compile(Node& shader, const ShadeContext& context) {
   const platform::ParameterContainer& data = shader.GetData();
   const std::filesystem::path named = data.GetString(IMAGESHADER_FILE, "");
   const std::filesystem::path file = context.doc != nullptr ? context.doc->ResolveFile(named) : named;
-  if (file.empty()) return std::make_unique<BlackProgram>();
+  if (file.empty()) return ConstantColour(Colour{0.0f, 0.0f, 0.0f, 1.0f});
   if (file != loadedPath_ || pixels_ == nullptr) {
     auto image = platform::ReadImage(file);
     if (!image)

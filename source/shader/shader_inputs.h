@@ -37,7 +37,7 @@ const platform::TypeDescriptor& SlopeShaderType();
 // from central differences (one-sided at the borders).
 Status ComputeSlopes(const Grid2D<Float>& heights, Float sizeX, Float sizeZ, std::vector<float>& slopes,
                      const platform::CancellationToken* cancel);
-// The same for row j alone.
-void SlopeRow(const Grid2D<Float>& heights, Float sizeX, Float sizeZ, Int j, std::span<float> out);
+// The same for samples first .. first + count - 1 of row j alone.
+void SlopeSpan(const Grid2D<Float>& heights, Float sizeX, Float sizeZ, Int j, Int first, Int count, float* out);
 
 }  // namespace VLGD

@@ -1,8 +1,11 @@
 #include "shader/shader_layer.h"
 
+#include <algorithm>
 #include <new>
+#include <span>
 
 #include "platform/description.h"
+#include "vellgrund/blend.h"
 
 namespace VLGD {
 namespace {
@@ -16,23 +19,47 @@ struct Layer {
 
 class LayerProgram final : public ShaderProgram {
  public:
-  explicit LayerProgram(std::vector<Layer> layers) : layers_(std::move(layers)) {}
+  explicit LayerProgram(std::vector<Layer> layers) : layers_(std::move(layers)) {
+    // A first layer of one colour, unmasked and normal, is what the stack starts from: the
+    // blend over nothing would give that colour at its weight.
+    if (layers_.empty() || layers_.front().mask != nullptr ||
+        layers_.front().mode != static_cast<Int32>(BLENDMODE::NORMAL))
+      return;
+    if (const Colour* colour = layers_.front().colour->Constant()) {
+      const float weight = std::clamp(layers_.front().opacity * colour->a, 0.0f, 1.0f);
+      const auto weighed = [weight](float channel) { return std::clamp(channel, 0.0f, 1.0f) * weight; };
+      ground_ = {weighed(colour->r), weighed(colour->g), weighed(colour->b), weight};
+      firstBlended_ = 1;
+    }
+  }
 
-  void ShadeRow(Int y, std::span<Colour> out, RowScratch& scratch) const override {
-    std::fill(out.begin(), out.end(), Colour{0.0f, 0.0f, 0.0f, 0.0f});
-    const std::span<Colour> top = scratch.Borrow().first(out.size());
-    const std::span<float> weights = scratch.BorrowValues().first(out.size());
-    for (const Layer& layer : layers_) {
-      layer.colour->ShadeRow(y, top, scratch);
-      ShadeInputRow(layer.mask.get(), y, weights, scratch, 1.0f);
-      BlendColourRow(out, top, weights, layer.mode, layer.opacity);
+  void ShadeSpan(const Span& span, kernels::Channels out, SpanScratch& scratch) const override {
+    FillSpan(out, ground_);
+    const auto count = static_cast<size_t>(span.count);
+    const kernels::Channels top = scratch.BorrowColours();
+    float* weights = scratch.BorrowValues();
+    for (const Layer& layer : std::span(layers_).subspan(firstBlended_)) {
+      const float* weighed = nullptr;
+      if (layer.mask != nullptr) {
+        layer.mask->ShadeGrey(span, weights, scratch);
+        weighed = weights;
+      }
+      if (const Colour* colour = layer.colour->Constant()) {
+        const float constant[4] = {colour->r, colour->g, colour->b, colour->a};
+        kernels::BlendConstantSpan(layer.mode, out, constant, weighed, layer.opacity, count);
+      } else {
+        layer.colour->ShadeSpan(span, top, scratch);
+        kernels::BlendSpan(layer.mode, out, {top.r, top.g, top.b, top.a}, weighed, layer.opacity, count);
+      }
     }
     scratch.ReleaseValues();
-    scratch.Release();
+    scratch.ReleaseColours();
   }
 
  private:
   std::vector<Layer> layers_;
+  Colour ground_{0.0f, 0.0f, 0.0f, 0.0f};
+  size_t firstBlended_ = 0;
 };
 
 platform::Description LayerShaderDescription() {

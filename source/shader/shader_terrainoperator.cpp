@@ -8,7 +8,7 @@
 namespace VLGD {
 namespace {
 
-class OperatorOutputProgram final : public ShaderProgram {
+class OperatorOutputProgram final : public GreyProgram {
  public:
   OperatorOutputProgram(const ShadeContext& context, const Grid2D<Float>* grid, std::span<const Float> mask,
                         bool normalise)
@@ -20,24 +20,20 @@ class OperatorOutputProgram final : public ShaderProgram {
     }
   }
 
-  void ShadeRow(Int y, std::span<Colour> out, RowScratch& scratch) const override {
+  void ShadeGrey(const Span& span, float* out, SpanScratch& scratch) const override {
+    (void)scratch;
     // A mask that weighed nothing is 1 everywhere; an operator never built reads 0.
     const bool fromMask = grid_ == nullptr;
     const Int width = fromMask ? context_.heights->Width() : grid_->Width();
     const Int height = fromMask ? context_.heights->Height() : grid_->Height();
     if ((fromMask && mask_.empty()) || width * height == 0 ||
         (fromMask && static_cast<Int>(mask_.size()) != width * height)) {
-      const float value = fromMask && mask_.empty() ? 1.0f : 0.0f;
-      std::fill(out.begin(), out.end(), Colour{value, value, value, 1.0f});
+      std::fill_n(out, span.count, fromMask && mask_.empty() ? 1.0f : 0.0f);
       return;
     }
-    const std::span<float> grey = scratch.BorrowValues().first(out.size());
-    SampleGridRow(fromMask ? mask_.data() : grid_->Data(), width, height, context_, y, grey);
-    for (size_t x = 0; x < out.size(); ++x) {
-      const float v = std::clamp(static_cast<float>((static_cast<Float>(grey[x]) + offset_) * scale_), 0.0f, 1.0f);
-      out[x] = Colour{v, v, v, 1.0f};
-    }
-    scratch.ReleaseValues();
+    SampleGridSpan(fromMask ? mask_.data() : grid_->Data(), width, height, context_, span, out);
+    for (Int x = 0; x < span.count; ++x)
+      out[x] = std::clamp(static_cast<float>((static_cast<Float>(out[x]) + offset_) * scale_), 0.0f, 1.0f);
   }
 
  private:
@@ -46,15 +42,6 @@ class OperatorOutputProgram final : public ShaderProgram {
   std::span<const Float> mask_;
   Float offset_ = 0.0;
   Float scale_ = 1.0;
-};
-
-class ConstantProgram final : public ShaderProgram {
- public:
-  void ShadeRow(Int y, std::span<Colour> out, RowScratch& scratch) const override {
-    (void)y;
-    (void)scratch;
-    std::fill(out.begin(), out.end(), Colour{0.0f, 0.0f, 0.0f, 1.0f});
-  }
 };
 
 platform::Description TerrainOperatorShaderDescription() {
@@ -79,7 +66,7 @@ Result<std::unique_ptr<ShaderProgram>> TerrainOperatorShader::Compile(Node& shad
   auto* data =
       op != nullptr && op->IsInstanceOf(ID_BASETERRAINOPERATOR) ? op->GetNodeData<BaseTerrainOperatorData>() : nullptr;
   if (watched_.GetLink(doc) != op || material_.GetLink(doc) != context.material) Unregister(doc);
-  if (data == nullptr) return std::make_unique<ConstantProgram>();
+  if (data == nullptr) return ConstantColour(Colour{0.0f, 0.0f, 0.0f, 1.0f});
   VLGD_RETURN_IF_ERROR(data->Observers().AddObserver(context.material, &doc));
   watched_.SetLink(op);
   material_.SetLink(context.material);

@@ -7,6 +7,7 @@
 
 #include "platform/memory.h"
 #include "platform/parallel.h"
+#include "vellgrund/convolution_rows.h"
 
 namespace VLGD::Convolution {
 namespace {
@@ -14,11 +15,9 @@ namespace {
 using platform::CancellationToken;
 using platform::ParallelOptions;
 
-constexpr Int kGranularity = 16;              // rows of one chunk of a row loop
-constexpr Int kLanes = 8;                     // rows a horizontal sliding pass walks at once
-constexpr Int kLaneGroupsPerChunk = 2;        // 16 rows
-constexpr Int kTileColumns = 512;             // columns of a vertical sliding pass tile
-constexpr Int kMaxKernelSize = Int{1} << 31;  // beyond, size x size cannot be counted
+constexpr Int kGranularity = 16;                // rows of one chunk of a row loop
+constexpr Int kMaxKernelSize = Int{1} << 31;    // beyond, size x size cannot be counted
+constexpr Int kStreamedSamples = Int{1} << 22;  // 32 MiB of results: more than a cache keeps
 
 constexpr const char* kBoxBlurEmpty = "Can't BluxBlur a grid with size 0!";
 constexpr const char* kBoxBlurVertical = "Vertical BoxBlur pass cancelled!";
@@ -78,20 +77,6 @@ Int RestartPeriod(Int half) {
   return std::max<Int>(256, 4 * (2 * half + 1));
 }
 
-// The window of the clamped sequence around c: the direct indices lo .. hi, plus the
-// indices before 0 (each reading index 0) and past count - 1 (reading count - 1).
-struct BoxWindow {
-  Int lo;
-  Int hi;
-  Float below;
-  Float above;
-};
-
-BoxWindow BoxWindowAt(Int c, Int half, Int count) {
-  return {std::max<Int>(0, c - half), std::min<Int>(count - 1, c + half),
-          static_cast<Float>(std::max<Int>(0, half - c)), static_cast<Float>(std::max<Int>(0, c + half - (count - 1)))};
-}
-
 // ---- Direct passes: the sum over every tap in tap order, times a scale ------------------
 
 // out[x] += k x row[x + offset], the index remapped only where it leaves the row.
@@ -144,24 +129,6 @@ Status DirectHorizontal(const Float* src, Float* dst, Int width, Int height, std
   });
 }
 
-// acc[x] += the sum over t of weights[t] x sources[t][x], four sources a pass.
-void WeightedSum(Float* acc, const Float* const* sources, const Float* weights, Int count, Int width) {
-  Int t = 0;
-  for (; t + 4 <= count; t += 4) {
-    const Float* s0 = sources[t];
-    const Float* s1 = sources[t + 1];
-    const Float* s2 = sources[t + 2];
-    const Float* s3 = sources[t + 3];
-    const Float w0 = weights[t], w1 = weights[t + 1], w2 = weights[t + 2], w3 = weights[t + 3];
-    for (Int x = 0; x < width; ++x) acc[x] = acc[x] + w0 * s0[x] + w1 * s1[x] + w2 * s2[x] + w3 * s3[x];
-  }
-  for (; t < count; ++t) {
-    const Float* s0 = sources[t];
-    const Float w0 = weights[t];
-    for (Int x = 0; x < width; ++x) acc[x] += w0 * s0[x];
-  }
-}
-
 // One row of the direct convolution: out[x] = the sum over kernel rows i and columns j, in
 // this order, of K[i][j] x rows[i][x - n/2 + j]. N is the kernel size when known at compile
 // time (0: n). The interior reads its columns directly; the border remaps them.
@@ -192,235 +159,94 @@ void DirectRow(Float* out, const Float* const* rows, const Float* kernel, Int n,
 
 // ---- Sliding passes ---------------------------------------------------------------------
 
-// Runs body(y0, y1, x0, x1, scratch) over tiles of `period` rows by `columns` columns, in
-// parallel, each tile walking its rows top to bottom; scratch holds `scratchCount` doubles of
-// undefined contents.
-template <class Body>
-Status ForEachTile(Int width, Int height, Int period, Int columns, Int scratchCount, Body&& body) {
+// Box: dst[y] = w x the sum over the 2 half + 1 rows around y (clamped), then the same along
+// the rows, both as sliding sums, kGroupRows rows at a time so that the vertical pass's rows
+// are still in cache when the horizontal one reads them. Row blocks of `period` rows run in
+// parallel, each restarting its vertical sums. When there are too few blocks to keep every
+// worker busy (wide windows), a block splits into parts, each replaying the block's sums
+// down to its first row: the same additions in the same order, so the same bits. src and dst
+// must be different grids.
+Status BoxSlide(const Float* src, Float* dst, Int width, Int height, Int half, Float w,
+                const CancellationToken* thread) {
+  constexpr Int kPartRows = 256;
+  const Int period = RestartPeriod(half);
+  const Int blocks = (height + period - 1) / period;
+  const int threads = height < platform::kSingleThreadBelowRows ? 1 : platform::MaxThreads();
+  const Int parts = threads > 1 && blocks < 4 * threads ? (period + kPartRows - 1) / kPartRows : 1;
+  const Int partRows = (period + parts - 1) / parts;
+  return platform::ParallelForRange(0, blocks * parts, PassOptions(height, 1), [&](Int begin, Int end) -> Status {
+    const Scratch buffer(0, width * Rows::kGroupRows);
+    const Scratch sums(1, width);
+    for (Int item = begin; item < end; ++item) {
+      const Int y0 = item / parts * period;
+      const Int first = y0 + item % parts * partRows;
+      const Int last = std::min({height, y0 + period, first + partRows});
+      if (first >= last) continue;
+      Rows::BoxColumnSums(src, width, height, y0, half, sums.Data());
+      Rows::BoxAdvance(src, width, height, y0, first - y0, half, sums.Data());
+      for (Int y = first; y < last; y += Rows::kGroupRows) {
+        const Int rows = std::min(Rows::kGroupRows, last - y);
+        for (Int row = y; row < y + rows; ++row)
+          if (RowBreaks(row, thread)) return platform::CancelledError(kBoxBlurVertical);
+        Rows::BoxRows(src, dst, width, height, y, rows, half, w, period, sums.Data(), buffer.Data());
+      }
+    }
+    return platform::Ok();
+  });
+}
+
+// The ring buffer's budget of doubles per vertical tile: wide tiles for small kernels.
+constexpr Int kRingBudget = Int{1} << 16;
+constexpr Int kTileColumns = 512;  // the widest vertical tile
+
+// The ramp down the columns, in tiles of `period` rows (each restarting its sums) by up to
+// kTileColumns columns, in parallel.
+Status RampSlideVertical(const Float* src, Float* dst, Int width, Int height, const Rows::Ramp& ramp,
+                         const CancellationToken* thread) {
+  const Int ringSize = ramp.half + 1;
+  const Int columns = std::clamp<Int>(kRingBudget / ringSize, 16, kTileColumns);
+  const Int period = RestartPeriod(ramp.half);
   const Int rowBlocks = (height + period - 1) / period;
   const Int columnBlocks = (width + columns - 1) / columns;
   return platform::ParallelForRange(
       0, rowBlocks * columnBlocks, PassOptions(height, 1), [&](Int begin, Int end) -> Status {
-        const Scratch scratch(0, scratchCount);
+        const Scratch state(0, (ringSize + 2) * columns);
         for (Int tile = begin; tile < end; ++tile) {
           const Int y0 = tile / columnBlocks * period;
+          const Int y1 = std::min(height, y0 + period);
           const Int x0 = tile % columnBlocks * columns;
-          VLGD_RETURN_IF_ERROR(
-              body(y0, std::min(height, y0 + period), x0, std::min(width, x0 + columns), scratch.Data()));
+          const Int count = std::min(width, x0 + columns) - x0;
+          Rows::RampColumnsStart(src, width, height, y0, x0, count, ramp, state.Data());
+          Int oldest = 0;
+          for (Int y = y0; y < y1; ++y) {
+            if (RowBreaks(y, thread)) return platform::CancelledError(kSharpenVertical);
+            Rows::RampColumnsRow(src, dst, width, height, y, x0, count, ramp, state.Data(), oldest);
+            if (++oldest == ringSize) oldest = 0;
+          }
         }
         return platform::Ok();
       });
 }
 
-// Runs body(firstRow, lanes, buffer, scratch) over groups of kLanes rows, in parallel; buffer
-// holds the group's rows interleaved (buffer[x * kLanes + lane]) on entry, scratch
-// `scratchCount` doubles of undefined contents.
-template <class Body>
-Status ForEachLaneGroup(const Float* src, Int width, Int height, Int scratchCount, const CancellationToken* thread,
-                        const char* cancelled, Body&& body) {
-  const Int groups = (height + kLanes - 1) / kLanes;
-  return platform::ParallelForRange(0, groups, PassOptions(height, kLaneGroupsPerChunk),
-                                    [&](Int begin, Int end) -> Status {
-                                      const Scratch rows(0, width * kLanes);
-                                      const Scratch scratch(1, scratchCount);
-                                      Float* buffer = rows.Data();
-                                      for (Int group = begin; group < end; ++group) {
-                                        const Int first = group * kLanes;
-                                        const Int lanes = std::min(kLanes, height - first);
-                                        for (Int lane = 0; lane < lanes; ++lane)
-                                          if (RowBreaks(first + lane, thread))
-                                            return platform::CancelledError(cancelled);
-                                        for (Int lane = 0; lane < lanes; ++lane) {
-                                          const Float* row = src + (first + lane) * width;
-                                          for (Int x = 0; x < width; ++x) buffer[x * kLanes + lane] = row[x];
-                                        }
-                                        body(first, lanes, buffer, scratch.Data());
-                                      }
-                                      return platform::Ok();
-                                    });
-}
-
-// Box: dst[y] = w x sum over the 2 half + 1 rows around y (clamped), as a sliding sum.
-Status BoxSlideVertical(const Float* src, Float* dst, Int width, Int height, Int half, Float w,
-                        const CancellationToken* thread) {
-  return ForEachTile(width, height, RestartPeriod(half), kTileColumns, kTileColumns,
-                     [&](Int y0, Int y1, Int x0, Int x1, Float* sum) -> Status {
-                       const Int m = x1 - x0;
-                       std::fill(sum, sum + m, 0.0);
-                       const BoxWindow window = BoxWindowAt(y0, half, height);
-                       for (Int r = window.lo; r <= window.hi; ++r) {
-                         const Float* row = src + r * width + x0;
-                         for (Int x = 0; x < m; ++x) sum[x] += row[x];
-                       }
-                       const Float* top = src + x0;
-                       const Float* bottom = src + (height - 1) * width + x0;
-                       for (Int x = 0; x < m; ++x) sum[x] += window.below * top[x] + window.above * bottom[x];
-                       for (Int y = y0; y < y1; ++y) {
-                         if (RowBreaks(y, thread)) return platform::CancelledError(kBoxBlurVertical);
-                         Float* out = dst + y * width + x0;
-                         for (Int x = 0; x < m; ++x) out[x] = w * sum[x];
-                         if (y + 1 == y1) break;
-                         const Float* add = src + std::min(y + half + 1, height - 1) * width + x0;
-                         const Float* sub = src + std::max<Int>(y - half, 0) * width + x0;
-                         for (Int x = 0; x < m; ++x) sum[x] += add[x] - sub[x];
-                       }
-                       return platform::Ok();
-                     });
-}
-
-// Box along the rows, kLanes rows at once; src and dst may be the same grid.
-Status BoxSlideHorizontal(const Float* src, Float* dst, Int width, Int height, Int half, Float w,
-                          const CancellationToken* thread) {
-  const Int period = RestartPeriod(half);
-  return ForEachLaneGroup(src, width, height, 0, thread, kBoxBlurHorizontal,
-                          [&](Int first, Int lanes, const Float* in, Float*) {
-                            Float* out = dst + first * width;
-                            const Float* last = in + (width - 1) * kLanes;
-                            for (Int start = 0; start < width; start += period) {
-                              const Int end = std::min(width, start + period);
-                              const BoxWindow window = BoxWindowAt(start, half, width);
-                              Float sum[kLanes] = {};
-                              for (Int t = window.lo; t <= window.hi; ++t)
-                                for (Int lane = 0; lane < kLanes; ++lane) sum[lane] += in[t * kLanes + lane];
-                              for (Int lane = 0; lane < kLanes; ++lane)
-                                sum[lane] += window.below * in[lane] + window.above * last[lane];
-                              for (Int x = start; x < end; ++x) {
-                                for (Int lane = 0; lane < lanes; ++lane) out[lane * width + x] = w * sum[lane];
-                                const Float* add = in + std::min(x + half + 1, width - 1) * kLanes;
-                                const Float* sub = in + std::max<Int>(x - half, 0) * kLanes;
-                                for (Int lane = 0; lane < kLanes; ++lane) sum[lane] += add[lane] - sub[lane];
-                              }
-                            }
-                          });
-}
-
-// The ramp kernel v[k] = a + delta k (k = |offset| = 0 .. half) as a box and a tent:
-// v[k] = A - delta (half + 1 - k) with A = a + delta (half + 1), so the window at c is
-// A S(c) - delta T(c), S the sum of the 2 half + 1 samples and T the tent sum with weights
-// half + 1 - |k|. With F(j) = x[j + 1] + ... + x[j + half + 1] (a sliding sum):
-//   T(c) = F(c - half - 1) + ... + F(c - 1),  T(c + 1) = T(c) + F(c) - F(c - half - 1),
-//   S(c) = F(c - half - 1) + F(c) - x[c + half + 1].
-// The last half + 1 values of F are kept in a ring, so that T takes back exactly the value
-// it added: rounding then grows with the number of steps, not with its square.
-struct Ramp {
-  Int half;
-  Float a;
-  Float delta;
-  Float w;
-};
-
-// The ring buffer's budget of doubles per vertical tile: wide tiles for small kernels.
-constexpr Int kRingBudget = Int{1} << 16;
-
-Status RampSlideVertical(const Float* src, Float* dst, Int width, Int height, const Ramp& ramp,
-                         const CancellationToken* thread) {
-  const Int half = ramp.half;
-  const Int ringSize = half + 1;
-  const Float boxWeight = ramp.a + ramp.delta * static_cast<Float>(ringSize);
-  const Int columns = std::clamp<Int>(kRingBudget / ringSize, 16, kTileColumns);
-  const auto row = [&](Int index, Int x0) { return src + std::clamp<Int>(index, 0, height - 1) * width + x0; };
-  return ForEachTile(width, height, RestartPeriod(half), columns, (ringSize + 2) * columns,
-                     [&](Int y0, Int y1, Int x0, Int x1, Float* ring) -> Status {
-                       const Int m = x1 - x0;
-                       std::fill(ring + ringSize * m, ring + (ringSize + 2) * m, 0.0);
-                       Float* forward = ring + ringSize * m;  // F(j) of the last step
-                       Float* tent = forward + m;
-                       // F(y0 - half - 1): the samples y0 - half .. y0, clamped.
-                       const BoxWindow first = BoxWindowAt(y0, half, height);
-                       for (Int r = std::max<Int>(0, y0 - half); r <= y0; ++r) {
-                         const Float* in = row(r, x0);
-                         for (Int x = 0; x < m; ++x) forward[x] += in[x];
-                       }
-                       const Float* top = row(0, x0);
-                       for (Int x = 0; x < m; ++x) forward[x] += first.below * top[x];
-                       std::copy(forward, forward + m, ring);
-                       std::copy(forward, forward + m, tent);
-                       for (Int t = 1; t < ringSize; ++t) {
-                         const Float* add = row(y0 + t, x0);
-                         const Float* sub = row(y0 - half - 1 + t, x0);
-                         Float* slot = ring + t * m;
-                         for (Int x = 0; x < m; ++x) {
-                           forward[x] += add[x] - sub[x];
-                           slot[x] = forward[x];
-                           tent[x] += forward[x];
-                         }
-                       }
-                       Int oldest = 0;
-                       for (Int y = y0; y < y1; ++y) {
-                         if (RowBreaks(y, thread)) return platform::CancelledError(kSharpenVertical);
-                         const Float* add = row(y + half + 1, x0);
-                         const Float* sub = row(y, x0);
-                         Float* slot = ring + oldest * m;
-                         Float* out = dst + y * width + x0;
-                         for (Int x = 0; x < m; ++x) {
-                           const Float old = slot[x];
-                           const Float next = forward[x] + add[x] - sub[x];
-                           const Float box = old + next - add[x];
-                           out[x] = ramp.w * (boxWeight * box - ramp.delta * tent[x]);
-                           tent[x] += next - old;
-                           slot[x] = next;
-                           forward[x] = next;
-                         }
-                         if (++oldest == ringSize) oldest = 0;
-                       }
-                       return platform::Ok();
-                     });
-}
-
-Status RampSlideHorizontal(const Float* src, Float* dst, Int width, Int height, const Ramp& ramp,
+// The ramp along the rows, kGroupRows rows a call, in parallel; src and dst may be the same
+// grid.
+Status RampSlideHorizontal(const Float* src, Float* dst, Int width, Int height, const Rows::Ramp& ramp,
                            const CancellationToken* thread) {
-  const Int half = ramp.half;
-  const Int ringSize = half + 1;
-  const Float boxWeight = ramp.a + ramp.delta * static_cast<Float>(ringSize);
-  const Int period = RestartPeriod(half);
-  return ForEachLaneGroup(src, width, height, ringSize * kLanes, thread, kSharpenHorizontal,
-                          [&](Int first, Int lanes, const Float* in, Float* ring) {
-                            Float* out = dst + first * width;
-                            const auto at = [&](Int index) {
-                              return in + std::clamp<Int>(index, 0, width - 1) * kLanes;
-                            };
-                            for (Int start = 0; start < width; start += period) {
-                              const Int end = std::min(width, start + period);
-                              Float forward[kLanes] = {};
-                              Float tent[kLanes] = {};
-                              const BoxWindow window = BoxWindowAt(start, half, width);
-                              for (Int t = std::max<Int>(0, start - half); t <= start; ++t)
-                                for (Int lane = 0; lane < kLanes; ++lane) forward[lane] += in[t * kLanes + lane];
-                              for (Int lane = 0; lane < kLanes; ++lane) {
-                                forward[lane] += window.below * in[lane];
-                                ring[lane] = forward[lane];
-                                tent[lane] = forward[lane];
-                              }
-                              for (Int t = 1; t < ringSize; ++t) {
-                                const Float* add = at(start + t);
-                                const Float* sub = at(start - half - 1 + t);
-                                Float* slot = ring + t * kLanes;
-                                for (Int lane = 0; lane < kLanes; ++lane) {
-                                  forward[lane] += add[lane] - sub[lane];
-                                  slot[lane] = forward[lane];
-                                  tent[lane] += forward[lane];
-                                }
-                              }
-                              Int oldest = 0;
-                              for (Int x = start; x < end; ++x) {
-                                const Float* add = at(x + half + 1);
-                                const Float* sub = in + x * kLanes;
-                                Float* slot = ring + oldest * kLanes;
-                                Float result[kLanes];
-                                for (Int lane = 0; lane < kLanes; ++lane) {
-                                  const Float old = slot[lane];
-                                  const Float next = forward[lane] + add[lane] - sub[lane];
-                                  const Float box = old + next - add[lane];
-                                  result[lane] = ramp.w * (boxWeight * box - ramp.delta * tent[lane]);
-                                  tent[lane] += next - old;
-                                  slot[lane] = next;
-                                  forward[lane] = next;
-                                }
-                                for (Int lane = 0; lane < lanes; ++lane) out[lane * width + x] = result[lane];
-                                if (++oldest == ringSize) oldest = 0;
-                              }
-                            }
-                          });
+  const Int period = RestartPeriod(ramp.half);
+  const Int groups = (height + Rows::kGroupRows - 1) / Rows::kGroupRows;
+  const auto slide = [&](Int begin, Int end) -> Status {
+    const Scratch buffer(0, width * Rows::kGroupRows);
+    const Scratch ring(1, (ramp.half + 1) * Rows::kGroupRows);
+    for (Int group = begin; group < end; ++group) {
+      const Int first = group * Rows::kGroupRows;
+      const Int rows = std::min(Rows::kGroupRows, height - first);
+      for (Int row = first; row < first + rows; ++row)
+        if (RowBreaks(row, thread)) return platform::CancelledError(kSharpenHorizontal);
+      Rows::RampRows(src + first * width, dst + first * width, width, rows, ramp, period, ring.Data(), buffer.Data());
+    }
+    return platform::Ok();
+  };
+  return platform::ParallelForRange(0, groups, PassOptions(height, kGranularity / Rows::kGroupRows), slide);
 }
 
 // ---- Shared set-up ------------------------------------------------------------------------
@@ -434,15 +260,17 @@ Status PrepareDestination(const Grid2D<Float>& source, Grid2D<Float>& destinatio
   return platform::Ok();
 }
 
-// Vertical from src into mid, then horizontal from mid into dst (which may be mid).
+// Vertical from src into mid, then horizontal from mid into dst (which may be mid or src).
 Status BoxPasses(const Float* src, Float* mid, Float* dst, Int width, Int height, Int diameter,
                  const CancellationToken* thread) {
   const Float w = InverseOrZero(static_cast<Float>(diameter));
   // Rounded down, so that every negative diameter sums no tap at all.
   const Int half = diameter >= 0 ? diameter / 2 : -((1 - diameter) / 2);
   if (half >= 2) {
-    VLGD_RETURN_IF_ERROR(BoxSlideVertical(src, mid, width, height, half, w, thread));
-    return BoxSlideHorizontal(mid, dst, width, height, half, w, thread);
+    if (src != dst) return BoxSlide(src, dst, width, height, half, w, thread);
+    // Both passes run at once, so in place they read a copy.
+    std::copy(src, src + width * height, mid);
+    return BoxSlide(mid, dst, width, height, half, w, thread);
   }
   // Small or empty windows: the sum of w x sample over the taps, as the pass reads.
   const std::vector<Float> taps(static_cast<std::size_t>(std::max<Int>(0, 2 * half + 1)), w);
@@ -481,7 +309,7 @@ Status SharpenPasses(const Float* src, Float* mid, Float* dst, Int width, Int he
                      const CancellationToken* thread) {
   const Int half = setup.half;
   if (half >= 2) {
-    const Ramp ramp{half, setup.centre, (-1.0 - setup.centre) / static_cast<Float>(half), setup.w};
+    const Rows::Ramp ramp{half, setup.centre, (-1.0 - setup.centre) / static_cast<Float>(half), setup.w};
     VLGD_RETURN_IF_ERROR(RampSlideVertical(src, mid, width, height, ramp, thread));
     return RampSlideHorizontal(mid, dst, width, height, ramp, thread);
   }
@@ -537,9 +365,9 @@ Status BaseKernel::Initialize(UInt32 n, const Float* data) {
 Status BaseKernel::Resize(UInt32 n, std::optional<Int> count) {
   separable_.reset();
   const Int values = count.value_or(static_cast<Int>(n) * static_cast<Int>(n));
-  if (const Status fits = platform::CheckMemory(platform::BytesFor(values, sizeof(Float)),
-                                                "A kernel of " + std::to_string(n) + " x " + std::to_string(n) +
-                                                    " weights");
+  if (const Status fits =
+          platform::CheckMemory(platform::BytesFor(values, sizeof(Float)),
+                                "A kernel of " + std::to_string(n) + " x " + std::to_string(n) + " weights");
       !fits) {
     values_ = {};
     size_ = 0;
@@ -685,25 +513,24 @@ Status Convolve(const Grid2D<Float>& source, Grid2D<Float>& destination, const B
       static_cast<Int>(form->column.size()) == n && static_cast<Int>(form->row.size()) == n) {
     // Down the columns into a padded row, then along it: 2n taps a sample instead of n^2.
     const Int half = n / 2;
-    return platform::ParallelForRange(0, height, rows, [&](Int y0, Int y1) {
-      std::vector<Float> padded(static_cast<std::size_t>(width + 2 * half));
-      std::vector<const Float*> sources(static_cast<std::size_t>(n));
-      Float* middle = padded.data() + half;
+    const bool streamed = width * height > kStreamedSamples;
+    return platform::ParallelForRange(0, height, rows, [&](Int y0, Int y1) -> Status {
+      const Scratch padded(0, width + 2 * half);
+      std::vector<const Float*> sources;
+      VLGD_RETURN_IF_ERROR(platform::TryResize(sources, n));
+      Float* middle = padded.Data() + half;
       for (Int y = y0; y < y1; ++y) {
         for (Int i = 0; i < n; ++i)
           sources[static_cast<std::size_t>(i)] = src + EdgeIndex(y - half + i, height, mode) * width;
-        std::fill(middle, middle + width, 0.0);
-        WeightedSum(middle, sources.data(), form->column.data(), n, width);
+        Rows::WeightedRows(middle, sources.data(), form->column.data(), n, width);
         for (Int t = 1; t <= half; ++t) {
           middle[-t] = middle[EdgeIndex(-t, width, mode)];
           middle[width - 1 + t] = middle[EdgeIndex(width - 1 + t, width, mode)];
         }
-        Float* out = dst + y * width;
-        const Float* centre = src + y * width;
-        for (Int x = 0; x < width; ++x) out[x] = form->centre * centre[x];
-        for (Int j = 0; j < n; ++j) sources[static_cast<std::size_t>(j)] = padded.data() + j;
-        WeightedSum(out, sources.data(), form->row.data(), n, width);
+        Rows::WeightedShifts(dst + y * width, src + y * width, form->centre, padded.Data(), form->row.data(), n, width,
+                             streamed);
       }
+      return platform::Ok();
     });
   }
 

@@ -139,7 +139,7 @@ enum class ConvolutionPath {
 // destination takes the source's shape, its samples are all written and its range is
 // reset. Rows run in parallel (granularity 16); there is no cancellation. The direct path
 // adds the taps in kernel order, as the sum reads; the separable path equals it up to
-// rounding. Source and destination must be different grids.
+// rounding, the same on every SIMD target. Source and destination must be different grids.
 Status Convolve(const Grid2D<Float>& source, Grid2D<Float>& destination, const BaseKernel& kernel, OUTOFBOUNDSMODE mode,
                 ConvolutionPath path = ConvolutionPath::AUTOMATIC);
 
@@ -147,11 +147,13 @@ Status Convolve(const Grid2D<Float>& source, Grid2D<Float>& destination, const B
 // the d / 2 (rounded down) neighbours on either side and the sample itself, each weighed
 // 1 / d (0 when d is 0), with clamped edges. A negative diameter sums no tap at all and
 // gives zeros. Fails with "Can't BluxBlur a grid with size 0!" on an empty grid, with
-// "Vertical BoxBlur pass cancelled!" / "Horizontal BoxBlur pass cancelled!" when the
-// thread reports a break at the start of a row y with (y & 999) != 0 (the grid is then
-// left partly blurred). The passes use sliding sums, whose results equal the direct sums
-// up to rounding, independent of the number of threads; below 501 rows they run on one
-// thread. The range of the grid is left as it was.
+// "Vertical BoxBlur pass cancelled!" (or "Horizontal BoxBlur pass cancelled!" from the
+// second pass of diameters below 4) when the thread reports a break at the start of a row y
+// with (y & 999) != 0 (the grid is then left partly blurred). From diameter 4 the passes are
+// sliding sums, whose results equal the direct sums up to rounding, independent of the
+// number of threads and of the SIMD target; they run together, a few rows at a time, and in
+// place on a copy of the grid. Below 501 rows they run on one thread. The range of the grid
+// is left as it was.
 Status BoxBlur(Grid2D<Float>& grid, Int diameter, const platform::CancellationToken* thread = nullptr);
 // The same from a source into a destination that takes the source's shape (range reset).
 Status BoxBlur(const Grid2D<Float>& source, Grid2D<Float>& destination, Int diameter,
@@ -164,8 +166,8 @@ Status BoxBlur(const Grid2D<Float>& source, Grid2D<Float>& destination, Int diam
 // size 0!", the kernel's "Can't initialize kernel with size 0!", "Can't initialize kernel
 // with a negative size!", and "Vertical Sharpen pass cancelled!" / "Horizontal Sharpen
 // pass cancelled!" under the same break rule as the box blur. Sizes 1 and 2 give
-// not-a-number everywhere. Larger sizes use sliding sums (equal to the direct sums up to
-// rounding).
+// not-a-number everywhere. From size 4 the passes are sliding sums (equal to the direct sums
+// up to rounding, independent of the number of threads and of the SIMD target).
 Status SeparableSharpen(Grid2D<Float>& grid, Int size, Float amount,
                         const platform::CancellationToken* thread = nullptr);
 Status SeparableSharpen(const Grid2D<Float>& source, Grid2D<Float>& destination, Int size, Float amount,

@@ -1,5 +1,6 @@
 #include "vellgrund/distortion.h"
 
+#include <algorithm>
 #include <cmath>
 #include <numbers>
 
@@ -20,6 +21,30 @@ TerrainDistortion TerrainDistortion::Read(const platform::ParameterReader& data)
   distortion.offset = data.GetVector(TERRAINDISTORTION_OFFSET) * 0.01;
   distortion.beforeMatrix = data.GetBool(TERRAINDISTORTION_BEFORE_MATRIX);
   return distortion;
+}
+
+void TerrainDistortion::ApplyRow(std::span<Vector> points) const {
+  if (!enabled) return;
+  constexpr std::size_t kBlock = 256;
+  Float x[kBlock], y[kBlock], z[kBlock], shiftedY[kBlock], alongX[kBlock], alongZ[kBlock];
+  const Float half = amount * 0.5;
+  const Float secondY = 2.0 * offset.y + 10.0;
+  for (std::size_t start = 0; start < points.size(); start += kBlock) {
+    const std::span<Vector> block = points.subspan(start, std::min(kBlock, points.size() - start));
+    for (std::size_t i = 0; i < block.size(); ++i) {
+      x[i] = frequency * block[i].x + offset.x;
+      y[i] = frequency * block[i].y + offset.y;
+      z[i] = frequency * block[i].z + offset.z;
+      shiftedY[i] = secondY;
+    }
+    const auto count = static_cast<Int>(block.size());
+    platform::ScalarNoiseRow({x, y, z, count}, 0.0, alongX);
+    platform::ScalarNoiseRow({x, shiftedY, z, count}, 0.0, alongZ);
+    for (std::size_t i = 0; i < block.size(); ++i) {
+      block[i].x += (alongX[i] * amount - half) * sinAngle;
+      block[i].z += (alongZ[i] * amount - half) * cosAngle;
+    }
+  }
 }
 
 void AppendGeneratorParameters(std::vector<ParameterId>& ids, ParameterId first, ParameterId last) {

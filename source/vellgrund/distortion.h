@@ -1,5 +1,7 @@
 #pragma once
 
+#include <span>
+
 #include "platform/description.h"
 #include "platform/matrix.h"
 #include "platform/noise.h"
@@ -50,6 +52,9 @@ struct TerrainDistortion {
         Vector(frequency * x + offset.x, 2.0 * offset.y + 10.0, frequency * point.z + offset.z), 0.0);
     point.z += (w2 * amount - half) * cosAngle;
   }
+
+  // Apply on every point, a block of points per noise call: the same values, faster.
+  void ApplyRow(std::span<Vector> points) const;
 };
 
 // The parameters that decide a generator's result: its own, first .. last, and the

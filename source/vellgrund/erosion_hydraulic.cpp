@@ -6,6 +6,7 @@
 
 #include "platform/cancellation.h"
 #include "platform/memory.h"
+#include "platform/parallel.h"
 #include "platform/progress.h"
 #include "platform/random.h"
 #include "vellgrund/erosion_hydraulic_internal.h"
@@ -32,23 +33,54 @@ Status Allocate(platform::LargeArray<T>& values, Int count) {
 
 Status HydraulicSimulation::Init(const Grid2D<Float>& terrain) {
   VLGD_RETURN_IF_ERROR(CheckShape(terrain));
-  width_ = terrain.Width();
-  height_ = terrain.Height();
+  const Int width = terrain.Width();
+  const Int height = terrain.Height();
+  const Int count = terrain.Count();
+  const int slots = std::max(1, platform::MaxThreads());
+  if (width != allocatedWidth_ || height != allocatedHeight_ || slots > scratchSlots_) {
+    Release();
+    for (int i = 0; i < 2; ++i) {
+      VLGD_RETURN_IF_ERROR(Allocate(terrain_[i], count));
+      VLGD_RETURN_IF_ERROR(Allocate(water_[i], count));
+      for (auto& flux : flux_[i]) VLGD_RETURN_IF_ERROR(Allocate(flux, count));
+    }
+    for (auto& sediment : sediment_) VLGD_RETURN_IF_ERROR(Allocate(sediment, count));
+    VLGD_RETURN_IF_ERROR(Allocate(deferredCount_, height));
+    VLGD_RETURN_IF_ERROR(Allocate(deferred_, count * 3));
+    if (!scratch_.Allocate(kScratchRows * width))
+      return platform::OutOfMemoryError("Not enough memory for the hydraulic erosion!");
+    allocatedWidth_ = width;
+    allocatedHeight_ = height;
+    scratchSlots_ = slots;
+  } else {
+    // Kept storage: only the state the first iteration reads needs its zeros again.
+    std::fill(water_[0].begin(), water_[0].end(), 0.0);
+    for (auto& flux : flux_[0]) std::fill(flux.begin(), flux.end(), 0.0);
+    std::fill(sediment_[0].begin(), sediment_[0].end(), 0.0);
+  }
+  width_ = width;
+  height_ = height;
   current_ = 0;
   deferredSamples_ = 0;
-  const Int count = terrain.Count();
-  for (int i = 0; i < 2; ++i) {
-    VLGD_RETURN_IF_ERROR(Allocate(terrain_[i], count));
-    VLGD_RETURN_IF_ERROR(Allocate(water_[i], count));
-    for (auto& flux : flux_[i]) VLGD_RETURN_IF_ERROR(Allocate(flux, count));
-  }
-  for (auto& sediment : sediment_) VLGD_RETURN_IF_ERROR(Allocate(sediment, count));
-  VLGD_RETURN_IF_ERROR(Allocate(deferredCount_, height_));
-  VLGD_RETURN_IF_ERROR(Allocate(deferred_, count * 3));
-  if (!scratch_.Allocate(kScratchRows * width_))
-    return platform::OutOfMemoryError("Not enough memory for the hydraulic erosion!");
   std::copy(terrain.Data(), terrain.Data() + count, terrain_[0].data());
   return platform::Ok();
+}
+
+void HydraulicSimulation::Release() {
+  allocatedWidth_ = -1;
+  allocatedHeight_ = -1;
+  scratchSlots_ = 0;
+  width_ = 0;
+  height_ = 0;
+  for (int i = 0; i < 2; ++i) {
+    terrain_[i] = {};
+    water_[i] = {};
+    sediment_[i] = {};
+    for (auto& flux : flux_[i]) flux = {};
+  }
+  deferredCount_ = {};
+  deferred_ = {};
+  scratch_ = ScratchPool();
 }
 
 void AddRain(Int width, Int height, Float* water) {
@@ -93,9 +125,14 @@ Status HydraulicSimulation::Step() {
 }  // namespace detail
 
 Status HydraulicErosion(Grid2D<Float>& grid, Int32 iterations, const EvaluationContext& context) {
+  detail::HydraulicSimulation simulation;
+  return HydraulicErosion(grid, iterations, context, simulation);
+}
+
+Status HydraulicErosion(Grid2D<Float>& grid, Int32 iterations, const EvaluationContext& context,
+                        detail::HydraulicSimulation& simulation) {
   VLGD_RETURN_IF_ERROR(detail::CheckShape(grid));
   if (iterations <= 0 || grid.IsEmpty()) return platform::Ok();
-  detail::HydraulicSimulation simulation;
   VLGD_RETURN_IF_ERROR(simulation.Init(grid));
   for (Int32 i = 0; i < iterations; ++i) {
     if (context.progress != nullptr) {

@@ -29,6 +29,15 @@ namespace VLGD::Erosion {
 Status HydraulicErosion(Grid2D<Float>& grid, Int32 iterations, const EvaluationContext& context);
 
 namespace detail {
+class HydraulicSimulation;
+}  // namespace detail
+
+// The same with the simulation's working state kept by the caller, so that a grid of an
+// unchanged size allocates nothing.
+Status HydraulicErosion(Grid2D<Float>& grid, Int32 iterations, const EvaluationContext& context,
+                        detail::HydraulicSimulation& simulation);
+
+namespace detail {
 
 // The outflow-flux grids, named by the direction of flow: towards column x-1, x+1, row y-1
 // and row y+1.
@@ -50,9 +59,12 @@ class HydraulicSimulation {
   HydraulicSimulation(const HydraulicSimulation&) = delete;
   HydraulicSimulation& operator=(const HydraulicSimulation&) = delete;
 
-  // Takes a copy of the terrain with no water, sediment or flow. Fails as HydraulicErosion
-  // does on a bad shape or a lack of memory.
+  // Takes a copy of the terrain with no water, sediment or flow, in the storage of the last
+  // Init when the size is the same. Fails as HydraulicErosion does on a bad shape or a lack
+  // of memory.
   Status Init(const Grid2D<Float>& terrain);
+  // Frees the working state.
+  void Release();
   // One iteration.
   Status Step();
 
@@ -81,6 +93,9 @@ class HydraulicSimulation {
   Int bandLimit_ = 0;
   int current_ = 0;
   Int deferredSamples_ = 0;
+  Int allocatedWidth_ = -1;  // the shape the state arrays hold, -1 when they hold none
+  Int allocatedHeight_ = -1;
+  int scratchSlots_ = 0;  // the thread count scratch_ was allocated for
   platform::LargeArray<Float> terrain_[2];
   platform::LargeArray<Float> water_[2];
   platform::LargeArray<Float> flux_[2][4];

@@ -13,7 +13,7 @@ inline constexpr Float kRainAmount = 0.0625;
 inline constexpr int kRainDrops = 1000;
 inline constexpr platform::UInt32 kRainSeed = 123;
 inline constexpr Int kSourceRadius = 30;
-inline constexpr Int kScratchRows = 36;
+inline constexpr Int kScratchRows = 38;
 inline constexpr const char* kInvalidShape = "Invalid grid initialization arguments!";
 inline constexpr const char* kCancelled = "Hydraulic Erosion cancelled!";
 

@@ -53,9 +53,11 @@ constexpr Int kVelocityVRows = 20;
 constexpr Int kErodedTerrainRows = 24;
 constexpr Int kErodedSedimentRows = 28;
 constexpr Int kMovedWaterRow = 32;  // the water after the flow, before erosion
-constexpr Int kSlopeRow = 33;
+constexpr Int kTiltRow = 33;
 constexpr Int kMarkRow = 34;
 constexpr Int kHaloWaterRow = 35;  // the eroded water of a row beyond the band, unused
+constexpr Int kSpeedRow = 36;
+constexpr Int kDepthRow = 37;
 
 // The row loops are compiled for the x86-64 baseline, for AVX2 (x86-64-v3) and for AVX-512
 // (x86-64-v4), and the best one for the processor is picked at run time: two, four or
@@ -283,57 +285,51 @@ inline Float DepthFactor(Float water) {
   return std::min(water, kShallow) / kShallow;
 }
 
-// A sample eroded with the tilt kMinTilt, its slope² and its TiltMark.
-struct FirstErosion {
-  Eroded eroded;
-  Float slope2;
-  Float tiltMark;
-};
-
-inline FirstErosion ErodeFirst(Float dX, Float dY, Float terrain, Float water, Float sediment, Float u, Float v) {
-  const Float slope2 = dX * dX + dY * dY;
-  const Float speed = Speed(u, v);
-  const Float depth = DepthFactor(water);
-  return {ErodeAt(terrain, water, sediment, speed, depth, kMinTilt), slope2, TiltMark(slope2, speed, depth)};
-}
-
-// Erosion, deposition and evaporation of one row, first with the tilt kMinTilt for every
-// sample; the samples whose tilt matters are marked in the scratch row `marks` (their
-// slope² in `slopes`) and done again with it. The slope is read from the terrain rows up,
-// row and down (clamped by the caller) as they were before the pass.
+// Erosion, deposition and evaporation of one row. A first pass finds each sample's speed,
+// depth factor and whether its tilt matters (`marks`); `tilts` receives kMinTilt, or the
+// slope² of marked samples, whose tilt is then computed one by one (the trigonometry does
+// not vectorise); a second pass erodes every sample with its tilt. The slope is read from
+// the terrain rows up, row and down (clamped by the caller) as they were before the pass.
 VLGD_ROW_LOOP void ErodeRow(Int width, const Float* __restrict up, const Float* __restrict row,
                             const Float* __restrict down, const Float* __restrict d2, const Float* __restrict u,
                             const Float* __restrict v, const Float* __restrict sediment, Float* __restrict bOut,
-                            Float* __restrict dOut, Float* __restrict sOut, Float* __restrict slopes,
-                            Float* __restrict marks) {
+                            Float* __restrict dOut, Float* __restrict sOut, Float* __restrict tilts,
+                            Float* __restrict marks, Float* __restrict speeds, Float* __restrict depths) {
   // Whether any sample is marked, as bits: a count would keep the loop from vectorising.
   platform::UInt64 marked = 0;
   // Edge and inner samples differ only in how they find their neighbours along the row.
-  const auto erode = [&](Int x, Float dX) {
-    const FirstErosion f = ErodeFirst(dX, down[x] - up[x], row[x], d2[x], sediment[x], u[x], v[x]);
-    bOut[x] = f.eroded.terrain;
-    dOut[x] = f.eroded.water;
-    sOut[x] = f.eroded.sediment;
-    slopes[x] = f.slope2;
-    marks[x] = f.tiltMark;
-    return std::bit_cast<platform::UInt64>(f.tiltMark);
+  const auto prepare = [&](Int x, Float dX) {
+    const Float dY = down[x] - up[x];
+    const Float slope2 = dX * dX + dY * dY;
+    const Float speed = Speed(u[x], v[x]);
+    const Float depth = DepthFactor(d2[x]);
+    const Float mark = TiltMark(slope2, speed, depth);
+    speeds[x] = speed;
+    depths[x] = depth;
+    tilts[x] = mark != 0.0 ? slope2 : kMinTilt;
+    marks[x] = mark;
+    return std::bit_cast<platform::UInt64>(mark);
   };
   const Int last = width - 1;
   for (Int x = 0; x < width; x += std::max<Int>(last, 1))  // the two edge samples
-    marked |= erode(x, row[std::min(x + 1, last)] - row[std::max<Int>(x - 1, 0)]);
-  for (Int x = 1; x < last; ++x) marked |= erode(x, row[x + 1] - row[x - 1]);
-  if (marked == 0) return;
-  // The marked columns, listed in place without a branch per sample (mispredicted where
-  // marked and unmarked samples mix), then done again with their tilt.
-  Int count = 0;
-  for (Int x = 0; x < width; ++x) {
-    const Float mark = marks[x];
-    marks[count] = static_cast<Float>(x);
-    count += mark != 0.0 ? 1 : 0;
+    marked |= prepare(x, row[std::min(x + 1, last)] - row[std::max<Int>(x - 1, 0)]);
+  for (Int x = 1; x < last; ++x) marked |= prepare(x, row[x + 1] - row[x - 1]);
+  if (marked != 0) {
+    // The marked columns, listed in place without a branch per sample (mispredicted where
+    // marked and unmarked samples mix).
+    Int count = 0;
+    for (Int x = 0; x < width; ++x) {
+      const Float mark = marks[x];
+      marks[count] = static_cast<Float>(x);
+      count += mark != 0.0 ? 1 : 0;
+    }
+    for (Int k = 0; k < count; ++k) {
+      const auto x = static_cast<Int>(marks[k]);
+      tilts[x] = Tilt(tilts[x]);
+    }
   }
-  for (Int k = 0; k < count; ++k) {
-    const auto x = static_cast<Int>(marks[k]);
-    const Eroded e = ErodeAt(row[x], d2[x], sediment[x], Speed(u[x], v[x]), DepthFactor(d2[x]), Tilt(slopes[x]));
+  for (Int x = 0; x < width; ++x) {
+    const Eroded e = ErodeAt(row[x], d2[x], sediment[x], speeds[x], depths[x], tilts[x]);
     bOut[x] = e.terrain;
     dOut[x] = e.water;
     sOut[x] = e.sediment;
@@ -504,8 +500,8 @@ class BandSweep {
     WaterRowAt(width_, water_ + y * width_, own, fromUp, fromDown, moved, u, v);
     const Float* row = terrain_ + y * width_;
     ErodeRow(width_, y > 0 ? row - width_ : row, row, y < height_ - 1 ? row + width_ : row, moved, u, v,
-             sediment_ + y * width_, ErodedTerrainRow(0), ScratchRow(kHaloWaterRow), sediment, ScratchRow(kSlopeRow),
-             ScratchRow(kMarkRow));
+             sediment_ + y * width_, ErodedTerrainRow(0), ScratchRow(kHaloWaterRow), sediment, ScratchRow(kTiltRow),
+             ScratchRow(kMarkRow), ScratchRow(kSpeedRow), ScratchRow(kDepthRow));
   }
 
   [[nodiscard]] bool Own(Int y) const { return y >= r0_ && y < r1_; }
@@ -543,7 +539,8 @@ class BandSweep {
     const Float* row = terrain_ + y * width_;
     ErodeRow(width_, y > 0 ? row - width_ : row, row, y < height_ - 1 ? row + width_ : row, moved, u, v,
              sediment_ + y * width_, ErodedTerrainRow(y), Own(y) ? waterNext_ + y * width_ : ScratchRow(kHaloWaterRow),
-             ErodedSedimentRow(y), ScratchRow(kSlopeRow), ScratchRow(kMarkRow));
+             ErodedSedimentRow(y), ScratchRow(kTiltRow), ScratchRow(kMarkRow), ScratchRow(kSpeedRow),
+             ScratchRow(kDepthRow));
   }
 
   void Smooth(Int y) const {

@@ -46,27 +46,49 @@ Status FlattenLowlands(Grid2D<Float>& grid, const LowlandSettings& settings) {
   options.granularity = kGranularity;
   options.singleThreadBelow = kSingleThreadUpTo + 1;
   return platform::ParallelForRange(0, grid.Count(), options, [=](Int begin, Int end) {
-    for (Int i = begin; i < end; ++i) {
-      const Float t = (heights[i] - minimum) * inverse;
-      if (highestLevel <= t) continue;
-      const Int x = i % width;
-      const Int y = i / width;
-      const Vector point((static_cast<Float>(x) / lastColumn * sizeX - sizeX * 0.5) * frequency, 0.0,
-                         (sizeY * 0.5 - static_cast<Float>(y) / lastRow * sizeY) * frequency);
-      const Float noise = platform::ScalarNoise(point, 0.0);
-      const Float level = ((noise - 1.0) * amount + 1.0) * span + low;
-      if (level <= t) continue;
-      // At t = 0 the curve is 0 for every exponent the artist would use; pow would give
-      // infinity times 0 for a negative one.
-      Float u = t != 0.0 ? std::pow(t / level, exponent) * t : 0.0;
-      if (softness > 0.0) {
-        const Float start = (1.0 - softness) * level;
-        const Float width01 = level - start;
-        Float w = width01 != 0.0 ? std::clamp((u - start) / width01, 0.0, 1.0) : 0.0;
-        if (w > 0.0 && w < 1.0) w = 3.0 * w * w - 2.0 * w * w * w;
-        u += (t - u) * w;
+    // The samples the noise has to decide are gathered a block at a time on the worker's
+    // stack, and the block's noise taken in one call.
+    constexpr Int kBlock = 256;
+    Int indices[kBlock];
+    Float units[kBlock], x[kBlock], y[kBlock], z[kBlock], noise[kBlock];
+    std::fill_n(y, kBlock, 0.0);
+    // Column and row advance with the index: one division per chunk, not per sample.
+    Int column = begin % width;
+    Int row = begin / width;
+    Int i = begin;
+    while (i < end) {
+      Int n = 0;
+      for (; i < end && n < kBlock; ++i, ++column) {
+        if (column == width) {
+          column = 0;
+          ++row;
+        }
+        const Float t = (heights[i] - minimum) * inverse;
+        if (highestLevel <= t) continue;
+        indices[n] = i;
+        units[n] = t;
+        x[n] = (static_cast<Float>(column) / lastColumn * sizeX - sizeX * 0.5) * frequency;
+        z[n] = (sizeY * 0.5 - static_cast<Float>(row) / lastRow * sizeY) * frequency;
+        ++n;
       }
-      heights[i] = u * range + minimum;
+      if (n == 0) continue;
+      platform::ScalarNoiseRow({x, y, z, n}, 0.0, noise);
+      for (Int k = 0; k < n; ++k) {
+        const Float t = units[k];
+        const Float level = ((noise[k] - 1.0) * amount + 1.0) * span + low;
+        if (level <= t) continue;
+        // At t = 0 the curve is 0 for every exponent the artist would use; pow would give
+        // infinity times 0 for a negative one.
+        Float u = t != 0.0 ? std::pow(t / level, exponent) * t : 0.0;
+        if (softness > 0.0) {
+          const Float start = (1.0 - softness) * level;
+          const Float width01 = level - start;
+          Float w = width01 != 0.0 ? std::clamp((u - start) / width01, 0.0, 1.0) : 0.0;
+          if (w > 0.0 && w < 1.0) w = 3.0 * w * w - 2.0 * w * w * w;
+          u += (t - u) * w;
+        }
+        heights[indices[k]] = u * range + minimum;
+      }
     }
   });
 }

@@ -5,6 +5,7 @@
 #include "platform/types.h"
 #include "vellgrund/baseterrainoperator.h"
 #include "vellgrund/grid2d.h"
+#include "vellgrund/scratch_pool.h"
 
 // Thermal weathering: material slides from a sample to its lower neighbours wherever the
 // height difference exceeds a talus threshold, pass after pass.
@@ -36,7 +37,8 @@ struct ThermalSettings {
 // (left + itself + right + below + above), edges clamped.
 //
 // Every sample gathers what its neighbours send it, so the result does not depend on the
-// thread count and equals the sample-by-sample scatter up to rounding. The range of the grid
+// thread count (nor on the SIMD target) and equals the sample-by-sample scatter up to
+// rounding. The range of the grid
 // is left as it was (stale). Before pass i the status text (kThermalStatusText with i and the
 // count) and the progress (whole percent) go to context.progress; passes i with bit 1 set
 // (2, 3, 6, 7, ...) test context.thread first. Fails with "Intensity and iterations must not
@@ -44,5 +46,28 @@ struct ThermalSettings {
 // finished passes stay) and an out-of-memory error when the working grids cannot be had.
 Status ThermalWeathering(Grid2D<Float>& grid, const ThermalSettings& settings, const EvaluationContext& context,
                          const platform::StringTable& strings);
+
+// The working memory of the weathering: a second grid and the row scratch of the bands of
+// rows that run at the same time. Kept by the caller between calls, so that a grid of an
+// unchanged size allocates nothing.
+class ThermalScratch {
+ public:
+  // Storage for passes over `grid`, kept when it fits already.
+  Status Prepare(const Grid2D<Float>& grid);
+  // Frees the storage.
+  void Release();
+  [[nodiscard]] Float* Grid() { return next_.Data(); }
+  [[nodiscard]] ScratchPool& Rows() { return rows_; }
+
+ private:
+  Grid2D<Float> next_;
+  ScratchPool rows_;
+  Int rowValues_ = -1;  // the values per slot of rows_, -1 before the first Prepare
+  int rowSlots_ = 0;    // the thread count rows_ was allocated for
+};
+
+// The same with working memory kept by the caller.
+Status ThermalWeathering(Grid2D<Float>& grid, const ThermalSettings& settings, const EvaluationContext& context,
+                         const platform::StringTable& strings, ThermalScratch& scratch);
 
 }  // namespace VLGD::Erosion

@@ -1,13 +1,74 @@
+// The cell query is compiled once per SIMD target; the rest once.
+#undef HWY_TARGET_INCLUDE
+#define HWY_TARGET_INCLUDE "vellgrund/spline_distance.cpp"
+#include <hwy/foreach_target.h>  // IWYU pragma: keep
+
+#include <hwy/highway.h>
+
 #include "vellgrund/spline_distance.h"
 
 #include <algorithm>
+#include <cmath>
+#include <limits>
 #include <new>
 #include <string>
 
 #include "platform/memory.h"
 #include "platform/parallel.h"
 
+HWY_BEFORE_NAMESPACE();
+namespace VLGD::spline_detail::HWY_NAMESPACE {
+namespace hn = hwy::HWY_NAMESPACE;
+
+// For `count` points x + offsetX, z + offsetZ (rounded up to whole vectors, which the caller's padding
+// holds): the distance to the nearest listed segment and the height there, or infinity and
+// 0 when it lies beyond the reach. The operations of one point at a time, in the same
+// order, ties going to the earlier segment of the list, so every target gives the same bits.
+void NearestInListImpl(const Segment* segments, const Int32* list, Int listCount, const Float* x, Float offsetX,
+                       const Float* z, Float offsetZ, Int count, Float reach, Float* distance, Float* height) {
+  const hn::ScalableTag<Float> d;
+  using V = hn::Vec<decltype(d)>;
+  const auto lanes = static_cast<Int>(hn::Lanes(d));
+  const V zero = hn::Zero(d), one = hn::Set(d, 1.0);
+  const V far = hn::Set(d, std::numeric_limits<Float>::infinity());
+  for (Int i = 0; i < count; i += lanes) {
+    const V x0 = hn::Add(hn::LoadU(d, x + i), hn::Set(d, offsetX));
+    const V z0 = hn::Add(hn::LoadU(d, z + i), hn::Set(d, offsetZ));
+    V best = far, bestT = zero, bestAy = zero, bestDy = zero;
+    for (Int k = 0; k < listCount; ++k) {
+      const Segment& s = segments[list[k]];
+      const V dx = hn::Set(d, s.dx), dz = hn::Set(d, s.dz);
+      const V px = hn::Sub(x0, hn::Set(d, s.ax)), pz = hn::Sub(z0, hn::Set(d, s.az));
+      V t = hn::Mul(hn::Add(hn::Mul(px, dx), hn::Mul(pz, dz)), hn::Set(d, s.inverseLengthSquared));
+      // Compares rather than Min/Max: NaN goes to 0 as in the scalar clamp.
+      t = hn::IfThenElse(hn::Gt(t, zero), hn::IfThenElse(hn::Lt(t, one), t, one), zero);
+      const V ex = hn::Sub(px, hn::Mul(t, dx)), ez = hn::Sub(pz, hn::Mul(t, dz));
+      const V squared = hn::Add(hn::Mul(ex, ex), hn::Mul(ez, ez));
+      const auto nearer = hn::Lt(squared, best);
+      best = hn::IfThenElse(nearer, squared, best);
+      bestT = hn::IfThenElse(nearer, t, bestT);
+      bestAy = hn::IfThenElse(nearer, hn::Set(d, s.ay), bestAy);
+      bestDy = hn::IfThenElse(nearer, hn::Set(d, s.dy), bestDy);
+    }
+    // Nothing found leaves the distance infinite, which no reach admits.
+    const V root = hn::Sqrt(best);
+    const auto within = hn::Le(root, hn::Set(d, reach));
+    hn::StoreU(hn::IfThenElse(within, root, far), d, distance + i);
+    hn::StoreU(hn::IfThenElseZero(within, hn::Add(bestAy, hn::Mul(bestT, bestDy))), d, height + i);
+  }
+}
+
+}  // namespace VLGD::spline_detail::HWY_NAMESPACE
+HWY_AFTER_NAMESPACE();
+
+#if HWY_ONCE
 namespace VLGD {
+namespace spline_detail {
+
+HWY_EXPORT(NearestInListImpl);
+
+}  // namespace spline_detail
+
 namespace {
 
 // A field of more cells than this gets larger cells instead: cell tables stay within a few
@@ -260,4 +321,35 @@ Status SegmentField::Build(Float reach, Float cellSize, const platform::Cancella
   return platform::Ok();
 }
 
+SegmentField::Nearest SegmentField::Query(Float x, Float z) const {
+  Nearest nearest;
+  const Int cell = CellOf(x, z);
+  if (cell < 0) return nearest;
+  const Float px[1 + kPadding] = {x}, pz[1 + kPadding] = {z};
+  Float distance[1 + kPadding], height[1 + kPadding];
+  QueryRun(cell, px, kNoOffset, pz, kNoOffset, 1, distance, height);
+  nearest.distance = distance[0];
+  nearest.height = height[0];
+  nearest.inside = hasFill_ && distance[0] == 0.0 && Inside(x, z, cell / cellsX_, nearest.height);
+  return nearest;
+}
+
+void SegmentField::QueryRun(Int cell, const Float* x, Float offsetX, const Float* z, Float offsetZ, Int count,
+                            Float* distance, Float* height) const {
+  if (count <= 0) return;
+  HWY_DYNAMIC_DISPATCH(spline_detail::NearestInListImpl)
+  (segments_.data(), entries_.data() + cellStart_[static_cast<std::size_t>(cell)],
+   cellCount_[static_cast<std::size_t>(cell)], x, offsetX, z, offsetZ, count, reach_, distance, height);
+  if (!hasFill_) return;
+  const Int band = cell / cellsX_;
+  for (Int i = 0; i < count; ++i) {
+    Float level = 0.0;
+    if (Inside(x[i] + offsetX, z[i] + offsetZ, band, level)) {
+      distance[i] = 0.0;
+      height[i] = level;
+    }
+  }
+}
+
 }  // namespace VLGD
+#endif

@@ -24,6 +24,16 @@ using platform::Vector;
 Status FlattenCubic(const Vector& p0, const Vector& p1, const Vector& p2, const Vector& p3, Float tolerance,
                     std::vector<Vector>& out);
 
+// A segment as the field stores it, outside the class for the per-target query code.
+namespace spline_detail {
+struct Segment {
+  Float ax, az, ay;            // start
+  Float dx, dz, dy;            // end minus start
+  Float inverseLengthSquared;  // 0 for a point
+  Int32 polyline;
+};
+}  // namespace spline_detail
+
 // Distances in the X/Z plane from any point to a set of polylines, found through a uniform
 // grid of cells: each cell keeps only the segments that can be the nearest one for some
 // point inside it and lie within the reach, so that a query costs a few segment tests near
@@ -67,63 +77,54 @@ class SegmentField {
     return kNone;
   }
 
-  // The nearest point of the curves to (x, z): the exact distance when it is within the
-  // reach, with ties going to the segment added first.
-  [[nodiscard]] Nearest Query(Float x, Float z) const {
-    Nearest nearest;
+  // The cell holding (x, z), or -1 outside the field (NaN included). Points of one cell
+  // share their candidate segments, so they can be queried together.
+  [[nodiscard]] Int CellOf(Float x, Float z) const {
     const Float u = (x - originX_) * inverseCell_;
     const Float v = (z - originZ_) * inverseCell_;
     // Negated tests also send NaN outside.
-    if (!(u >= 0.0 && v >= 0.0 && u < static_cast<Float>(cellsX_) && v < static_cast<Float>(cellsZ_))) return nearest;
-    const Int cx = static_cast<Int>(u);
-    const Int cz = static_cast<Int>(v);
-    const Int cell = cz * cellsX_ + cx;
-    const Int32* entry = entries_.data() + cellStart_[static_cast<std::size_t>(cell)];
-    const Int32* const end = entry + cellCount_[static_cast<std::size_t>(cell)];
-    Float best = std::numeric_limits<Float>::infinity();
-    Int32 bestSegment = -1;
-    Float bestT = 0.0;
-    for (; entry != end; ++entry) {
-      const Segment& s = segments_[static_cast<std::size_t>(*entry)];
-      const Float px = x - s.ax;
-      const Float pz = z - s.az;
-      Float t = (px * s.dx + pz * s.dz) * s.inverseLengthSquared;
-      t = t > 0.0 ? (t < 1.0 ? t : 1.0) : 0.0;
-      const Float ex = px - t * s.dx;
-      const Float ez = pz - t * s.dz;
-      const Float d = ex * ex + ez * ez;
-      if (d < best) {
-        best = d;
-        bestSegment = *entry;
-        bestT = t;
-      }
-    }
-    if (bestSegment >= 0) {
-      const Float distance = std::sqrt(best);
-      if (distance <= reach_) {
-        const Segment& s = segments_[static_cast<std::size_t>(bestSegment)];
-        nearest.distance = distance;
-        nearest.height = s.ay + bestT * s.dy;
-      }
-    }
-    if (hasFill_) InsideTest(x, z, cz, nearest);
-    return nearest;
+    if (!(u >= 0.0 && v >= 0.0 && u < static_cast<Float>(cellsX_) && v < static_cast<Float>(cellsZ_))) return -1;
+    return static_cast<Int>(v) * cellsX_ + static_cast<Int>(u);
   }
 
+  // How much of its cell's width lies ahead of x along +X, as a fraction (0 .. 1].
+  [[nodiscard]] Float CellAhead(Float x) const {
+    const Float u = (x - originX_) * inverseCell_;
+    return std::floor(u) + 1.0 - u;
+  }
+  [[nodiscard]] Float CellSize() const { return 1.0 / inverseCell_; }
+
+  // Whether a cell holds no segment and no filled curve can cover it: its points find
+  // nothing.
+  [[nodiscard]] bool IsEmpty(Int cell) const {
+    return cell < 0 || (!hasFill_ && cellCount_[static_cast<std::size_t>(cell)] == 0);
+  }
+
+  // The nearest point of the curves to (x, z): the exact distance when it is within the
+  // reach, with ties going to the segment added first.
+  [[nodiscard]] Nearest Query(Float x, Float z) const;
+
+  // Query for `count` points (x[i] + offsetX, z[i] + offsetZ) that share one cell (as
+  // CellOf gives it, not -1): each of the cell's segments is tested against all of them at
+  // once. Writes the distance (infinite beyond the reach, 0 inside a fill) and the height of
+  // each. Every array holds kPadding entries past `count`, where whole vectors load and
+  // store; lanes loaded there take part in nothing. An offset lets a caller add a row's
+  // share of the points where it is used, rather than store the sums just before they load.
+  static constexpr Int kPadding = 8;        // the widest vector's lanes
+  static constexpr Float kNoOffset = -0.0;  // x + -0 is x, zeros' signs included
+  void QueryRun(Int cell, const Float* x, Float offsetX, const Float* z, Float offsetZ, Int count, Float* distance,
+                Float* height) const;
+
  private:
-  struct Segment {
-    Float ax, az, ay;            // start
-    Float dx, dz, dy;            // end minus start
-    Float inverseLengthSquared;  // 0 for a point
-    Int32 polyline;
-  };
+  using Segment = spline_detail::Segment;
   struct Polyline {
     bool fill = false;
     Float level = 0.0;  // the length-weighted mean height, the fill's height
   };
 
-  // Even-odd test per filled polyline along +X, against the segments crossing the row band.
-  void InsideTest(Float x, Float z, Int band, Nearest& nearest) const {
+  // Even-odd test per filled polyline along +X, against the segments crossing the row band;
+  // the level of the first polyline found around (x, z), if any.
+  [[nodiscard]] bool Inside(Float x, Float z, Int band, Float& level) const {
     const Int32* entry = bandEntries_.data() + bandStart_[static_cast<std::size_t>(band)];
     const Int32* const end = bandEntries_.data() + bandStart_[static_cast<std::size_t>(band) + 1];
     Int32 current = -1;
@@ -137,11 +138,8 @@ class SegmentField {
       const Float bz = s.az + s.dz;
       if ((s.az > z) != (bz > z) && x < s.ax + (z - s.az) * s.dx / s.dz) odd = !odd;
     }
-    if (odd) {
-      nearest.inside = true;
-      nearest.distance = 0.0;
-      nearest.height = polylines_[static_cast<std::size_t>(current)].level;
-    }
+    if (odd) level = polylines_[static_cast<std::size_t>(current)].level;
+    return odd;
   }
 
   std::vector<Segment> segments_;

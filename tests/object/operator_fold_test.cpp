@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "platform/noise.h"
+#include "platform/parallel.h"
 #include "support/operator_fixture.h"
 
 namespace {
@@ -81,25 +82,30 @@ TEST(FoldOperatorTest, TheNoiseMovesTheLevelAcrossTheGrid) {
 
   // Scale 1.5: every sample reads the noise at its own place, frequency 1 / 150: x across
   // the columns from -SX/2, z down the rows from +SY/2, y the offset. One column divides by
-  // W - 1 = 0, and the compute goes on regardless.
+  // W - 1 = 0, and the compute goes on regardless. The wide grid's rows span several of the
+  // noise's blocks: one thread takes them whole, several split the grid inside rows.
   f.Set(FOLDOPERATOR_NOISESCALE, 1.5);
   f.Set(FOLDOPERATOR_MODE, Int32{1});
   const Float frequency = 1.0 / 150.0;
   const Grid2D<Float> column = MakeGrid(
       1, 3, [](Int, Int y) { return 10.0 * y; }, sizeX, sizeY);
-  for (const Grid2D<Float>* grid : {&in, &column}) {
-    const Float lastColumn = static_cast<Float>(grid->Width() - 1);
-    const Float lastRow = static_cast<Float>(grid->Height() - 1);
-    std::vector<Float> levels;
-    ASSERT_TRUE(f.Compute(*grid));
-    expectFoldedAt(*grid, 1, [&](Int x, Int y) {
-      const Vector point(((static_cast<Float>(x) / lastColumn) * sizeX - sizeX * 0.5) * frequency, 5.0 * frequency,
-                         (sizeY * 0.5 - (static_cast<Float>(y) / lastRow) * sizeY) * frequency);
-      levels.push_back(25.0 + ScalarNoise(point, 0.0) * 4.0);
-      return levels.back();
-    });
-    EXPECT_TRUE(grid != &in || levels.front() != levels.back()) << "the level does not vary";
-  }
+  const Grid2D<Float> wide = MakeGrid(
+      601, 19, [](Int x, Int y) { return 25.0 + static_cast<Float>((x * 7 + y * 3) % 9); }, sizeX, sizeY);
+  for (const int threads : {1, MaxThreads()})
+    for (const Grid2D<Float>* grid : {&in, &column, &wide}) {
+      const ScopedThreadLimit limit(threads);
+      const Float lastColumn = static_cast<Float>(grid->Width() - 1);
+      const Float lastRow = static_cast<Float>(grid->Height() - 1);
+      std::vector<Float> levels;
+      ASSERT_TRUE(f.Compute(*grid));
+      expectFoldedAt(*grid, 1, [&](Int x, Int y) {
+        const Vector point(((static_cast<Float>(x) / lastColumn) * sizeX - sizeX * 0.5) * frequency, 5.0 * frequency,
+                           (sizeY * 0.5 - (static_cast<Float>(y) / lastRow) * sizeY) * frequency);
+        levels.push_back(25.0 + ScalarNoise(point, 0.0) * 4.0);
+        return levels.back();
+      });
+      EXPECT_TRUE(grid != &in || levels.front() != levels.back()) << "the level does not vary";
+    }
 }
 
 }  // namespace

@@ -2,10 +2,13 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <numbers>
 #include <tuple>
 #include <vector>
 
+#include "platform/parallel.h"
+#include "support/operator_fixture.h"
 #include "support/terrain_harness.h"
 #include "vellgrund/distortion.h"
 
@@ -86,6 +89,31 @@ TEST(GradientOperatorTest, TheShapeMovesWithTheOperatorAndTheDistortion) {
   h.Set(h.gradient, TERRAINDISTORTION_ANGLE, 0.0);
   ASSERT_TRUE(h.Rebuild());
   EXPECT_NE(heights(), straight);
+}
+
+// On a grid whose rows span several of the distortion's blocks (one thread takes them whole,
+// several split the grid inside rows), every sample reads its own distorted point.
+TEST(GradientOperatorTest, DistortedSamplesReadTheirOwnPoints) {
+  DirectOperator g(ID_GRADIENTOPERATOR);
+  SplineData linear;
+  ASSERT_TRUE(linear.MakeLinearSpline(2));
+  g.Set(GRADIENTOPERATOR_PROFILE, std::move(linear));
+  g.Set(GRADIENTOPERATOR_RADIUS, 1000.0);
+  g.Set(TERRAINDISTORTION_ENABLED, true);
+  const TerrainDistortion distortion = TerrainDistortion::Read(ParameterReader(*g.op));
+  const Grid2D<Float> flat = MakeGrid(
+      601, 19, [](Int, Int) { return 0.0; }, 600.0, 90.0);
+  for (const int threads : {1, MaxThreads()}) {
+    const ScopedThreadLimit limit(threads);
+    ASSERT_TRUE(g.Compute(flat));
+    for (Int y = 0; y < flat.Height(); ++y)
+      for (Int x = 0; x < flat.Width(); ++x) {
+        Vector p = GridPoint(x, y, flat.Width(), flat.Height(), 600.0, 90.0);
+        distortion.Apply(p);
+        ASSERT_NEAR(g.Result().Get(x, y), 1.0 - std::sqrt(p.x * p.x + p.z * p.z) / 1000.0, 1e-9)
+            << threads << " threads: " << x << ", " << y;
+      }
+  }
 }
 
 TEST(GradientOperatorTest, AMissingProfileIsReported) {

@@ -2,9 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <bit>
 #include <set>
 
 #include "platform/noise.h"
+#include "platform/parameter_reader.h"
 #include "support/terrain_harness.h"
 #include "vellgrund/distortion.h"
 
@@ -135,6 +137,47 @@ TEST(NoiseOperatorTest, TypeSpecificsAndFailures) {
   failed = h.Rebuild();
   ASSERT_FALSE(failed);
   EXPECT_EQ(failed.error().message, "Unknown noise type 2!");
+}
+
+TEST(NoiseOperatorTest, RowsGiveThePointwiseValuesWithTheDistortion) {
+  // Wider than a block of the row path, with a partial block at the end of every row.
+  constexpr Int kWide = 300;
+  TerrainHarness h(kWide - 1, 598.0);
+  Node* noise = AddNoise(h, 21);
+  h.Set(noise, TERRAINDISTORTION_ENABLED, true);
+  h.Set(noise, TERRAINDISTORTION_AMOUNT, 0.2);
+  h.Set(noise, TERRAINDISTORTION_ANGLE, 0.7);
+  h.Set(noise, NOISEOPERATOR_OFFSET, Vector(3.0, 40.0, -7.0));
+  for (const Int32 type : {21, 13, 8, 24, 27, 64}) {
+    SCOPED_TRACE(type);
+    h.Set(noise, NOISEOPERATOR_TYPE, type);
+    ASSERT_TRUE(h.Rebuild());
+    auto generator = NoiseGenerator::Alloc(321);
+    ASSERT_TRUE(generator);
+    NoiseGenerator& reference = **generator;
+    const Float octaves = 5.0;
+    // The operator's fBm set-ups.
+    if (type == 64) {
+      ASSERT_TRUE(reference.InitFbm(20, 2.2, 0.8));
+    } else if (type == 8) {
+      ASSERT_TRUE(reference.InitFbm(12, octaves * 0.19 + 1.0, 0.95));
+    }
+    const bool twoD = type != 8 && type != 27;
+    const TerrainDistortion distortion = TerrainDistortion::Read(ParameterReader(*noise));
+    const Grid2D<Float>& result = noise->GetNodeData<BaseTerrainOperatorData>()->GetResult();
+    int differing = 0;
+    for (Int y = 0; y < kWide; ++y)
+      for (Int x = 0; x < kWide; ++x) {
+        Vector p = GridPoint(x, y, kWide, kWide, 598.0, 598.0);
+        distortion.Apply(p);
+        p += Vector(3.0, 40.0, -7.0);
+        const Vector q(p.x * 0.02, p.y * 0.02 * 0.1, p.z * 0.02);
+        const Float expected = type == 64 ? reference.RidgedMultifractal(q, 0.0, octaves, 1.0, 1.0, 1023) * 0.4
+                                          : reference.Noise(type, twoD, q, 0.0, octaves, false, 0.25, 0.25, 0);
+        differing += std::bit_cast<UInt64>(expected) != std::bit_cast<UInt64>(result.Data()[y * kWide + x]) ? 1 : 0;
+      }
+    EXPECT_EQ(differing, 0);
+  }
 }
 
 TEST(NoiseOperatorTest, NewOperatorsDrawDifferentSeedsThatRepeatUnderTheCountingTimer) {

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <fstream>
@@ -282,6 +283,24 @@ TEST(ShaderOperatorTest, MovingOrTurningTheOperatorMovesThePicture) {
       EXPECT_EQ((*turned)[static_cast<std::size_t>(y * kSide + x)], at(column, row)) << x << ", " << y;
     }
   EXPECT_NE(*turned, *still);
+
+  // Distorted, on rows that span several of the distortion's blocks: every sample reads the
+  // picture where its own distorted point lies.
+  trial.op->SetMl(Matrix());
+  trial.Put(TERRAINDISTORTION_ENABLED, true);
+  trial.Put(TERRAINDISTORTION_AMOUNT, 0.05);
+  constexpr Int kWide = 601;
+  Result<std::vector<Float>> distorted = trial.Run(kWide, 3, 80.0, 80.0);
+  ASSERT_TRUE(distorted);
+  const TerrainDistortion distortion = TerrainDistortion::Read(ParameterReader(*trial.op));
+  for (Int y = 0; y < 3; ++y)
+    for (Int x = 0; x < kWide; ++x) {
+      Vector p = GridPoint(x, y, kWide, 3, 80.0, 80.0);
+      distortion.Apply(p);
+      const auto column = std::clamp<Int>(std::lround(p.x / 10.0 + 4.0), 0, kSide - 1);
+      const auto row = std::clamp<Int>(std::lround(4.0 - p.z / 10.0), 0, kSide - 1);
+      EXPECT_EQ((*distorted)[static_cast<std::size_t>(y * kWide + x)], at(column, row)) << x << ", " << y;
+    }
 }
 
 // The picture is read once and kept while the file stays the same; a changed, removed or

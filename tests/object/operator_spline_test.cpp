@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <functional>
 #include <random>
@@ -104,6 +105,61 @@ TEST(SplineOperatorTest, EachModeFollowsTheProfileAcrossTheShoulders) {
         }
       }
     }
+  }
+}
+
+// Every sample against the nearest of all segments, with the operator moved and turned
+// (which moves samples and curves alike): rows that stay rows walk their cells in runs,
+// turned rows sample by sample; both must find each sample's nearest segment.
+TEST(SplineOperatorTest, EverySampleFollowsTheNearestSegmentInAnyFrame) {
+  const std::vector<std::vector<Vector>> lines = {
+      {{-45, 2, -30}, {-20, 8, 10}, {0, 1, -5}, {15, 12, 35}, {45, 4, 20}},
+      {{10, 6, -40}, {40, 6, -35}, {25, 6, -10}},  // closed
+  };
+  const Float halfWidth = 3.0, falloff = 7.0;
+  const Float c = std::cos(0.5), s = std::sin(0.5);
+  const Matrix frames[] = {Matrix{}, Matrix{{7.5, 0, -3.25}, {1, 0, 0}, {0, 1, 0}, {0, 0, 1}},
+                           Matrix{{2, 0, 1}, {c, 0, s}, {0, 1, 0}, {-s, 0, c}}};
+  for (const Matrix& frame : frames) {
+    SCOPED_TRACE(testing::Message() << "frame offset " << frame.off.x << ", axis " << frame.v1.x);
+    SplineHarness h;
+    h.Set(h.op, SPLINEOPERATOR_WIDTH, 2.0 * halfWidth);
+    h.Set(h.op, SPLINEOPERATOR_FALLOFF, falloff);
+    for (std::size_t l = 0; l < std::size(lines); ++l) {
+      std::vector<SplinePoint> points;
+      for (const Vector& p : lines[l]) points.push_back({p, {}, {}});
+      h.AddSpline(points, l == 1);
+    }
+    h.op->SetMl(frame);
+    ASSERT_TRUE(h.Rebuild());
+    int shoulders = 0;
+    for (Int y = 0; y <= 100; ++y) {
+      for (Int x = 0; x <= 100; ++x) {
+        const Float px = static_cast<Float>(x) - 50.0, pz = 50.0 - static_cast<Float>(y);
+        Float best = std::numeric_limits<Float>::infinity(), curve = 0.0;
+        for (std::size_t l = 0; l < std::size(lines); ++l) {
+          const auto& p = lines[l];
+          for (std::size_t i = 0; i + (l == 1 ? 0 : 1) < p.size(); ++i) {
+            const Vector& a = p[i];
+            const Vector& b = p[(i + 1) % p.size()];
+            const Float dx = b.x - a.x, dz = b.z - a.z;
+            const Float t = std::clamp(((px - a.x) * dx + (pz - a.z) * dz) / (dx * dx + dz * dz), 0.0, 1.0);
+            const Float d = std::hypot(px - a.x - t * dx, pz - a.z - t * dz);
+            if (d < best) best = d, curve = a.y + t * (b.y - a.y);
+          }
+        }
+        const Float weight = std::clamp(1.0 - (best - halfWidth) / falloff, 0.0, 1.0);
+        const Float base = SplineHarness::Base(x);
+        // Samples a rounding away from the falloff's edge may go either way.
+        if (std::abs(best - halfWidth - falloff) < 1e-9) continue;
+        shoulders += weight > 0.0 && weight < 1.0;
+        if (weight == 0.0)
+          ASSERT_EQ(h.Height(x, y), base) << x << ", " << y;
+        else
+          ASSERT_NEAR(h.Height(x, y), base + (curve - base) * weight, 1e-8) << x << ", " << y;
+      }
+    }
+    EXPECT_GT(shoulders, 1000);
   }
 }
 

@@ -2,12 +2,18 @@
 
 #include <gtest/gtest.h>
 
+#include <hwy/targets.h>
+
+#include <bit>
 #include <cmath>
+#include <functional>
 #include <limits>
+#include <string>
 #include <tuple>
 #include <vector>
 
 #include "platform/parallel.h"
+#include "platform/random.h"
 
 namespace {
 
@@ -185,6 +191,107 @@ TEST(NoiseTest, FbmSettingsAreCheckedAndShapeTheRidgedMultifractal) {
     EXPECT_TRUE(v >= 0.0 && v <= 1.0);
     EXPECT_EQ(v, ScalarNoise(q, 0.25));
   }
+}
+
+// A row as the generators make them (a grid line at scale 0.01, tilted), then scattered
+// points on and between lattice points, and last a few no lattice arithmetic can hold.
+struct Row {
+  std::vector<Float> x, y, z;
+  [[nodiscard]] PointRows Points() const { return {x.data(), y.data(), z.data(), Int(x.size())}; }
+  [[nodiscard]] Vector At(std::size_t i) const { return {x[i], y[i], z[i]}; }
+};
+
+Row TestRow(std::size_t count) {
+  Row row;
+  Random random(31);
+  const Float inf = std::numeric_limits<Float>::infinity();
+  const Vector far[] = {{std::nan(""), 0.0, 1.0}, {inf, -inf, 0.5}, {1e300, -1e300, 1e17}, {-4e9, 2.5, 7e12}};
+  for (std::size_t i = 0; i < count; ++i) {
+    const Float t = static_cast<Float>(i);
+    Vector p(t * 0.01 - 5.0, 0.0, 3.0 - t * 0.001);
+    if (i >= count / 2) {
+      p = Vector(random.Get01() * 80.0 - 40.0, random.Get01() * 8.0 - 4.0, random.Get01() * 80.0 - 40.0);
+      if (i % 7 == 0) p = Vector(std::round(p.x * 2.0) * 0.5, std::round(p.y), std::round(p.z * 2.0) * 0.5);
+    }
+    if (i + std::size(far) >= count) p = far[i + std::size(far) - count];
+    row.x.push_back(p.x);
+    row.y.push_back(p.y);
+    row.z.push_back(p.z);
+  }
+  return row;
+}
+
+// Bit-for-bit equality; the first difference is reported.
+void ExpectSameBits(const std::vector<Float>& expected, const std::vector<Float>& actual, const Row& row) {
+  for (std::size_t i = 0; i < expected.size(); ++i)
+    if (std::bit_cast<UInt64>(expected[i]) != std::bit_cast<UInt64>(actual[i])) {
+      const Vector p = row.At(i);
+      ADD_FAILURE() << "point " << i << " (" << p.x << ", " << p.y << ", " << p.z << "): " << expected[i] << " vs "
+                    << actual[i];
+      return;
+    }
+}
+
+TEST(NoiseTest, RowsGiveThePointwiseBitsOnEverySimdTarget) {
+  struct Setting {
+    Int32 seed;
+    Float octaves;
+    Int32 repeat;
+    bool absolute;
+    Float sampleRadius;
+    Float lacunarity;  // of the fBm set-up
+  };
+  const Setting settings[] = {{1234, 6.0, 0, false, 0.0, 2.0},
+                              {77, 3.5, 6, true, 0.25, 1.95},
+                              {-5, 1.0, 1023, false, 0.05, 2.2},
+                              {9, 12.0, 0, true, 0.0, 3.1}};
+  const Row row = TestRow(7351);  // 28 full chunks and a partial one
+  struct Case {
+    std::string name;
+    std::vector<Float> expected;
+    std::function<void(std::vector<Float>&)> row;
+  };
+  std::vector<Case> cases;
+  std::vector<std::unique_ptr<NoiseGenerator>> generators;
+  for (const Setting& s : settings) {
+    generators.push_back(Generator(s.seed));
+    NoiseGenerator& noise = *generators.back();
+    ASSERT_TRUE(noise.InitFbm(12, s.lacunarity, 0.95));
+    for (const NoiseTypeInfo& info : NoiseTypes())
+      for (const bool twoD : {true, false}) {
+        const auto type = static_cast<Int32>(info.type);
+        Case c{std::string(info.name) + (twoD ? " 2-D seed " : " 3-D seed ") + std::to_string(s.seed), {}, {}};
+        for (std::size_t i = 0; i < row.x.size(); ++i)
+          c.expected.push_back(
+              noise.Noise(type, twoD, row.At(i), 0.125, s.octaves, s.absolute, s.sampleRadius, 0.5, s.repeat));
+        c.row = [&noise, &row, type, twoD, s](std::vector<Float>& out) {
+          noise.NoiseRow(type, twoD, row.Points(), 0.125, s.octaves, s.absolute, s.sampleRadius, 0.5, s.repeat,
+                         out.data());
+        };
+        cases.push_back(std::move(c));
+      }
+    Case ridged{"ridged multifractal seed " + std::to_string(s.seed), {}, {}};
+    for (std::size_t i = 0; i < row.x.size(); ++i)
+      ridged.expected.push_back(noise.RidgedMultifractal(row.At(i), 0.0, s.octaves, 1.0, 0.8, s.repeat));
+    ridged.row = [&noise, &row, s](std::vector<Float>& out) {
+      noise.RidgedMultifractalRow(row.Points(), 0.0, s.octaves, 1.0, 0.8, s.repeat, out.data());
+    };
+    cases.push_back(std::move(ridged));
+  }
+  Case scalar{"scalar noise", {}, [&row](std::vector<Float>& out) { ScalarNoiseRow(row.Points(), 0.5, out.data()); }};
+  for (std::size_t i = 0; i < row.x.size(); ++i) scalar.expected.push_back(ScalarNoise(row.At(i), 0.5));
+  cases.push_back(std::move(scalar));
+
+  std::vector<Float> actual(row.x.size());
+  for (const std::int64_t target : hwy::SupportedAndGeneratedTargets()) {
+    hwy::SetSupportedTargetsForTest(target);
+    for (const Case& c : cases) {
+      SCOPED_TRACE(c.name + " on " + hwy::TargetName(target));
+      c.row(actual);
+      ExpectSameBits(c.expected, actual, row);
+    }
+  }
+  hwy::SetSupportedTargetsForTest(0);
 }
 
 }  // namespace

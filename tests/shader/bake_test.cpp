@@ -143,7 +143,7 @@ TEST(ShadeContext, ImageRowZeroIsTheFarEdgeOfTheGrid) {
   context.height = 5;
   std::vector<float> out(2);
   for (const auto& [y, expected] : {std::pair{0, 20.0f}, {2, 10.0f}, {3, 5.0f}, {4, 0.0f}}) {
-    VLGD::SampleGridRow(rows.data(), 2, 3, context, y, out);
+    VLGD::SampleGridSpan(rows.data(), 2, 3, context, {y, 0, 2}, out.data());
     EXPECT_EQ(out[0], expected) << "image row " << y;
   }
 }

@@ -1,9 +1,13 @@
 #include "vellgrund/convolution.h"
 
 #include <gtest/gtest.h>
+#include <hwy/targets.h>
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
+#include <functional>
+#include <memory>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -18,6 +22,7 @@ using namespace VLGD::Convolution;
 using namespace testing_support;
 using platform::CancellationToken;
 using platform::ErrorKind;
+using platform::ScopedThreadLimit;
 
 constexpr OUTOFBOUNDSMODE kModes[] = {OUTOFBOUNDSMODE::NONE, OUTOFBOUNDSMODE::CLAMP, OUTOFBOUNDSMODE::TILE,
                                       OUTOFBOUNDSMODE::MIRROR};
@@ -116,6 +121,105 @@ void ExpectNear(const Grid2D<Float>& actual, const Grid2D<Float>& expected, cons
     ASSERT_LE(std::abs(actual.Data()[i] - expected.Data()[i]), 1e-12 * size)
         << what << ": sample " << i << " is " << actual.Data()[i] << ", expected " << expected.Data()[i];
   }
+}
+
+// ---- The sliding passes as plain scalar loops, restarts included --------------------------
+
+// One line of `count` samples `stride` apart, clamped at its ends.
+struct Line {
+  const Float* in;
+  Float* out;
+  Int count;
+  Int stride;
+  [[nodiscard]] Float At(Int i) const { return in[std::clamp<Int>(i, 0, count - 1) * stride]; }
+  Float& Out(Int i) const { return out[i * stride]; }
+};
+
+// The sums start afresh every `period` samples: that is what fixes their rounding.
+Int Period(Int half) {
+  return std::max<Int>(256, 4 * (2 * half + 1));
+}
+
+void BoxLine(const Line& line, Int half, Float w) {
+  for (Int start = 0; start < line.count; start += Period(half)) {
+    Float sum = 0.0;
+    for (Int t = std::max<Int>(0, start - half); t <= std::min(line.count - 1, start + half); ++t) sum += line.At(t);
+    sum += static_cast<Float>(std::max<Int>(0, half - start)) * line.At(0) +
+           static_cast<Float>(std::max<Int>(0, start + half - (line.count - 1))) * line.At(line.count - 1);
+    for (Int c = start; c < std::min(line.count, start + Period(half)); ++c) {
+      line.Out(c) = w * sum;
+      sum += line.At(c + half + 1) - line.At(c - half);
+    }
+  }
+}
+
+// The ramp a + delta |k| as a box and a tent sum over a ring of forward sums (Rows::Ramp).
+void RampLine(const Line& line, Int half, Float a, Float delta, Float w) {
+  const Float boxWeight = a + delta * static_cast<Float>(half + 1);
+  std::vector<Float> ring(static_cast<std::size_t>(half + 1));
+  for (Int start = 0; start < line.count; start += Period(half)) {
+    Float forward = 0.0;
+    for (Int t = std::max<Int>(0, start - half); t <= start; ++t) forward += line.At(t);
+    forward += static_cast<Float>(std::max<Int>(0, half - start)) * line.At(0);
+    ring[0] = forward;
+    Float tent = forward;
+    for (Int t = 1; t <= half; ++t) {
+      forward += line.At(start + t) - line.At(start - half - 1 + t);
+      ring[static_cast<std::size_t>(t)] = forward;
+      tent += forward;
+    }
+    for (Int c = start; c < std::min(line.count, start + Period(half)); ++c) {
+      Float& oldest = ring[static_cast<std::size_t>((c - start) % (half + 1))];
+      const Float add = line.At(c + half + 1);
+      const Float next = forward + add - line.At(c);
+      line.Out(c) = w * (boxWeight * (oldest + next - add) - delta * tent);
+      tent += next - oldest;
+      oldest = forward = next;
+    }
+  }
+}
+
+// `pass` down every column, then along every row.
+template <class Pass>
+Grid2D<Float> ColumnsThenRows(const Grid2D<Float>& g, Pass pass) {
+  Grid2D<Float> mid, out;
+  EXPECT_TRUE(mid.InitFrom(g) && out.InitFrom(g));
+  for (Int x = 0; x < g.Width(); ++x) pass(Line{g.Data() + x, mid.Data() + x, g.Height(), g.Width()});
+  for (Int y = 0; y < g.Height(); ++y) pass(Line{mid.Data() + y * g.Width(), out.Data() + y * g.Width(), g.Width(), 1});
+  return out;
+}
+
+// The separable form: the weighted column sums of a padded row, then the weighted row sums.
+Grid2D<Float> ReferenceSeparable(const Grid2D<Float>& s, const SeparableForm& form, OUTOFBOUNDSMODE mode) {
+  Grid2D<Float> d;
+  EXPECT_TRUE(d.InitFrom(s));
+  const Int n = static_cast<Int>(form.row.size());
+  std::vector<Float> middle(static_cast<std::size_t>(s.Width()));
+  for (Int y = 0; y < s.Height(); ++y) {
+    for (Int x = 0; x < s.Width(); ++x) {
+      Float sum = 0.0;
+      for (Int i = 0; i < n; ++i)
+        sum += form.column[static_cast<std::size_t>(i)] * s.Get(x, ReferenceIndex(y - n / 2 + i, s.Height(), mode));
+      middle[static_cast<std::size_t>(x)] = sum;
+    }
+    for (Int x = 0; x < s.Width(); ++x) {
+      Float sum = form.centre * s.Get(x, y);
+      for (Int j = 0; j < n; ++j)
+        sum += form.row[static_cast<std::size_t>(j)] *
+               middle[static_cast<std::size_t>(ReferenceIndex(x - n / 2 + j, s.Width(), mode))];
+      d.Set(x, y, sum);
+    }
+  }
+  return d;
+}
+
+::testing::AssertionResult SameBits(const Grid2D<Float>& actual, const Grid2D<Float>& expected) {
+  if (actual.Count() != expected.Count()) return ::testing::AssertionFailure() << "shapes differ";
+  for (Int i = 0; i < actual.Count(); ++i)
+    if (std::memcmp(actual.Data() + i, expected.Data() + i, sizeof(Float)) != 0)
+      return ::testing::AssertionFailure() << "sample " << i << " (" << i % actual.Width() << ", " << i / actual.Width()
+                                           << ") is " << actual.Data()[i] << ", expected " << expected.Data()[i];
+  return ::testing::AssertionSuccess();
 }
 
 TEST(ConvolutionTest, GaussianKernelsAreNormalisedSampledGaussiansAndUnsharpMasksTheirComplement) {
@@ -248,6 +352,93 @@ TEST(ConvolutionTest, SlidingSumsEqualTheDirectSumsOfBothPasses) {
       ExpectNear(inPlace, expected, nullptr, what);
     EXPECT_TRUE(Identical(outOfPlace, inPlace)) << what;
   }
+}
+
+// Every SIMD target gives the scalar loops' bits, in place and not, on one thread and two:
+// grids down to a sample, restarts in both directions (more than 256 rows and columns), more
+// than 500 rows (several workers), and a grid large enough for the streamed stores.
+TEST(ConvolutionTest, EveryTargetGivesTheBitsOfTheScalarLoops) {
+  struct Filter {
+    std::string name;
+    std::function<Status(const Grid2D<Float>&, Grid2D<Float>&)> run;
+    std::function<Status(Grid2D<Float>&)> inPlace;  // none for Convolve
+    std::function<Grid2D<Float>(const Grid2D<Float>&)> reference;
+  };
+  std::vector<Filter> filters;
+  for (const Int d : {1, 2, 4, 5, 6, 9, 65}) {
+    const Int half = d / 2;
+    const Float w = 1.0 / static_cast<Float>(d);
+    filters.push_back({"box " + std::to_string(d), [=](const auto& s, auto& t) { return BoxBlur(s, t, d); },
+                       [=](auto& g) { return BoxBlur(g, d); },
+                       [=](const auto& g) {
+                         return half < 2 ? ReferenceBoxBlur(g, d)
+                                         : ColumnsThenRows(g, [&](const Line& line) { BoxLine(line, half, w); });
+                       }});
+  }
+  for (const auto& [size, amount] : {std::pair<Int, Float>{4, 0.0}, {5, 1.0}, {9, 0.3}, {41, 0.5}}) {
+    const Int half = size / 2;
+    OrvelSharpen::SharpenKernel ramp;
+    const Float ends[2] = {OrvelSharpen::CentreWeight(size, amount), -1.0};
+    EXPECT_TRUE(ramp.Initialize(static_cast<UInt32>(size), ends));
+    Float outer = 0.0;
+    for (Int k = 1; k <= half; ++k) outer += ramp.Values()[static_cast<std::size_t>(k)];
+    const Float w = 1.0 / (ramp.Values()[0] + 2.0 * outer);
+    const Float delta = (-1.0 - ends[0]) / static_cast<Float>(half);
+    filters.push_back({"sharpen " + std::to_string(size),
+                       [=](const auto& s, auto& t) { return SeparableSharpen(s, t, size, amount); },
+                       [=](auto& g) { return SeparableSharpen(g, size, amount); },
+                       [=](const auto& g) {
+                         return ColumnsThenRows(g, [&](const Line& line) { RampLine(line, half, ends[0], delta, w); });
+                       }});
+  }
+  std::vector<std::unique_ptr<BaseKernel>> kernels;
+  for (const auto& [radius, unsharp, mode] : {std::tuple{2u, false, OUTOFBOUNDSMODE::MIRROR},
+                                              {8u, false, OUTOFBOUNDSMODE::TILE},
+                                              {3u, true, OUTOFBOUNDSMODE::CLAMP}}) {
+    kernels.push_back(unsharp ? std::unique_ptr<BaseKernel>(std::make_unique<PresetKernels::UnsharpMask>())
+                              : std::make_unique<PresetKernels::GaussBlur>());
+    ASSERT_TRUE(kernels.back()->Initialize(radius));
+    const BaseKernel& kernel = *kernels.back();
+    filters.push_back({(unsharp ? "unsharp " : "gauss ") + std::to_string(radius),
+                       [&kernel, mode](const auto& s, auto& t) { return Convolve(s, t, kernel, mode); }, nullptr,
+                       [&kernel, mode](const auto& g) { return ReferenceSeparable(g, *kernel.Separable(), mode); }});
+  }
+
+  std::vector<Grid2D<Float>> grids;
+  for (const auto& [w, h] : {std::pair<Int, Int>{1, 1}, {1, 9}, {9, 1}, {3, 3}, {17, 5}, {5, 17}, {300, 520}})
+    grids.push_back(RandomGrid(w, h, static_cast<unsigned>(w * 1000 + h), -50.0, 50.0));
+  for (const Grid2D<Float>& grid : grids)
+    for (const Filter& filter : filters) {
+      const Grid2D<Float> expected = filter.reference(grid);
+      for (const std::int64_t target : hwy::SupportedAndGeneratedTargets()) {
+        hwy::SetSupportedTargetsForTest(target);
+        for (const int threads : {1, 2}) {
+          SCOPED_TRACE(testing::Message() << filter.name << " on " << grid.Width() << " x " << grid.Height() << ", "
+                                          << hwy::TargetName(target) << ", " << threads << " threads");
+          const ScopedThreadLimit limit(threads);
+          Grid2D<Float> result;
+          ASSERT_TRUE(filter.run(grid, result));
+          EXPECT_TRUE(SameBits(result, expected));
+          if (!filter.inPlace) continue;
+          Grid2D<Float> inPlace = Copy(grid);
+          ASSERT_TRUE(filter.inPlace(inPlace));
+          EXPECT_TRUE(SameBits(inPlace, expected));
+        }
+      }
+      hwy::SetSupportedTargetsForTest(0);
+    }
+
+  // Past 2^22 samples the Gaussian streams its stores past the cache.
+  const Grid2D<Float> large = RandomGrid(2049, 2049, 77, -50.0, 50.0);
+  const Filter& gauss = *std::ranges::find(filters, "gauss 2", &Filter::name);
+  const Grid2D<Float> expected = gauss.reference(large);
+  for (const std::int64_t target : hwy::SupportedAndGeneratedTargets()) {
+    hwy::SetSupportedTargetsForTest(target);
+    Grid2D<Float> result;
+    ASSERT_TRUE(gauss.run(large, result));
+    EXPECT_TRUE(SameBits(result, expected)) << hwy::TargetName(target);
+  }
+  hwy::SetSupportedTargetsForTest(0);
 }
 
 }  // namespace

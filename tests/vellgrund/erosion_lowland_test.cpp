@@ -5,6 +5,7 @@
 #include <cmath>
 
 #include "platform/noise.h"
+#include "platform/parallel.h"
 #include "support/operator_fixture.h"
 
 namespace {
@@ -57,7 +58,8 @@ TEST(LowlandFlattening, FlatGridsStayAndTheNoiseMovesTheLevelBetweenItsBounds) {
   // Level between 0.25 + 0.6 x 0.25 and 0.5: heights at 0.5 and above never change, those
   // below 0.4 always do, and scale 0 samples the noise at one point for the whole grid.
   LowlandSettings noisy;
-  const Grid2D<Float> slope = MakeGrid(101, 9, [](Int x, Int) { return static_cast<Float>(x); }, 500.0, 40.0);
+  const Grid2D<Float> slope = MakeGrid(
+      101, 9, [](Int x, Int) { return static_cast<Float>(x); }, 500.0, 40.0);
   grid = Copy(slope);
   ASSERT_TRUE(FlattenLowlands(grid, noisy));
   for (Int y = 0; y < 9; ++y)
@@ -68,6 +70,24 @@ TEST(LowlandFlattening, FlatGridsStayAndTheNoiseMovesTheLevelBetweenItsBounds) {
         ASSERT_LT(grid.Get(x, y), slope.Get(x, y));
       }
     }
+  // Every sample the noise decides reads it at its own place, on a grid whose rows span
+  // several of the noise's blocks: one thread takes them whole, several split the grid
+  // inside rows.
+  const Grid2D<Float> wide = MakeGrid(
+      601, 19, [](Int x, Int y) { return static_cast<Float>((x * 7 + y * 3) % 100); }, 600.0, 90.0);
+  for (const int threads : {1, platform::MaxThreads()}) {
+    const platform::ScopedThreadLimit limit(threads);
+    grid = Copy(wide);
+    ASSERT_TRUE(FlattenLowlands(grid, noisy));
+    for (Int y = 0; y < wide.Height(); ++y)
+      for (Int x = 0; x < wide.Width(); ++x) {
+        const Vector point((static_cast<Float>(x) - 300.0) / 20.0, 0.0, (45.0 - 5.0 * static_cast<Float>(y)) / 20.0);
+        const Float level = ((platform::ScalarNoise(point, 0.0) - 1.0) * 0.4 + 1.0) * 0.25 + 0.25;
+        const Float t = wide.Get(x, y) / 99.0;
+        const Float expected = t < level ? std::pow(t / level, 3.0) * t * 99.0 : wide.Get(x, y);
+        ASSERT_NEAR(grid.Get(x, y), expected, 1e-9) << threads << " threads: " << x << ", " << y;
+      }
+  }
   noisy.noiseScale = 0.0;
   grid = Copy(slope);
   ASSERT_TRUE(FlattenLowlands(grid, noisy));

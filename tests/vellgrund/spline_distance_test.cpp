@@ -1,8 +1,11 @@
 #include "vellgrund/spline_distance.h"
 
 #include <gtest/gtest.h>
+#include <hwy/targets.h>
 
+#include <bit>
 #include <cmath>
+#include <cstdint>
 #include <limits>
 #include <numbers>
 #include <random>
@@ -130,6 +133,120 @@ TEST(SegmentFieldTest, FilledClosedCurvesCoverTheirInsideAtTheirMeanHeight) {
     }
   }
   EXPECT_FALSE(field.Query(-45.0, -45.0).inside);
+}
+
+// The distance and height of the nearest segment with the field's own arithmetic, ties to
+// the first: the cells must find exactly this, on every SIMD target.
+struct Exact {
+  Float distance = std::numeric_limits<Float>::infinity();
+  Float height = 0.0;
+};
+Exact ExactNearest(const std::vector<std::vector<Vector>>& lines, Float reach, Float x, Float z) {
+  Float best = std::numeric_limits<Float>::infinity();
+  Exact found;
+  for (const auto& p : lines) {
+    for (std::size_t i = 0; i < p.size(); ++i) {
+      const Vector& a = p[i];
+      const Vector& b = p[(i + 1) % p.size()];
+      const Float dx = b.x - a.x, dz = b.z - a.z, lengthSquared = dx * dx + dz * dz;
+      const Float inverse = lengthSquared > 0.0 ? 1.0 / lengthSquared : 0.0;
+      const Float px = x - a.x, pz = z - a.z;
+      Float t = (px * dx + pz * dz) * inverse;
+      t = t > 0.0 ? (t < 1.0 ? t : 1.0) : 0.0;
+      const Float ex = px - t * dx, ez = pz - t * dz;
+      const Float d = ex * ex + ez * ez;
+      if (d < best) {
+        best = d;
+        found.height = a.y + t * (b.y - a.y);
+      }
+    }
+  }
+  found.distance = std::sqrt(best);
+  if (!(found.distance <= reach)) found = {};
+  return found;
+}
+
+// Rows of points walked in runs of one cell, as the operator walks them, on integer
+// coordinates that fall exactly on the borders of unit cells, and between them; each point
+// split into a column's part and a row offset. Closed curves (one filled) included.
+TEST(SegmentFieldTest, RunsOfPointsMatchTheExactNearestSegmentOnEveryTarget) {
+  std::mt19937 random(314159);
+  std::uniform_real_distribution<Float> unit(0.0, 1.0);
+  std::vector<std::vector<Vector>> lines;
+  for (int l = 0; l < 3; ++l) {
+    std::vector<Vector>& line = lines.emplace_back();
+    // Every curve starts at the origin, so that the field's first cell starts at -reach.
+    Vector at(0.0, 1.0, 0.0);
+    for (int i = 0; i < 25; ++i) {
+      line.push_back(at);
+      at = at + Vector(unit(random) * 6.0 - 2.0, unit(random) - 0.5, (unit(random) - 0.5) * 8.0);
+    }
+  }
+  const Float reach = 6.0;
+  const auto build = [&](SegmentField& field) {
+    for (std::size_t l = 0; l < lines.size(); ++l) ASSERT_TRUE(field.AddPolyline(lines[l], true, l == 2));
+    ASSERT_TRUE(field.Build(reach, 1.0));
+  };
+  const Float filledLevel = [&] {
+    SegmentField filled;
+    EXPECT_TRUE(filled.AddPolyline(lines[2], true, true));
+    EXPECT_TRUE(filled.Build(reach, 1.0));
+    for (Float z = -20.0; z < 20.0; z += 0.37)
+      for (Float x = 0.0; x < 60.0; x += 0.41)
+        if (const SegmentField::Nearest n = filled.Query(x, z); n.inside) return n.height;
+    return std::numeric_limits<Float>::quiet_NaN();
+  }();
+  ASSERT_FALSE(std::isnan(filledLevel)) << "the filled curve must enclose some points";
+
+  constexpr Int kColumns = 400;
+  std::vector<Float> columns(kColumns + SegmentField::kPadding), zs(kColumns + SegmentField::kPadding);
+  std::vector<Float> distance(kColumns + SegmentField::kPadding), height(kColumns + SegmentField::kPadding);
+  const std::vector<int64_t> targets = hwy::SupportedAndGeneratedTargets();
+  ASSERT_FALSE(targets.empty());
+  int compared = 0, near = 0;
+  for (const int64_t target : targets) {
+    SCOPED_TRACE(hwy::TargetName(target));
+    hwy::SetSupportedTargetsForTest(target);
+    SegmentField field;
+    build(field);
+    for (const Float step : {1.0, 0.25, 0.3}) {  // on the borders, a quarter of a cell, neither
+      for (Float rowZ = -18.0; rowZ <= 18.0; rowZ += 0.5) {
+        const Float offset = step == 0.3 ? 0.125 : SegmentField::kNoOffset;
+        for (Int i = 0; i < kColumns; ++i) {
+          columns[static_cast<std::size_t>(i)] = -8.0 + step * static_cast<Float>(i);
+          zs[static_cast<std::size_t>(i)] = rowZ;
+        }
+        for (Int begin = 0; begin < kColumns;) {
+          const Float x = columns[static_cast<std::size_t>(begin)] + offset;
+          const Int cell = field.CellOf(x, rowZ);
+          Int end = begin + 1;
+          while (end < kColumns && field.CellOf(columns[static_cast<std::size_t>(end)] + offset, rowZ) == cell) ++end;
+          if (cell >= 0) {
+            const auto b = static_cast<std::size_t>(begin);
+            field.QueryRun(cell, columns.data() + b, offset, zs.data() + b, SegmentField::kNoOffset, end - begin,
+                           distance.data() + b, height.data() + b);
+          }
+          for (Int i = begin; i < end; ++i) {
+            const auto k = static_cast<std::size_t>(i);
+            const Float px = columns[k] + offset;
+            Exact expected = cell >= 0 ? ExactNearest(lines, reach, px, rowZ) : Exact{};
+            if (cell >= 0 && InsidePolygon(lines[2], px, rowZ)) expected = {0.0, filledLevel};
+            const Float gotDistance = cell >= 0 ? distance[k] : std::numeric_limits<Float>::infinity();
+            const Float gotHeight = cell >= 0 ? height[k] : 0.0;
+            ASSERT_EQ(std::bit_cast<std::uint64_t>(gotDistance), std::bit_cast<std::uint64_t>(expected.distance))
+                << px << ", " << rowZ << ": " << gotDistance << " against " << expected.distance;
+            ASSERT_EQ(std::bit_cast<std::uint64_t>(gotHeight), std::bit_cast<std::uint64_t>(expected.height))
+                << px << ", " << rowZ;
+            ++compared;
+            near += expected.distance <= reach;
+          }
+          begin = end;
+        }
+      }
+    }
+  }
+  hwy::SetSupportedTargetsForTest(0);
+  EXPECT_GT(near, compared / 10);
 }
 
 TEST(SegmentFieldTest, FlattenedCubicsStayWithinTheTolerance) {
