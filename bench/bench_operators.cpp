@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <string>
 
-#include "operator_bench.h"
 #include "object/operator_gradient.h"
 #include "object/operator_noise.h"
+#include "operator_bench.h"
 #include "platform/noise.h"
 #include "platform/parallel.h"
 #include "vellgrund/distortion.h"
@@ -51,10 +51,18 @@ void BM_GradientOperator(benchmark::State& state) {
   bench.Set(VLGD::GRADIENTOPERATOR_HEIGHT, 1200.0);
   bench.Run(state);
 }
-BENCHMARK(BM_GradientOperator)
-    ->ArgsProduct({{1, 2, 3, 4}, {1}})
-    ->Unit(benchmark::kMillisecond)
-    ->UseRealTime();
+BENCHMARK(BM_GradientOperator)->ArgsProduct({{1, 2, 3, 4}, {1}})->Unit(benchmark::kMillisecond)->UseRealTime();
+
+// The radial gradient through its default profile with the distortion on, as the default
+// scene's massif has it, over a radius that covers the grid: every sample solves the curve.
+void BM_GradientOperatorDistorted(benchmark::State& state) {
+  OperatorBench bench(VLGD::ID_GRADIENTOPERATOR, kSide);
+  bench.Set(VLGD::GRADIENTOPERATOR_TYPE, static_cast<Int32>(state.range(0)));
+  bench.Set(VLGD::GRADIENTOPERATOR_RADIUS, 800.0);
+  bench.Set(VLGD::TERRAINDISTORTION_ENABLED, true);
+  bench.Run(state);
+}
+BENCHMARK(BM_GradientOperatorDistorted)->ArgsProduct({{1}, {1, 2}})->Unit(benchmark::kMillisecond)->UseRealTime();
 
 // Every registered operator at its defaults on a 1000 x 1000 terrain, one thread and all:
 // a new type is measured the day it is registered.

@@ -116,12 +116,14 @@ Status GradientOperator::Compute(const Grid2D<Float>& incoming, Node& op, Docume
   Float* values = result_.Data();
   const platform::CancellationToken* thread = context.thread;
   const std::string_view cancelled = CancelMessage(shape.type);
-  const auto curve = [profile](Float t) { return profile->GetPoint(t).y; };
   const platform::ParallelOptions samples{.granularity = 16};
   return platform::ParallelForRange(0, result_.Count(), samples, [&](Int begin, Int end) -> Status {
-    // The distortion takes a block of points per call, on the worker's stack.
+    // The distortion takes a block of points per call, and the profile a block of positions
+    // on it, on the worker's stack.
     constexpr Int kBlock = 256;
     Vector points[kBlock];
+    Float along[2 * kBlock];  // positions on the profile; the rectangle's second ones from kBlock on
+    Int sampleOf[kBlock];     // the sample of each position
     // Column and row advance with the index: no division per sample.
     Int x = begin % width;
     Int y = begin / width;
@@ -136,6 +138,7 @@ Status GradientOperator::Compute(const Grid2D<Float>& incoming, Node& op, Docume
         points[k] = distortion.beforeMatrix ? platform::TransformPoint(frame, p) : p;
       }
       distortion.ApplyRow(std::span(points, static_cast<std::size_t>(count)));
+      Int inside = 0;  // samples the shape covers, each with its positions on the profile
       for (Int k = 0; k < count; ++k) {
         const Int i = start + k;
         // The break is honoured only where the index's low byte masked with 0x9F is odd.
@@ -145,27 +148,43 @@ Status GradientOperator::Compute(const Grid2D<Float>& incoming, Node& op, Docume
         switch (shape.type) {
           case GRADIENTTYPE::RADIAL: {
             const Float distanceSquared = p.x * p.x + p.y * p.y + p.z * p.z;
-            if (distanceSquared <= shape.limit) values[i] = curve(1.0 - std::sqrt(distanceSquared) * shape.inverse);
+            if (distanceSquared <= shape.limit) {
+              sampleOf[inside] = i;
+              along[inside++] = 1.0 - std::sqrt(distanceSquared) * shape.inverse;
+            }
             break;
           }
-          case GRADIENTTYPE::LINEAR: {
-            const Float t = std::clamp(((p.z + shape.start) - shape.span) / (0.0 - shape.span), 0.0, 1.0);
-            values[i] = curve(t);
+          case GRADIENTTYPE::LINEAR:
+            sampleOf[inside] = i;
+            along[inside++] = std::clamp(((p.z + shape.start) - shape.span) / (0.0 - shape.span), 0.0, 1.0);
             break;
-          }
           case GRADIENTTYPE::RECTANGULAR:
             if (std::abs(p.x) <= shape.halfWidth && std::abs(p.z) <= shape.halfHeight) {
-              const Float u = curve(1.0 - std::abs(p.x) * shape.inverseWidth);
-              const Float v = curve(1.0 - std::abs(p.z) * shape.inverseHeight);
-              values[i] = u <= v ? u : v;
+              sampleOf[inside] = i;
+              along[kBlock + inside] = 1.0 - std::abs(p.z) * shape.inverseHeight;
+              along[inside++] = 1.0 - std::abs(p.x) * shape.inverseWidth;
             }
             break;
           case GRADIENTTYPE::SQUARE: {
             const Float distance = std::max(std::abs(p.x), std::abs(p.z));
-            if (distance <= shape.limit) values[i] = curve(1.0 - distance * shape.inverse);
+            if (distance <= shape.limit) {
+              sampleOf[inside] = i;
+              along[inside++] = 1.0 - distance * shape.inverse;
+            }
             break;
           }
         }
+      }
+      profile->GetPointsY(along, along, inside);
+      if (shape.type == GRADIENTTYPE::RECTANGULAR) {
+        profile->GetPointsY(along + kBlock, along + kBlock, inside);
+        for (Int j = 0; j < inside; ++j) {
+          const Float u = along[j];
+          const Float v = along[kBlock + j];
+          values[sampleOf[j]] = u <= v ? u : v;
+        }
+      } else {
+        for (Int j = 0; j < inside; ++j) values[sampleOf[j]] = along[j];
       }
     }
     return platform::Ok();

@@ -2,22 +2,22 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <limits>
 
 #include "platform/memory.h"
+#include "platform/spline_data_batch.h"
 
 namespace platform {
 namespace {
 
-// The solve for t stops once Bx(t) is this close to x, relative to the segment's width.
-constexpr Float kSolveTolerance = 1e-14;
-// ... or once the bracket around t is this narrow, which only happens where the curve is
-// vertical and x hardly moves with t.
-constexpr Float kMinBracket = 1e-15;
-// Bisection alone needs about 50 halvings to reach kMinBracket.
-constexpr int kMaxSolveSteps = 64;
+using spline_batch::kMaxSolveSteps;
+using spline_batch::kMinBracket;
+using spline_batch::kSolveTolerance;
 
-bool IsFinite(const Vector& v) { return std::isfinite(v.x) && std::isfinite(v.y) && std::isfinite(v.z); }
+bool IsFinite(const Vector& v) {
+  return std::isfinite(v.x) && std::isfinite(v.y) && std::isfinite(v.z);
+}
 
 // The first knot right of x.
 template <class Iterator>
@@ -26,11 +26,9 @@ Iterator FirstKnotAfter(Iterator begin, Iterator end, Float x) {
 }
 
 // The Bezier segment from knot a to knot b in power form, relative to knot a.
-struct Segment {
-  Float ax1, ax2, ax3, ay1, ay2, ay3;
-  Float width;
-
-  Segment(const SplineKnot& a, const SplineKnot& b) : width(b.position.x - a.position.x) {
+struct Segment : spline_batch::SegmentPolynomials {
+  Segment(const SplineKnot& a, const SplineKnot& b) {
+    width = b.position.x - a.position.x;
     // Inner control points with their x kept within the segment make Bx(t) monotone, so
     // every x has exactly one t.
     const Float x1 = std::clamp(a.rightTangent.x, 0.0, width);
@@ -81,10 +79,25 @@ Float EvaluateSegment(const SplineKnot& a, const SplineKnot& b, Float x) {
   return a.position.y + segment.Y(segment.Solve(x - a.position.x));
 }
 
+// The span of a curve of knotCount knots, where every sample inside lies between the knots
+// after - 1 and after.
+spline_batch::SpanOfOneSegment SpanOf(const SplineKnot* knots, Int knotCount, Int after) {
+  const SplineKnot& a = knots[after - 1];
+  return {Segment(a, knots[after]),
+          a.position.x,
+          a.position.y,
+          knots[0].position.x,
+          knots[0].position.y,
+          knots[knotCount - 1].position.x,
+          knots[knotCount - 1].position.y};
+}
+
 }  // namespace
 
 // A copy that cannot allocate is left empty: copies must not throw, and an empty curve is valid.
-SplineData::SplineData(const SplineData& other) noexcept { (void)CopyFrom(other); }
+SplineData::SplineData(const SplineData& other) noexcept {
+  (void)CopyFrom(other);
+}
 
 SplineData& SplineData::operator=(const SplineData& other) noexcept {
   (void)CopyFrom(other);
@@ -108,7 +121,9 @@ const SplineKnot* SplineData::GetKnot(Int32 index) const {
   return &knots_[static_cast<std::size_t>(index)];
 }
 
-SplineKnot* SplineData::GetKnot(Int32 index) { return MutableKnot(index); }
+SplineKnot* SplineData::GetKnot(Int32 index) {
+  return MutableKnot(index);
+}
 
 SplineKnot* SplineData::MutableKnot(Int32 index) {
   if (index < 0 || static_cast<std::size_t>(index) >= knots_.size()) return nullptr;
@@ -187,6 +202,89 @@ Vector SplineData::GetPoint(Float x) const {
   return Vector(x, EvaluateSegment(*std::prev(after), *after, x), 0.0);
 }
 
+void SplineData::GetPointsY(const Float* x, Float* y, Int count) const {
+  if (knots_.size() < 2) {
+    for (Int i = 0; i < count; ++i) y[i] = GetPoint(x[i]).y;
+    return;
+  }
+  if (knots_.size() == 2) {
+    spline_batch::SolveSpan(SpanOf(knots_.data(), 2, 1), x, y, count);
+    return;
+  }
+  for (Int start = 0; start < count; start += kBatch) GetBatchY(x + start, y + start, std::min(kBatch, count - start));
+}
+
+void SplineData::GetBatchY(const Float* x, Float* y, Int count) const {
+  // Samples inside the span are grouped by segment (a counting sort over the segments the
+  // batch touches), each group solved in SIMD with its segment's constants in every lane.
+  // Nothing is written to y before every x is read: y may be x.
+  constexpr Int kMaxGroups = 64;
+  const SplineKnot* knots = knots_.data();
+  const auto knotCount = static_cast<Int>(knots_.size());
+  const Float firstX = knots[0].position.x;
+  const Float lastX = knots[knotCount - 1].position.x;
+  // The knot after each sample inside the span; 0 before it (and NaN), knotCount after it.
+  std::int32_t afterOf[kBatch];
+  Int lowest = knotCount;
+  Int highest = 0;
+  Int hint = 1;  // neighbouring samples mostly share a segment
+  for (Int i = 0; i < count; ++i) {
+    const Float v = x[i];
+    if (!(v > firstX)) {
+      afterOf[i] = 0;
+    } else if (v >= lastX) {
+      afterOf[i] = static_cast<std::int32_t>(knotCount);
+    } else {
+      // The first knot right of v, as GetPoint finds it.
+      if (!(knots[hint - 1].position.x <= v && v < knots[hint].position.x))
+        hint = FirstKnotAfter(knots, knots + knotCount, v) - knots;
+      afterOf[i] = static_cast<std::int32_t>(hint);
+      lowest = std::min(lowest, hint);
+      highest = std::max(highest, hint);
+    }
+  }
+  const auto end = [&](Int i) { return knots[afterOf[i] == 0 ? 0 : knotCount - 1].position.y; };
+  const auto inside = [&](Int i) { return afterOf[i] != 0 && afterOf[i] != knotCount; };
+  if (highest == 0) {
+    for (Int i = 0; i < count; ++i) y[i] = end(i);
+    return;
+  }
+  if (lowest == highest) {  // the common case: no grouping, no gathering
+    spline_batch::SolveSpan(SpanOf(knots, knotCount, lowest), x, y, count);
+    return;
+  }
+  if (highest - lowest >= kMaxGroups) {
+    for (Int i = 0; i < count; ++i)
+      y[i] = inside(i) ? EvaluateSegment(knots[afterOf[i] - 1], knots[afterOf[i]], x[i]) : end(i);
+    return;
+  }
+  Int groupStart[kMaxGroups + 1] = {};
+  for (Int i = 0; i < count; ++i)
+    if (inside(i)) ++groupStart[afterOf[i] - lowest + 1];
+  for (Int g = 0; g < kMaxGroups; ++g) groupStart[g + 1] += groupStart[g];
+  Int fill[kMaxGroups];
+  std::copy_n(groupStart, kMaxGroups, fill);
+  Float u[kBatch];
+  Float solved[kBatch];
+  std::int32_t sampleOf[kBatch];
+  for (Int i = 0; i < count; ++i) {
+    if (!inside(i)) continue;
+    const Int slot = fill[afterOf[i] - lowest]++;
+    u[slot] = x[i] - knots[afterOf[i] - 1].position.x;
+    sampleOf[slot] = static_cast<std::int32_t>(i);
+  }
+  for (Int after = lowest; after <= highest; ++after) {
+    const Int begin = groupStart[after - lowest];
+    const Int stop = groupStart[after - lowest + 1];
+    if (begin == stop) continue;
+    const SplineKnot& a = knots[after - 1];
+    spline_batch::SolveSegment(Segment(a, knots[after]), a.position.y, u + begin, solved + begin, stop - begin);
+  }
+  for (Int i = 0; i < count; ++i)
+    if (!inside(i)) y[i] = end(i);
+  for (Int slot = 0; slot < groupStart[highest - lowest + 1]; ++slot) y[sampleOf[slot]] = solved[slot];
+}
+
 Result<SplineSampler> SplineSampler::Build(const SplineData& curve) {
   SplineSampler sampler;
   sampler.curve_ = &curve;
@@ -221,7 +319,7 @@ Result<SplineSampler> SplineSampler::Build(const SplineData& curve) {
     while (segmentEnd < knotCount - 1 && curve.GetKnot(segmentEnd)->position.x <= xa) ++segmentEnd;
     const SplineKnot& a = *curve.GetKnot(segmentEnd - 1);
     const SplineKnot& b = *curve.GetKnot(segmentEnd);
-    c = {std::numeric_limits<Float>::quiet_NaN(), 0.0, 0.0, 0.0};  // NaN: solve
+    c = {std::numeric_limits<Float>::quiet_NaN(), 0.0, 0.0, 0.0};       // NaN: solve
     if (b.position.x < xb || !(b.position.x > a.position.x)) continue;  // a knot inside
     const Segment segment(a, b);
     const Float ta = solvedEnd == segmentEnd ? solvedT : segment.Solve(std::max(0.0, xa - a.position.x));

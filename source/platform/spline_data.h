@@ -73,10 +73,18 @@ class SplineData {
   // allocation and safe to call from any number of threads.
   [[nodiscard]] Vector GetPoint(Float x) const;
 
+  // y[i] = GetPoint(x[i]).y for i < count, the same bits, many samples at a time in SIMD;
+  // y may be x. Const, free of allocation and safe to call from any number of threads.
+  void GetPointsY(const Float* x, Float* y, Int count) const;
+
   friend bool operator==(const SplineData& a, const SplineData& b) { return a.knots_ == b.knots_; }
 
  private:
+  static constexpr Int kBatch = 256;  // samples a call keeps on the stack
+
   SplineKnot* MutableKnot(Int32 index);
+  // GetPointsY for count <= kBatch.
+  void GetBatchY(const Float* x, Float* y, Int count) const;
 
   std::vector<SplineKnot> knots_;
 };

@@ -202,7 +202,7 @@ try {
   await page.fill('dialog[open] .files input', 'hills.glb');
   await page.click('dialog[open] button:has-text("Save")');
   await page.waitForFunction(() => !document.querySelector('dialog[open]'));
-  for (let i = 0; i < 50 && !existsSync(join(work, 'hills.glb')); ++i) await page.waitForTimeout(100);
+  await until(() => existsSync(join(work, 'hills.glb')), 'the exported mesh written');
   assert.ok(statSync(join(work, 'hills.glb')).size > 120 * 100 * 12, 'the exported mesh');
 
   // Preferences: stored where the tools read them, the cap applied at once, the overlay off.
@@ -219,9 +219,7 @@ try {
   // Save, then open the saved file again: the same tree.
   const saved = await state();
   await page.keyboard.press('Control+s');
-  await page.waitForTimeout(300);
-  const written = readFileSync(scene, 'utf8');
-  assert.match(written, /"Group"/);
+  await until(() => readFileSync(scene, 'utf8').includes('"Group"'), 'the saved scene');
   editor.server.kill('SIGINT');
   editor = await startEditor(scene);
   await page.goto(editor.address);

@@ -1,12 +1,15 @@
 #include "object/operator_gradient.h"
 
 #include <gtest/gtest.h>
+#include <hwy/targets.h>
 
 #include <cmath>
+#include <cstring>
 #include <numbers>
 #include <tuple>
 #include <vector>
 
+#include "common/vlgd_gui.h"
 #include "platform/parallel.h"
 #include "support/operator_fixture.h"
 #include "support/terrain_harness.h"
@@ -113,6 +116,56 @@ TEST(GradientOperatorTest, DistortedSamplesReadTheirOwnPoints) {
         ASSERT_NEAR(g.Result().Get(x, y), 1.0 - std::sqrt(p.x * p.x + p.z * p.z) / 1000.0, 1e-9)
             << threads << " threads: " << x << ", " << y;
       }
+  }
+}
+
+// Through every preset profile and the default one, the radial and rectangular shapes read
+// each distorted point's profile value to the bit, as GetPoint gives it, on any number of
+// threads and every SIMD target.
+TEST(GradientOperatorTest, DistortedShapesReadTheProfileOfEachPoint) {
+  std::vector<SplineData> profiles(13);
+  for (Int32 preset = 0; preset < 13; ++preset) ASSERT_TRUE(ApplySplinePreset(profiles[preset], preset));
+  ASSERT_TRUE(InitGradientProfile(profiles.emplace_back()));
+  DirectOperator g(ID_GRADIENTOPERATOR);
+  g.Set(GRADIENTOPERATOR_RADIUS, 320.0);
+  g.Set(GRADIENTOPERATOR_SIZE, 500.0);
+  g.Set(GRADIENTOPERATOR_HEIGHT, 300.0);
+  g.Set(TERRAINDISTORTION_ENABLED, true);
+  const TerrainDistortion distortion = TerrainDistortion::Read(ParameterReader(*g.op));
+  const Grid2D<Float> flat = MakeGrid(
+      181, 121, [](Int, Int) { return 0.0; }, 600.0, 400.0);
+  const auto bitsEqual = [](Float a, Float b) { return std::memcmp(&a, &b, sizeof a) == 0; };
+  for (const SplineData& profile : profiles) {
+    g.Set(GRADIENTOPERATOR_PROFILE, profile);
+    const auto curve = [&profile](Float t) { return profile.GetPoint(t).y; };
+    for (const GRADIENTTYPE type : {GRADIENTTYPE::RADIAL, GRADIENTTYPE::RECTANGULAR}) {
+      g.Set(GRADIENTOPERATOR_TYPE, static_cast<Int32>(type));
+      for (const std::int64_t target : hwy::SupportedAndGeneratedTargets())
+        for (const int threads : {1, MaxThreads()}) {
+          hwy::SetSupportedTargetsForTest(target);
+          const ScopedThreadLimit limit(threads);
+          ASSERT_TRUE(g.Compute(flat));
+          for (Int y = 0; y < flat.Height(); ++y)
+            for (Int x = 0; x < flat.Width(); ++x) {
+              Vector p = GridPoint(x, y, flat.Width(), flat.Height(), 600.0, 400.0);
+              distortion.Apply(p);
+              Float expected = 0.0;
+              if (type == GRADIENTTYPE::RADIAL) {
+                const Float distanceSquared = p.x * p.x + p.y * p.y + p.z * p.z;
+                if (distanceSquared <= 320.0 * 320.0)
+                  expected = curve(1.0 - std::sqrt(distanceSquared) * (1.0 / 320.0));
+              } else if (std::abs(p.x) <= 250.0 && std::abs(p.z) <= 150.0) {
+                const Float u = curve(1.0 - std::abs(p.x) * (1.0 / 250.0));
+                const Float v = curve(1.0 - std::abs(p.z) * (1.0 / 150.0));
+                expected = u <= v ? u : v;
+              }
+              ASSERT_PRED2(bitsEqual, g.Result().Get(x, y), expected)
+                  << hwy::TargetName(target) << ", " << threads << " threads, type " << static_cast<int>(type) << ": "
+                  << x << ", " << y;
+            }
+        }
+      hwy::SetSupportedTargetsForTest(0);
+    }
   }
 }
 

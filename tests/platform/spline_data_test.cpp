@@ -1,13 +1,18 @@
 #include "platform/spline_data.h"
 
+#include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <limits>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
+#include <hwy/targets.h>
 
 #include "platform/parallel.h"
+#include "platform/random.h"
 
 namespace platform {
 namespace {
@@ -202,6 +207,73 @@ TEST(SplineDataTest, TheSamplerFollowsTheCurveEverywhere) {
       const Float expected = c->GetPoint(x).y;
       EXPECT_TRUE(sampler(x) == expected || (std::isnan(sampler(x)) && std::isnan(expected))) << x;
     }
+  }
+}
+
+// Batches of mixed samples (random ones, each knot and the doubles next to it, the ends,
+// outside, NaN) in a shuffled order and in runs of every length up to a few vectors, read
+// the same bits as GetPoint on every SIMD target, whatever segments share a batch.
+TEST(SplineDataTest, BatchesReadTheBitsOfGetPoint) {
+  std::vector<SplineData> curves(9);
+  ASSERT_TRUE(curves[0].MakeLinearSpline(2));
+  curves[1] = TwoKnots(Vector(0.5, 0.0, 0.0), Vector(-0.2, 0.0, 0.0));
+  // Vertical halfway: Newton meets a zero slope and bisects until the bracket is spent.
+  curves[2] = TwoKnots(Vector(1.0, 0.0, 0.0), Vector(-1.0, 0.0, 0.0));
+  curves[3] = TwoKnots(Vector(0.0, 40.0, 0.0), Vector(0.0, -40.0, 0.0));
+  // Steps, a vertical tangent into a knot and a span that is not the unit interval.
+  for (const auto& [x, y] : {std::pair{-0.3, 2.0}, {0.1, 0.0}, {0.37, 5.0}, {0.37, 1.0}, {0.9, 1.2}, {1.4, -3.0}})
+    ASSERT_TRUE(curves[4].InsertKnot(x, y));
+  ASSERT_TRUE(curves[4].SetKnotLeftTangent(1, {0.0, 0.5, 0.0}));
+  ASSERT_TRUE(curves[4].SetKnotRightTangent(4, {0.5, 2.0, 0.0}));
+  // More segments in a batch than it groups at once.
+  Random knots(7);
+  for (int k = 0; k < 150; ++k) ASSERT_TRUE(curves[5].InsertKnot(knots.Get01(), knots.Get01()));
+  ASSERT_TRUE(curves[6].InsertKnot(0.4, 0.7));  // one knot; curves[7] has none
+  ASSERT_TRUE(curves[8].InsertKnot(0.5, 0.0));  // nothing but a step
+  ASSERT_TRUE(curves[8].InsertKnot(0.5, 1.0));
+
+  Random random(99);
+  for (const SplineData& curve : curves) {
+    std::vector<Float> x = {std::nan(""), -kInf, kInf, -1e300, 1e300, 0.0, -0.0, 1.0};
+    for (Int32 k = 0; k < curve.GetKnotCount(); ++k) {
+      Float at = curve.GetKnot(k)->position.x;
+      for (int step = 0; step < 3; ++step) at = std::nextafter(at, -kInf);
+      for (int step = 0; step < 7; ++step, at = std::nextafter(at, kInf)) x.push_back(at);
+    }
+    const Float low = curve.GetKnotCount() > 0 ? curve.GetKnot(0)->position.x : 0.0;
+    const Float high = curve.GetKnotCount() > 0 ? curve.GetKnot(curve.GetKnotCount() - 1)->position.x : 1.0;
+    for (int k = 0; k < 3000; ++k) x.push_back(low - 0.1 + (high - low + 0.2) * random.Get01());
+    // Sorted runs first (segments change rarely), then the rest shuffled.
+    std::sort(x.begin() + 8, x.begin() + 1000);
+    for (std::size_t k = x.size() - 1; k > 1000; --k) std::swap(x[k], x[1000 + random.GetUInt64() % (k - 999)]);
+
+    std::vector<Float> expected(x.size());
+    for (std::size_t k = 0; k < x.size(); ++k) expected[k] = curve.GetPoint(x[k]).y;
+    for (const std::int64_t target : hwy::SupportedAndGeneratedTargets()) {
+      hwy::SetSupportedTargetsForTest(target);
+      SCOPED_TRACE(std::string(hwy::TargetName(target)) + ", " + std::to_string(curve.GetKnotCount()) + " knots");
+      // Whole, and in short calls from many offsets, each into its own array and in place.
+      std::vector<Float> y(x.size()), inPlace = x, shortY(x.size()), shortInPlace = x;
+      curve.GetPointsY(x.data(), y.data(), static_cast<Int>(x.size()));
+      curve.GetPointsY(inPlace.data(), inPlace.data(), static_cast<Int>(x.size()));
+      std::vector<std::size_t> inShortCalls;
+      // Sorted stretches: mostly one segment a call, the first and last with ends beside it.
+      std::vector<std::pair<Int, Int>> calls = {{8, 60}, {940, 60}};
+      for (Int count = 1; count <= 20; ++count) calls.emplace_back(70 + 40 * count, count);
+      for (const auto& [at, count] : calls) {
+        curve.GetPointsY(x.data() + at, shortY.data() + at, count);
+        curve.GetPointsY(shortInPlace.data() + at, shortInPlace.data() + at, count);
+        for (Int k = at; k < at + count; ++k) inShortCalls.push_back(static_cast<std::size_t>(k));
+      }
+      const auto same = [](Float a, Float b) { return std::memcmp(&a, &b, sizeof a) == 0; };
+      for (std::size_t k = 0; k < x.size(); ++k) {
+        ASSERT_TRUE(same(y[k], expected[k])) << "x " << x[k] << ": " << y[k] << " != " << expected[k];
+        ASSERT_TRUE(same(inPlace[k], expected[k])) << "in place, x " << x[k];
+      }
+      for (const std::size_t k : inShortCalls)
+        ASSERT_TRUE(same(shortY[k], expected[k]) && same(shortInPlace[k], expected[k])) << "short call, x " << x[k];
+    }
+    hwy::SetSupportedTargetsForTest(0);
   }
 }
 
