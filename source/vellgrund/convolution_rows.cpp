@@ -3,10 +3,10 @@
 #define HWY_TARGET_INCLUDE "vellgrund/convolution_rows.cpp"
 #include <hwy/foreach_target.h>  // IWYU pragma: keep
 
+#include <hwy/cache_control.h>
 #include <hwy/highway.h>
 
 #include <algorithm>
-#include <atomic>
 #include <cstddef>
 #include <cstdint>
 
@@ -157,8 +157,8 @@ void WeightedShiftsImpl(Float* out, const Float* centreRow, Float centre, const 
   Int x = WeightedShiftsFrom<false>(Single(), out, centreRow, centre, padded, weights, count, 0, head);
   x = WeightedShiftsFrom<true>(d, out, centreRow, centre, padded, weights, count, x, width);
   WeightedShiftsFrom<false>(Single(), out, centreRow, centre, padded, weights, count, x, width);
-  // Streamed stores are ordered only by a fence; the loop's join then publishes them.
-  std::atomic_thread_fence(std::memory_order_seq_cst);
+  // Streamed stores are ordered only by a store fence; the loop's join then publishes them.
+  hwy::FlushStream();
 }
 
 // ---- Box blur ---------------------------------------------------------------------------
