@@ -11,24 +11,11 @@
 #include "platform/parallel.h"
 #include "platform/scene_file.h"
 #include "shader/bake.h"
+#include "started_host.h"
 
 namespace {
 
 using namespace platform;
-
-struct Module {
-  Module() {
-    host.SetConsole(console);
-    if (!VLGD::StartModule(host)) std::abort();
-  }
-  CollectingConsole console;
-  Host host;
-};
-
-Module& TheModule() {
-  static Module module;
-  return module;
-}
 
 // A colour material of three layers: a ground colour, grass on the flats, snow up high.
 std::string ThreeLayerMaterial(const std::string& id) {
@@ -51,7 +38,7 @@ void BM_BakeThreeLayerMaterial(benchmark::State& state) {
     "children": [{"type": "onoiseoperator", "params": {"NOISEOPERATOR_SEED": 3, "TERRAINOPERATOR_HEIGHTSCALE": 60}}]}],
     "materials": [)" + ThreeLayerMaterial("m") +
                             "]}";
-  auto doc = LoadScene(TheModule().host, scene, "bench");
+  auto doc = LoadScene(vellgrund_bench::StartedHost(), scene, "bench");
   if (!doc || !(*doc)->ExecutePasses({})) return state.SkipWithError("the terrain did not build");
   Node* terrain = (*doc)->FindByName("T");
   Node* material = (*doc)->GetFirstMaterial();
@@ -99,13 +86,13 @@ void BM_StrengthChangeRebakesOneOfFourMaterials(benchmark::State& state) {
   };
   double firstSeconds = 0.0;
   for (int k = 0; k < 3; ++k) {
-    auto fresh = LoadScene(TheModule().host, scene, "bench");
+    auto fresh = LoadScene(vellgrund_bench::StartedHost(), scene, "bench");
     const auto start = std::chrono::steady_clock::now();
     if (!fresh || !buildAndBake(**fresh)) return state.SkipWithError("the first build failed");
     const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     firstSeconds = k == 0 ? seconds : std::min(firstSeconds, seconds);
   }
-  auto doc = LoadScene(TheModule().host, scene, "bench");
+  auto doc = LoadScene(vellgrund_bench::StartedHost(), scene, "bench");
   if (!doc || !buildAndBake(**doc)) return state.SkipWithError("the first build failed");
   Node* edited = (*doc)->FindByName("N2");
   // One edit untimed: the first rebuild after a load touches memory that later ones reuse.

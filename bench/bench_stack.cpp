@@ -9,6 +9,7 @@
 #include "platform/document.h"
 #include "platform/parallel.h"
 #include "platform/scene_file.h"
+#include "started_host.h"
 
 namespace {
 
@@ -103,8 +104,7 @@ void BM_StackStrengthChange(benchmark::State& state) {
 // threads: every operator, the blending and the mesh. The resolution steps by one sample
 // between iterations, so no cached result survives.
 void BM_DefaultSceneRebuild(benchmark::State& state) {
-  static Stack stack;  // for its started module
-  auto doc = LoadScene(stack.host, VLGD::kDefaultScene, "default");
+  auto doc = LoadScene(vellgrund_bench::StartedHost(), VLGD::kDefaultScene, "default");
   if (!doc) return state.SkipWithError("the default scene did not load");
   Node* terrain = (*doc)->GetFirstObject();
   const ScopedThreadLimit threads(static_cast<int>(state.range(1)));

@@ -37,15 +37,19 @@ Status Weather(Grid2D<Float>& grid, const ThermalSettings& s, const EvaluationCo
   return ThermalWeathering(grid, s, context, strings);
 }
 
+// The neighbours of a sample in listing order, as (dx, dy).
+std::vector<std::pair<Int, Int>> Offsets(const ThermalSettings& s) {
+  if (s.neighbourhood == 1 || s.neighbourhood == 3)
+    return {{0, -1}, {1, -1}, {-1, -1}, {0, 1}, {1, 1}, {-1, 1}, {-1, 0}, {1, 0}};
+  return {{0, -1}, {1, 0}, {0, 1}, {-1, 0}};
+}
+
 // The scatter as one would write it: samples in index order, each taking its slides off a
 // copy of the start-of-pass grid and adding them to its receivers there.
 Grid2D<Float> Reference(const Grid2D<Float>& start, const ThermalSettings& s) {
   const Int w = start.Width(), h = start.Height();
-  const bool eight = s.neighbourhood == 1 || s.neighbourhood == 3;
   const bool allLower = s.neighbourhood == 3 || s.neighbourhood == 4;
-  const std::vector<std::pair<Int, Int>> offsets =
-      eight ? std::vector<std::pair<Int, Int>>{{0, -1}, {1, -1}, {-1, -1}, {0, 1}, {1, 1}, {-1, 1}, {-1, 0}, {1, 0}}
-            : std::vector<std::pair<Int, Int>>{{0, -1}, {1, 0}, {0, 1}, {-1, 0}};
+  const std::vector<std::pair<Int, Int>> offsets = Offsets(s);
   Grid2D<Float> grid = Copy(start);
   for (Int32 i = 0; i < s.iterations; ++i) {
     Grid2D<Float> t = Copy(grid);
@@ -110,11 +114,8 @@ Grid2D<Float> Reference(const Grid2D<Float>& start, const ThermalSettings& s) {
 // kernels must give these bits exactly.
 Grid2D<Float> GatherReference(const Grid2D<Float>& start, const ThermalSettings& s) {
   const Int w = start.Width(), h = start.Height();
-  const bool eight = s.neighbourhood == 1 || s.neighbourhood == 3;
   const bool allLower = s.neighbourhood == 3 || s.neighbourhood == 4;
-  const std::vector<std::pair<Int, Int>> offsets =
-      eight ? std::vector<std::pair<Int, Int>>{{0, -1}, {1, -1}, {-1, -1}, {0, 1}, {1, 1}, {-1, 1}, {-1, 0}, {1, 0}}
-            : std::vector<std::pair<Int, Int>>{{0, -1}, {1, 0}, {0, 1}, {-1, 0}};
+  const std::vector<std::pair<Int, Int>> offsets = Offsets(s);
   const auto count = static_cast<Int>(offsets.size());
   const auto neighbour = [&](Int i, Int k) -> Int {
     const Int x = i % w + offsets[static_cast<std::size_t>(k)].first;
